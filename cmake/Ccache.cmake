@@ -1,0 +1,7 @@
+# Use ccache where it is installed.
+find_program(MUXORA_CCACHE ccache)
+mark_as_advanced(MUXORA_CCACHE)
+if(MUXORA_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_C_COMPILER_LAUNCHER ${MUXORA_CCACHE})
+    set(CMAKE_CXX_COMPILER_LAUNCHER ${MUXORA_CCACHE})
+endif()

@@ -1,0 +1,80 @@
+#include "api/format_table.h"
+
+#include "containers/wav_packet.h"
+
+namespace Orvane::Muxora {
+
+namespace {
+
+using Maker = std::unique_ptr<CPackage> (*)(uint32_t format, const MXCreateParam* param);
+
+template <typename Packager>
+std::unique_ptr<CPackage> Make(uint32_t format, const MXCreateParam* param) {
+    return std::make_unique<Packager>(format, param);
+}
+
+// A key pair, lower and upper case; nothing between the two is a key.
+struct Keys {
+    std::string_view lower;
+    std::string_view upper;
+
+    bool Match(std::string_view key) const { return !key.empty() && (key == lower || key == upper); }
+};
+
+struct Row {
+    uint32_t format;
+    Maker make;
+    bool by_number;    // MX_CreateHandle makes it
+    Keys stream_keys;  // CMuxora makes it
+    Keys file_keys;    // CFilePackage makes it
+};
+
+constexpr Keys kNone{};
+
+constexpr Row kFormats[] = {
+    {MX_FORMAT_MP4, nullptr, true, kNone, {"mp4", "MP4"}},
+    {MX_FORMAT_ASF, nullptr, true, kNone, {"asf", "ASF"}},
+    {MX_FORMAT_AVI, nullptr, true, kNone, {"avi", "AVI"}},
+    {MX_FORMAT_OVX, nullptr, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
+    {MX_FORMAT_FLV, nullptr, true, kNone, {"flv", "FLV"}},
+    {MX_FORMAT_ASF_STREAM, nullptr, true, {"asf", "ASF"}, kNone},
+    {MX_FORMAT_MOV, nullptr, true, kNone, {"mov", "MOV"}},
+    {MX_FORMAT_3GP, nullptr, false, kNone, {"3gp", "3GP"}},
+    {MX_FORMAT_FLV_STREAM, nullptr, true, {"flv", "FLV"}, kNone},
+    {MX_FORMAT_RTP, nullptr, true, {"rtp", "RTP"}, kNone},
+    {MX_FORMAT_TS, nullptr, true, {"ts", "TS"}, kNone},
+    {MX_FORMAT_PS, nullptr, true, {"ps", "PS"}, kNone},
+    {MX_FORMAT_MP4_NOSEEK, nullptr, true, kNone, {"mp4noseek", "MP4NOSEEK"}},
+    {MX_FORMAT_MKV, nullptr, true, kNone, {"mkv", "MKV"}},
+    {MX_FORMAT_MP4_64, nullptr, true, kNone, {"mp464", "MP464"}},
+    {MX_FORMAT_MOV_64, nullptr, true, kNone, {"mov64", "MOV64"}},
+    {MX_FORMAT_WAV, Make<CWavPacket>, true, kNone, {"wav", "WAV"}},
+    {MX_FORMAT_PS_OV, nullptr, true, {"ovps", "OVPS"}, kNone},
+    {MX_FORMAT_PS_GAYS, nullptr, true, {"gaysps", "GAYSPS"}, kNone},
+    {MX_FORMAT_OVX_ALT, nullptr, true, kNone, kNone},
+    {MX_FORMAT_PS_GD, nullptr, true, {"gdps", "GDPS"}, kNone},
+};
+
+template <typename Predicate>
+std::unique_ptr<CPackage> MakeFirst(Predicate matches, const MXCreateParam* param) {
+    for (const Row& row : kFormats) {
+        if (matches(row)) return row.make != nullptr ? row.make(row.format, param) : nullptr;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+std::unique_ptr<CPackage> MakePackage(uint32_t format, const MXCreateParam* param) {
+    return MakeFirst([=](const Row& row) { return row.by_number && row.format == format; }, param);
+}
+
+std::unique_ptr<CPackage> MakeStreamPackage(std::string_view key) {
+    return MakeFirst([=](const Row& row) { return row.stream_keys.Match(key); }, nullptr);
+}
+
+std::unique_ptr<CPackage> MakeFilePackage(std::string_view key) {
+    return MakeFirst([=](const Row& row) { return row.file_keys.Match(key); }, nullptr);
+}
+
+}  // namespace Orvane::Muxora

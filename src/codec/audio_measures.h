@@ -1,0 +1,26 @@
+// How long an audio frame plays, and the counters of ADTS and MPEG audio frames behind that. All are safe on any bytes.
+#pragma once
+
+#include <cstdint>
+
+#include "MuxoraAPI.h"
+
+namespace Orvane::Muxora {
+
+// Duration of the frame in milliseconds; 0 for a sample rate of 0 and for codecs without a measure.
+double GetAudioFrameDuration(const MXFrameInfo& frame);
+
+// Number of ADTS frames (ISO/IEC 13818-7 6.2) with the header FF F1.
+uint32_t CountAdtsFrames(const uint8_t* data, uint32_t length);
+
+// Number of MPEG audio Layer II frames; `nVersionID` and `nLayerID` take the header fields that were read last.
+uint32_t CountMpegAudioFrames(const uint8_t* data, uint32_t length, uint32_t sample_rate, uint32_t* nVersionID,
+                              uint32_t* nLayerID);
+
+// Samples in one frame; 0 for a pair that is not MPEG audio.
+uint32_t MpegAudioSamplesPerFrame(uint32_t nVersionID, uint32_t nLayerID);
+
+// kbit/s by version class (1, 2), layer class and bitrate index; 0 if unknown.
+uint32_t MpegAudioBitrate(uint32_t version_class, uint32_t layer_class, uint32_t bitrate_index);
+
+}  // namespace Orvane::Muxora

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+namespace Orvane::Muxora {
+
+// CRC-32 of IEEE 802.3: reflected, initial value all ones, final inversion. Carry-less multiplication where the
+// processor has it, slicing tables where not; chosen once at run time.
+uint32_t Crc32(const uint8_t* data, uint32_t length);
+
+// CRC-32 of MPEG-2 systems (ISO/IEC 13818-1 Annex A): most significant bit first, initial value all ones, no inversion.
+uint32_t Crc32Mpeg2(const uint8_t* data, uint32_t length);
+
+}  // namespace Orvane::Muxora

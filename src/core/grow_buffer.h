@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+
+namespace Orvane::Muxora {
+
+// The byte buffer in which packagers put headers, box trees and frames together. Reset() keeps the memory, so that a
+// steady stream does not allocate. The fill size never exceeds the capacity.
+//
+// Results are MX_OK, MX_NULL_RECORD for null data, or MX_NO_RESOURCES when memory ran out; the content is then lost.
+class CGrowBuffer {
+  public:
+    // Drops everything and allocates `capacity` bytes, zeroed.
+    uint32_t Create(int32_t capacity);
+    // Adds bytes behind the last one. Capacity starts at 16384, doubles up to 256000 and grows by 65536 from there.
+    uint32_t Append(const void* data, uint32_t length);
+    // Adds `length` bytes that the caller fills at once, and returns the first of them; null when memory ran out.
+    uint8_t* Extend(uint32_t length);
+    // Empties the buffer; capacity and bytes stay. Always MX_OK.
+    uint32_t Reset();
+
+    uint8_t* Data() const { return data_.get(); }
+    uint32_t Size() const { return size_; }
+    int32_t Capacity() const { return capacity_; }
+
+  private:
+    uint32_t Reserve(uint32_t length);
+    uint32_t Grow();
+
+    std::unique_ptr<uint8_t[]> data_;
+    int32_t capacity_ = 0;
+    uint32_t size_ = 0;
+};
+
+}  // namespace Orvane::Muxora
