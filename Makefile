@@ -1,0 +1,45 @@
+# A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
+.DEFAULT_GOAL := help
+.PHONY: help setup build test demo bench asan tsan fuzz lint format coverage clean
+
+help: ## This list
+	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
+
+setup: ## Install what is missing (Debian packages)
+	@scripts/setup.sh
+
+build/%/build.ninja: | setup
+	@cmake --preset $* -DMUXORA_WERROR=ON
+
+build: setup build/release/build.ninja ## Build library, tool, tests and examples, optimised
+	@cmake --build --preset release
+
+test: build ## Build and run every test
+	@ctest --preset release
+
+demo: build ## Pack a clip into every format, read each back, print the table
+	@scripts/demo.sh build/release/bin
+
+bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
+	@cmake --build --preset bench
+	@build/bench/bin/muxora_bench
+
+asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined behaviour)
+	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@
+
+fuzz: setup build/fuzz/build.ninja ## Every fuzz target for a bounded time (SECONDS_EACH=20)
+	@cmake --build --preset fuzz
+	@scripts/fuzz.sh build/fuzz/bin
+
+coverage: setup ## Line coverage of src/ by the tests
+	@cmake --preset coverage && cmake --build --preset coverage && ctest --preset coverage
+	@scripts/coverage.sh build/coverage
+
+lint: setup build/release/build.ninja ## clang-format and clang-tidy
+	@scripts/lint.sh build/release
+
+format: setup ## Rewrite all sources with clang-format
+	@scripts/lint.sh --fix
+
+clean: ## Remove all builds
+	@rm -rf build
