@@ -49,29 +49,26 @@ uint32_t CGrowBuffer::Reset() {
 }
 
 uint32_t CGrowBuffer::Reserve(uint32_t length) {
-    while (data_ == nullptr || uint64_t{size_} + length > static_cast<uint64_t>(capacity_)) {
-        if (Grow() != MX_OK) return MX_NO_RESOURCES;
+    const uint64_t needed = uint64_t{size_} + length;
+    if (data_ != nullptr && needed <= static_cast<uint64_t>(capacity_)) return MX_OK;
+    // The steps are worked out first and taken by one allocation.
+    int64_t capacity = capacity_ == 0 ? kFirstCapacity : capacity_;
+    while (static_cast<uint64_t>(capacity) < needed)
+        capacity += capacity < kDoublingBelow ? capacity : kLinearStep;
+    // The bytes behind the content are left as they come: nothing reads them before they are written.
+    std::unique_ptr<uint8_t[]> grown;
+    if (capacity <= std::numeric_limits<int32_t>::max()) {
+        grown.reset(new (std::nothrow) uint8_t[static_cast<size_t>(capacity)]);
     }
-    return MX_OK;
-}
-
-uint32_t CGrowBuffer::Grow() {
-    if (capacity_ == 0) return Create(kFirstCapacity);
-    const int32_t step = capacity_ < kDoublingBelow ? capacity_ : kLinearStep;
-    if (capacity_ > std::numeric_limits<int32_t>::max() - step) {
-        Create(0);
-        return MX_NO_RESOURCES;
-    }
-    // The content moves straight to the new block. The bytes behind it are left as they come: nothing reads them
-    // before they are written.
-    std::unique_ptr<uint8_t[]> grown(new (std::nothrow) uint8_t[static_cast<size_t>(capacity_ + step)]);
     if (grown == nullptr) {
-        Create(0);
+        data_.reset();
+        capacity_ = 0;
+        size_ = 0;
         return MX_NO_RESOURCES;
     }
     if (size_ != 0) std::memcpy(grown.get(), data_.get(), size_);
     data_ = std::move(grown);
-    capacity_ += step;
+    capacity_ = static_cast<int32_t>(capacity);
     return MX_OK;
 }
 

@@ -27,7 +27,6 @@ class CGrowBuffer {
 
   private:
     uint32_t Reserve(uint32_t length);
-    uint32_t Grow();
 
     std::unique_ptr<uint8_t[]> data_;
     int32_t capacity_ = 0;

@@ -1,0 +1,107 @@
+#include "support/allocation_counter.h"
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+constexpr uint64_t kUnlimited = UINT64_MAX;
+
+// Per thread, so that what others do does not count.
+thread_local uint64_t count = 0;
+thread_local uint64_t budget = kUnlimited;  // allocations that still succeed
+
+void* Allocate(std::size_t size, std::size_t alignment) noexcept {
+    ++count;
+    if (budget != kUnlimited) {
+        if (budget == 0) return nullptr;
+        --budget;
+    }
+    if (size == 0) size = 1;
+    if (alignment <= alignof(std::max_align_t)) return std::malloc(size);
+    return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+}
+
+void* AllocateOrThrow(std::size_t size, std::size_t alignment) {
+    void* const block = Allocate(size, alignment);
+    if (block == nullptr) throw std::bad_alloc();
+    return block;
+}
+
+}  // namespace
+
+namespace test {
+
+AllocationCounter::AllocationCounter() : start_(count) {
+}
+
+uint64_t AllocationCounter::Count() const {
+    return count - start_;
+}
+
+FailingAllocations::FailingAllocations(uint64_t successes) {
+    budget = successes;
+}
+
+FailingAllocations::~FailingAllocations() {
+    budget = kUnlimited;
+}
+
+}  // namespace test
+
+void* operator new(std::size_t size) {
+    return AllocateOrThrow(size, 1);
+}
+void* operator new[](std::size_t size) {
+    return AllocateOrThrow(size, 1);
+}
+void* operator new(std::size_t size, std::align_val_t alignment) {
+    return AllocateOrThrow(size, static_cast<std::size_t>(alignment));
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+    return AllocateOrThrow(size, static_cast<std::size_t>(alignment));
+}
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, 1);
+}
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, 1);
+}
+void* operator new(std::size_t size, std::align_val_t alignment, const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, static_cast<std::size_t>(alignment));
+}
+void* operator new[](std::size_t size, std::align_val_t alignment, const std::nothrow_t& /*tag*/) noexcept {
+    return Allocate(size, static_cast<std::size_t>(alignment));
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
+    std::free(block);
+}
