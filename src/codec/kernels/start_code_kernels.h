@@ -1,0 +1,20 @@
+// The kernels behind FindStartCode. All give the same results; tests run each one that the processor has.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace Orvane::Muxora::Kernels {
+
+struct StartCodeKernel {
+    const char* name;
+    bool (*supported)();
+    const uint8_t* (*find)(const uint8_t* begin, const uint8_t* end);
+};
+
+// Every kernel of this build, the fastest first. The last one is the scalar kernel, which every processor has.
+std::span<const StartCodeKernel> StartCodeKernels();
+
+const uint8_t* FindStartCodeScalar(const uint8_t* begin, const uint8_t* end);
+
+}  // namespace Orvane::Muxora::Kernels
