@@ -29,6 +29,7 @@ static MXHandle open_handle(uint32_t format, FILE* file) {
 static int finish(const char* path, MXHandle handle, FILE* file, uint32_t result) {
     if (result == MX_OK) result = MX_CreateTailer(handle, NULL);
     MX_DestroyHandle(handle);
+    fseek(file, 0, SEEK_END);
     printf("%s: %ld bytes, result %u\n", path, ftell(file), (unsigned)result);
     fclose(file);
     return result == MX_OK;
