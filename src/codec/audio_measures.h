@@ -10,10 +10,20 @@ namespace Orvane::Muxora {
 // Duration of the frame in milliseconds; 0 for a sample rate of 0 and for codecs without a measure.
 double GetAudioFrameDuration(const MXFrameInfo& frame);
 
-// Number of ADTS frames (ISO/IEC 13818-7 6.2) with the header FF F1.
+constexpr uint32_t kAdtsHeaderSize = 7;  // without a CRC
+constexpr uint32_t kAdtsSamplesPerFrame = 1024;
+
+// aac_frame_length of an ADTS header (ISO/IEC 13818-7 6.2), header included. `adts` has at least 6 bytes.
+inline uint32_t AdtsFrameLength(const uint8_t* adts) {
+    return (adts[3] & 3u) << 11 | static_cast<uint32_t>(adts[4]) << 3 | adts[5] >> 5;
+}
+
+// Number of ADTS frames with the header FF F1. A header that is cut off by the end counts, one that states a length of
+// 0 does not.
 uint32_t CountAdtsFrames(const uint8_t* data, uint32_t length);
 
-// Number of MPEG audio Layer II frames; `nVersionID` and `nLayerID` take the header fields that were read last.
+// Number of MPEG audio Layer II frames; `nVersionID` and `nLayerID` take the header fields that were read last, and
+// keep their values when there is no header. A sample rate of 0 gives 0.
 uint32_t CountMpegAudioFrames(const uint8_t* data, uint32_t length, uint32_t sample_rate, uint32_t* nVersionID,
                               uint32_t* nLayerID);
 

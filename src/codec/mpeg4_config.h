@@ -6,13 +6,19 @@ namespace Orvane::Muxora {
 
 // Where the decoder configuration of an MPEG-4 part 2 frame lies (ISO/IEC 14496-2 6.2.1).
 struct Mpeg4Config {
-    bool found = false;   // a configuration start code was met
+    bool found = false;   // a start code that begins a configuration was met
     uint32_t offset = 0;  // of its first byte
-    uint32_t length = 0;  // up to the first VOP start code behind it; 0 if there is none
+    uint32_t length = 0;  // up to where the configuration ends; 0 if its end was not met
 };
 
-// Looks for the first of the start codes 00, 01, 20, B0, B2, B3, B5, and from there for the VOP (B6). A start code is
-// only seen where its first byte lies below length - 4.
+// What MP4 and ASF take: from the first start code of the kinds 00, 01, 20 (object and layer), B0 and B5 (sequence and
+// visual object), B2 (user data) or B3 (group of VOPs), up to the first VOP (B6). A start code is only seen where its
+// first byte lies below length - 4.
 Mpeg4Config FindMpeg4Config(const uint8_t* data, uint32_t length);
+
+// What Matroska takes: from the first start code B0 or B5, up to the first group of VOPs (B3). Positions are seen below
+// length - 4, as above.
+// Readers rely on this: a byte B6 three positions on ends it as well, whatever stands before that byte.
+Mpeg4Config FindMpeg4SequenceHeader(const uint8_t* data, uint32_t length);
 
 }  // namespace Orvane::Muxora
