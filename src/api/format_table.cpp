@@ -1,6 +1,7 @@
 #include "api/format_table.h"
 
 #include "containers/wav_packet.h"
+#include "rtp/rtp_packet.h"
 
 namespace Orvane::Muxora {
 
@@ -41,7 +42,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_MOV, nullptr, true, kNone, {"mov", "MOV"}},
     {MX_FORMAT_3GP, nullptr, false, kNone, {"3gp", "3GP"}},
     {MX_FORMAT_FLV_STREAM, nullptr, true, {"flv", "FLV"}, kNone},
-    {MX_FORMAT_RTP, nullptr, true, {"rtp", "RTP"}, kNone},
+    {MX_FORMAT_RTP, Make<CRtpPacket>, true, {"rtp", "RTP"}, kNone},
     {MX_FORMAT_TS, nullptr, true, {"ts", "TS"}, kNone},
     {MX_FORMAT_PS, nullptr, true, {"ps", "PS"}, kNone},
     {MX_FORMAT_MP4_NOSEEK, nullptr, true, kNone, {"mp4noseek", "MP4NOSEEK"}},

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace Orvane::Muxora {
+
+// The two-byte big-endian length in front of a packet.
+constexpr uint32_t kPrefixLength = 2;
+// The fixed header of RFC 3550 5.1, without CSRC entries.
+constexpr uint32_t kFixedHeaderLength = 12;
+// What the packets of one frame may come to in the packager's own buffer.
+constexpr uint32_t kRunCapacity = 0x300000;
+
+// What identifies the packets of one stream.
+struct RtpStream {
+    uint32_t ssrc = 0;
+    uint16_t sequence = 0;  // the last one used
+    uint32_t timestamp = 0;
+    uint32_t payload_type = 0;
+    std::vector<uint8_t> custom_data;  // goes in front of each packet
+};
+
+// The header extension of RFC 3550 5.3.1, as it stands on the wire behind the fixed header.
+class HeaderExtension {
+  public:
+    // Copies; null clears, and what Data() gave changes nothing.
+    void Set(const void* data, uint32_t length);
+    const uint8_t* Data() const { return length_ != 0 ? block_.data() + kHeadLength : nullptr; }
+    uint32_t Length() const { return length_; }
+    const std::vector<uint8_t>& Block() const { return block_; }
+
+  private:
+    static constexpr uint32_t kHeadLength = 4;
+
+    std::vector<uint8_t> block_;  // empty without data
+    uint32_t length_ = 0;
+};
+
+// The packets of one frame, back to back in one area: custom data, length prefix, RTP header, payload. The list of
+// their sizes keeps its memory from frame to frame.
+class PacketRun {
+  public:
+    // Starts a frame. `stream` and `extension` must outlive it.
+    void Begin(std::span<uint8_t> area, RtpStream& stream, const HeaderExtension& extension, uint32_t max_length);
+
+    // Adds a packet up to its payload, and returns where the caller writes `payload_length` bytes; null if the area has
+    // no room for it. `prefix_length` is kPrefixLength or 0.
+    uint8_t* Add(uint32_t prefix_length, int64_t payload_length, bool marker);
+
+    // The largest length that a packet should have.
+    int64_t MaxLength() const { return max_length_; }
+    int64_t CustomLength() const { return static_cast<int64_t>(stream_->custom_data.size()); }
+    int64_t HeaderLength() const { return kFixedHeaderLength + static_cast<int64_t>(extension_->Block().size()); }
+    int64_t ExtensionLength() const { return extension_->Length(); }
+
+    const uint8_t* Data() const { return area_.data(); }
+    uint32_t Size() const { return size_; }
+    const std::vector<uint32_t>& PacketSizes() const { return packet_sizes_; }
+
+  private:
+    std::span<uint8_t> area_;
+    RtpStream* stream_ = nullptr;
+    const HeaderExtension* extension_ = nullptr;
+    uint32_t max_length_ = 0;
+    uint32_t size_ = 0;
+    std::vector<uint32_t> packet_sizes_;
+};
+
+}  // namespace Orvane::Muxora
