@@ -1,7 +1,8 @@
 #include "api/format_table.h"
 
 #include "containers/wav_packet.h"
-#include "ovx/ovx_packet.h"
+#include "mpeg2/ps_packet.h"
+#include "mpeg2/ts_packet.h"
 #include "rtp/rtp_packet.h"
 
 namespace Orvane::Muxora {
@@ -37,24 +38,24 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_MP4, nullptr, true, kNone, {"mp4", "MP4"}},
     {MX_FORMAT_ASF, nullptr, true, kNone, {"asf", "ASF"}},
     {MX_FORMAT_AVI, nullptr, true, kNone, {"avi", "AVI"}},
-    {MX_FORMAT_OVX, Make<COvxPacket>, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
+    {MX_FORMAT_OVX, nullptr, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
     {MX_FORMAT_FLV, nullptr, true, kNone, {"flv", "FLV"}},
     {MX_FORMAT_ASF_STREAM, nullptr, true, {"asf", "ASF"}, kNone},
     {MX_FORMAT_MOV, nullptr, true, kNone, {"mov", "MOV"}},
     {MX_FORMAT_3GP, nullptr, false, kNone, {"3gp", "3GP"}},
     {MX_FORMAT_FLV_STREAM, nullptr, true, {"flv", "FLV"}, kNone},
     {MX_FORMAT_RTP, Make<CRtpPacket>, true, {"rtp", "RTP"}, kNone},
-    {MX_FORMAT_TS, nullptr, true, {"ts", "TS"}, kNone},
-    {MX_FORMAT_PS, nullptr, true, {"ps", "PS"}, kNone},
+    {MX_FORMAT_TS, Make<CTsPacket>, true, {"ts", "TS"}, kNone},
+    {MX_FORMAT_PS, Make<CPsPacket>, true, {"ps", "PS"}, kNone},
     {MX_FORMAT_MP4_NOSEEK, nullptr, true, kNone, {"mp4noseek", "MP4NOSEEK"}},
     {MX_FORMAT_MKV, nullptr, true, kNone, {"mkv", "MKV"}},
     {MX_FORMAT_MP4_64, nullptr, true, kNone, {"mp464", "MP464"}},
     {MX_FORMAT_MOV_64, nullptr, true, kNone, {"mov64", "MOV64"}},
     {MX_FORMAT_WAV, Make<CWavPacket>, true, kNone, {"wav", "WAV"}},
-    {MX_FORMAT_PS_OV, nullptr, true, {"ovps", "OVPS"}, kNone},
-    {MX_FORMAT_PS_GAYS, nullptr, true, {"gaysps", "GAYSPS"}, kNone},
-    {MX_FORMAT_OVX_ALT, Make<COvxPacket>, true, kNone, kNone},
-    {MX_FORMAT_PS_GD, nullptr, true, {"gdps", "GDPS"}, kNone},
+    {MX_FORMAT_PS_OV, Make<CPsPacket>, true, {"ovps", "OVPS"}, kNone},
+    {MX_FORMAT_PS_GAYS, Make<CPsPacket>, true, {"gaysps", "GAYSPS"}, kNone},
+    {MX_FORMAT_OVX_ALT, nullptr, true, kNone, kNone},
+    {MX_FORMAT_PS_GD, Make<CPsPacket>, true, {"gdps", "GDPS"}, kNone},
 };
 
 template <typename Predicate>

@@ -136,8 +136,11 @@ class ByteCursor {
     ByteCursor& Text(const char (&text)[N]) {
         return Bytes(text, N - 1);
     }
-    ByteCursor& Zeros(uint32_t count) {
-        return Put(count, [&](uint8_t* p) { std::memset(p, 0, count); });
+    ByteCursor& Zeros(uint32_t count) { return Fill(0, count); }
+    ByteCursor& Fill(uint8_t value, uint32_t count) {
+        return Put(count, [&](uint8_t* p) {
+            if (count != 0) std::memset(p, value, count);
+        });
     }
 
     uint32_t Size() const { return static_cast<uint32_t>(at_ - begin_); }

@@ -48,6 +48,10 @@ class CPackage {
 
     uint32_t format() const { return format_; }
 
+    // The one shape of the capacity operations.
+    static uint32_t Capacity(uint32_t type, std::span<const MXCapacityEntry> video,
+                             std::span<const MXCapacityEntry> audio, const void** table, uint32_t* count);
+
   protected:
     // Hands out bytes for an absolute position. Returns the number of bytes that the callback took.
     uint32_t EmitAt(const void* data, uint32_t length, uint64_t position);
@@ -63,10 +67,6 @@ class CPackage {
     using LargeBuffer = std::unique_ptr<uint8_t[], LargeBufferRelease>;
     // Null when `alloc` has no memory. The bytes are as `alloc` left them.
     LargeBuffer AllocateLarge(uint32_t size) const;
-
-    // The one shape of the capacity operations.
-    static uint32_t Capacity(uint32_t type, std::span<const MXCapacityEntry> video,
-                             std::span<const MXCapacityEntry> audio, const void** table, uint32_t* count);
 
   private:
     uint32_t Emit(const void* data, uint32_t length, uint32_t seek_type, uint64_t position);
