@@ -3,6 +3,7 @@
 #include "containers/wav_packet.h"
 #include "mpeg2/ps_packet.h"
 #include "mpeg2/ts_packet.h"
+#include "ovx/ovx_packet.h"
 #include "rtp/rtp_packet.h"
 
 namespace Orvane::Muxora {
@@ -38,7 +39,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_MP4, nullptr, true, kNone, {"mp4", "MP4"}},
     {MX_FORMAT_ASF, nullptr, true, kNone, {"asf", "ASF"}},
     {MX_FORMAT_AVI, nullptr, true, kNone, {"avi", "AVI"}},
-    {MX_FORMAT_OVX, nullptr, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
+    {MX_FORMAT_OVX, Make<COvxPacket>, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
     {MX_FORMAT_FLV, nullptr, true, kNone, {"flv", "FLV"}},
     {MX_FORMAT_ASF_STREAM, nullptr, true, {"asf", "ASF"}, kNone},
     {MX_FORMAT_MOV, nullptr, true, kNone, {"mov", "MOV"}},
@@ -54,7 +55,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_WAV, Make<CWavPacket>, true, kNone, {"wav", "WAV"}},
     {MX_FORMAT_PS_OV, Make<CPsPacket>, true, {"ovps", "OVPS"}, kNone},
     {MX_FORMAT_PS_GAYS, Make<CPsPacket>, true, {"gaysps", "GAYSPS"}, kNone},
-    {MX_FORMAT_OVX_ALT, nullptr, true, kNone, kNone},
+    {MX_FORMAT_OVX_ALT, Make<COvxPacket>, true, kNone, kNone},
     {MX_FORMAT_PS_GD, Make<CPsPacket>, true, {"gdps", "GDPS"}, kNone},
 };
 

@@ -2,34 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <string>
+#include <ctime>
+
+#include "support/time_zone.h"
 
 namespace Orvane::Muxora {
 namespace {
 
-// Puts the process into a time zone for the life of the object.
-class ScopedTimeZone {
-  public:
-    explicit ScopedTimeZone(const char* zone) {
-        if (const char* const before = std::getenv("TZ")) before_ = before;
-        Set(zone);
-    }
-    ~ScopedTimeZone() { Set(before_.empty() ? nullptr : before_.c_str()); }
-    ScopedTimeZone(const ScopedTimeZone&) = delete;
-    ScopedTimeZone& operator=(const ScopedTimeZone&) = delete;
-
-  private:
-    static void Set(const char* zone) {
-        if (zone != nullptr) {
-            setenv("TZ", zone, 1);
-        } else {
-            unsetenv("TZ");
-        }
-        tzset();
-    }
-    std::string before_;
-};
+using test::ScopedTimeZone;
 
 // Field by field, in the places that readers take them from.
 uint32_t Word(uint32_t year, uint32_t month, uint32_t day, uint32_t hour, uint32_t minute, uint32_t second) {

@@ -1,0 +1,317 @@
+// The reader of the tools: any file in, frames as the library takes them out.
+#include "media_input/media_input.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "media_input/elementary.h"
+#include "support/clip.h"
+#include "support/decoded.h"
+#include "support/hex.h"
+
+namespace Orvane::Muxora::Tools {
+namespace {
+
+using test::Bytes;
+using test::ByteVector;
+using test::ClipSpec;
+
+// Numbers of the H.264 units in a frame, by start codes of three bytes.
+std::vector<int> UnitTypes(const MediaFrame& frame) {
+    std::vector<int> types;
+    for (size_t i = 0; i + 3 < frame.Size(); ++i) {
+        if (frame.bytes[i] == 0 && frame.bytes[i + 1] == 0 && frame.bytes[i + 2] == 1) {
+            types.push_back(frame.bytes[i + 3] & 0x1F);
+        }
+    }
+    return types;
+}
+
+bool Has(const std::vector<int>& types, int type) {
+    return std::find(types.begin(), types.end(), type) != types.end();
+}
+
+std::vector<MediaFrame> Only(std::vector<MediaFrame> frames, uint32_t type) {
+    std::erase_if(frames, [type](const MediaFrame& frame) { return frame.type != type; });
+    return frames;
+}
+
+TEST(MediaInput, Mp4BecomesAnnexBWithParameterSetsAndAdts) {
+    ClipSpec spec;
+    spec.container = "mp4";
+    const auto frames = test::ClipFrames(spec);
+    const auto video = Only(frames, MX_FRAME_VIDEO);
+    const auto audio = Only(frames, MX_FRAME_AUDIO);
+    ASSERT_EQ(video.size(), 50u);
+    EXPECT_GE(audio.size(), 93u);
+    for (size_t i = 0; i < video.size(); ++i) {
+        EXPECT_EQ(video[i].codec, 2u);
+        EXPECT_EQ(video[i].width, 320u);
+        EXPECT_EQ(video[i].height, 240u);
+        EXPECT_EQ(video[i].frame_rate, 25u);
+        EXPECT_EQ(video[i].sub_type, i % 25 == 0 ? 0u : 1u) << i;
+        EXPECT_EQ(video[i].time_ms - video[0].time_ms, static_cast<int64_t>(i) * 40);
+        const auto types = UnitTypes(video[i]);
+        EXPECT_EQ(Has(types, 7) && Has(types, 8), i % 25 == 0) << i;
+        EXPECT_TRUE(Has(types, i % 25 == 0 ? 5 : 1));
+    }
+    for (const MediaFrame& frame : audio) {
+        EXPECT_EQ(frame.codec, 26u);
+        EXPECT_EQ(frame.samples_per_sec, 48000u);
+        EXPECT_EQ(frame.channels, 1u);
+        ASSERT_GE(frame.Size(), 7u);
+        EXPECT_EQ(frame.bytes[0], 0xFF);
+        EXPECT_EQ(frame.bytes[1], 0xF1);
+        const size_t length = static_cast<size_t>(frame.bytes[3] & 3) << 11 | static_cast<size_t>(frame.bytes[4]) << 3 |
+                              static_cast<size_t>(frame.bytes[5] >> 5);
+        EXPECT_EQ(length, frame.Size());
+    }
+    EXPECT_TRUE(std::is_sorted(frames.begin(), frames.end(),
+                               [](const auto& a, const auto& b) { return a.time_ms < b.time_ms; }));
+    EXPECT_EQ(frames.front().time_ms, 1000);
+}
+
+TEST(MediaInput, SpareZerosStandBehindEachFrame) {
+    for (MediaFrame& frame : test::ClipFrames({})) {
+        const MXFrameInfo record = frame.Record();
+        ASSERT_EQ(record.size, 264u);
+        const auto* end = static_cast<const uint8_t*>(record.frame_pointer) + record.frame_size;
+        EXPECT_TRUE(std::all_of(end, end + 64, [](uint8_t byte) { return byte == 0; }));
+    }
+}
+
+TEST(MediaInput, PictureTypesOfBFrames) {
+    ClipSpec spec;
+    spec.b_frames = 2;
+    spec.container = "mp4";
+    const auto video = Only(test::ClipFrames(spec), MX_FRAME_VIDEO);
+    ASSERT_EQ(video.size(), 50u);
+    // In the order of decoding: I P B B P B B ...
+    const uint32_t expected[] = {0, 1, 2, 2, 1, 2, 2};
+    for (size_t i = 0; i < std::size(expected); ++i)
+        EXPECT_EQ(video[i].sub_type, expected[i]) << i;
+    // Times for the library rise, presentation times do not.
+    for (size_t i = 1; i < video.size(); ++i)
+        EXPECT_EQ(video[i].time_ms - video[i - 1].time_ms, 40);
+    EXPECT_EQ(video[1].pts_ms - video[0].pts_ms, 120);
+    EXPECT_EQ(video[2].pts_ms - video[0].pts_ms, 40);
+}
+
+struct CodecCase {
+    const char* codec;
+    uint32_t number;
+};
+
+class VideoCodecs : public testing::TestWithParam<CodecCase> {};
+
+TEST_P(VideoCodecs, EachKeyFrameDecodesFromTheElementaryStream) {
+    ClipSpec spec;
+    spec.video = GetParam().codec;
+    spec.audio = "";
+    spec.gop = 10;
+    spec.seconds = 1;
+    const auto frames = test::ClipFrames(spec);
+    ASSERT_EQ(frames.size(), 25u);
+    ByteVector stream;
+    for (size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_EQ(frames[i].codec, GetParam().number);
+        const bool key = spec.video == "mjpeg" || i % 10 == 0;
+        EXPECT_EQ(frames[i].IsKey(), key) << i;
+        // The stream from the second key frame on: it must bring its own configuration.
+        if (i >= 10) stream.insert(stream.end(), frames[i].bytes.begin(), frames[i].bytes.end() - 64);
+    }
+    const std::string path = test::WorkPath(spec.video + ".es");
+    test::WriteFile(path, stream);
+    const std::string demuxer = spec.video == "mpeg4" ? "m4v" : spec.video == "mpeg2video" ? "mpegvideo" : spec.video;
+    const auto expected = test::DecodeVideo(test::MakeClip(spec)).Hashes();
+    const auto got = test::DecodeVideo(path, {"-f", demuxer});
+    EXPECT_EQ(got.errors, "");
+    ASSERT_EQ(expected.size(), 25u);
+    EXPECT_EQ(got.Hashes(), std::vector<std::string>(expected.begin() + 10, expected.end()));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, VideoCodecs,
+                         testing::Values(CodecCase{"h264", 2}, CodecCase{"hevc", 12}, CodecCase{"mpeg4", 1},
+                                         CodecCase{"mpeg2video", 9}, CodecCase{"mjpeg", 3}),
+                         [](const auto& param) { return std::string(param.param.codec); });
+
+TEST(MediaInput, G711ComesInBlocksOfFortyMilliseconds) {
+    for (const auto& [codec, number] : std::map<std::string, uint32_t>{{"alaw", 14}, {"mulaw", 22}}) {
+        ClipSpec spec;
+        spec.video = "";
+        spec.audio = codec;
+        spec.sample_rate = 8000;
+        spec.container = "wav";
+        const auto frames = test::ClipFrames(spec);
+        ASSERT_EQ(frames.size(), 50u);
+        for (size_t i = 0; i < frames.size(); ++i) {
+            EXPECT_EQ(frames[i].codec, number);
+            EXPECT_EQ(frames[i].Size(), 320u);
+            EXPECT_EQ(frames[i].samples_per_sec, 8000u);
+            EXPECT_EQ(frames[i].bits_per_sample, 8u);
+            EXPECT_EQ(frames[i].time_ms, 1000 + static_cast<int64_t>(i) * 40);
+        }
+    }
+}
+
+TEST(MediaInput, StereoPcmAtAnOddRateKeepsAllItsBytes) {
+    ClipSpec spec;
+    spec.video = "";
+    spec.audio = "pcm";
+    spec.sample_rate = 11025;
+    spec.channels = 2;
+    spec.container = "wav";
+    const auto frames = test::ClipFrames(spec);
+    size_t total = 0;
+    for (const MediaFrame& frame : frames) {
+        EXPECT_EQ(frame.codec, 16u);
+        EXPECT_EQ(frame.bits_per_sample, 16u);
+        EXPECT_EQ(frame.channels, 2u);
+        total += frame.Size();
+    }
+    EXPECT_EQ(frames.front().Size(), 441u * 4);
+    EXPECT_EQ(total, 22050u * 4);
+}
+
+TEST(MediaInput, TransportStreamsAndRawStreams) {
+    ClipSpec spec;
+    spec.container = "ts";
+    const auto from_ts = test::ClipFrames(spec);
+    EXPECT_EQ(Only(from_ts, MX_FRAME_VIDEO).size(), 50u);
+    for (const MediaFrame& frame : Only(from_ts, MX_FRAME_AUDIO))
+        EXPECT_EQ(frame.bytes[1], 0xF1);
+    ClipSpec raw;
+    raw.audio = "";
+    raw.container = "h264";
+    const auto from_raw = test::ClipFrames(raw);
+    ASSERT_EQ(from_raw.size(), 50u);
+    EXPECT_EQ(from_raw[49].time_ms, 1000 + 49 * 40);
+    InputOptions options;
+    options.frame_rate = 50;
+    const auto faster = ReadAllFrames({test::MakeClip(raw)}, options);
+    ASSERT_EQ(faster.size(), 50u);
+    EXPECT_EQ(faster[49].time_ms, 1000 + 49 * 20);
+    ClipSpec sound;
+    sound.video = "";
+    sound.container = "aac";
+    sound.sample_rate = 44100;
+    const auto aac = test::ClipFrames(sound);
+    EXPECT_GE(aac.size(), 86u);
+    EXPECT_EQ(aac[0].samples_per_sec, 44100u);
+}
+
+TEST(MediaInput, TwoFilesAreInterleaved) {
+    ClipSpec video;
+    video.audio = "";
+    video.container = "h264";
+    ClipSpec sound;
+    sound.video = "";
+    sound.container = "aac";
+    MediaInput input({test::MakeClip(video), test::MakeClip(sound)});
+    ASSERT_NE(input.Video(), nullptr);
+    ASSERT_NE(input.Audio(), nullptr);
+    EXPECT_EQ(input.Audio()->number, 1);
+    MediaFrame frame;
+    int64_t last = 0;
+    int kinds[4] = {};
+    while (input.Next(frame)) {
+        EXPECT_GE(frame.time_ms, last);
+        last = frame.time_ms;
+        ++kinds[frame.type];
+    }
+    EXPECT_EQ(kinds[1], 50);
+    EXPECT_GE(kinds[2], 93);
+}
+
+TEST(MediaInput, StreamsMayBeChosenOrLeftOut) {
+    const std::string clip = test::MakeClip({});
+    InputOptions options;
+    options.audio = StreamChoice::kNone;
+    EXPECT_TRUE(Only(ReadAllFrames({clip}, options), MX_FRAME_AUDIO).empty());
+    options = {};
+    options.video = StreamChoice::kNone;
+    options.audio = 1;
+    EXPECT_TRUE(Only(ReadAllFrames({clip}, options), MX_FRAME_VIDEO).empty());
+    options.audio = 0;
+    EXPECT_THROW(MediaInput({clip}, options), InputError);
+    options.audio = 7;
+    EXPECT_THROW(MediaInput({clip}, options), InputError);
+    options = {};
+    options.duration_ms = 1000;
+    EXPECT_EQ(Only(ReadAllFrames({clip}, options), MX_FRAME_VIDEO).size(), 25u);
+}
+
+TEST(MediaInput, SaysWhatIsWrongWithAnInput) {
+    const auto message = [](const std::string& path) {
+        try {
+            const MediaInput input({path});
+        } catch (const InputError& error) {
+            return std::string(error.what());
+        }
+        return std::string("nothing");
+    };
+    const std::string text = test::WorkPath("text");
+    test::WriteFile(text, test::Text(std::string(2000, 'a')));
+    const std::string empty = test::WorkPath("empty.mp4");
+    test::WriteFile(empty, {});
+    EXPECT_EQ(message("/nowhere/at/all.mp4"), "/nowhere/at/all.mp4: there is no such file");
+    EXPECT_EQ(message(test::WorkDirectory()), test::WorkDirectory() + ": is a directory; name a media file in it");
+    EXPECT_EQ(message(empty), empty + ": is empty");
+    EXPECT_EQ(message(text), text + ": is no media file that can be read");
+}
+
+TEST(Elementary, ParameterSetsGoBehindTheDelimiter) {
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 00 01 09 10 00 00 00 01 65 88")), 6u);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 01 09 10 00 00 01 65 88")), 5u);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 01 65 88")), 0u);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 01 67 42 00 00 01 65 88")), std::nullopt);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H265, Bytes("00 00 01 46 01 50 00 00 01 26 01")), 6u);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H265, Bytes("00 00 01 42 01 00 00 01 26 01")), std::nullopt);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_MPEG4, Bytes("00 00 01 B6 10")), 0u);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_MPEG4, Bytes("00 00 01 20 08 00 00 01 B6 10")), std::nullopt);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_MPEG2, Bytes("00 00 01 B3 14 00 00 01 00 10")), std::nullopt);
+    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, {}), 0u);
+}
+
+TEST(Elementary, Adts) {
+    std::string why;
+    // AAC LC, 44100 Hz, stereo.
+    const auto config = AdtsFromSpecificConfig(Bytes("12 10"), why);
+    ASSERT_TRUE(config);
+    const auto header = config->Header(100);
+    EXPECT_EQ(ByteVector(header.begin(), header.end()), Bytes("FF F1 50 80 0D 7F FC"));
+    // SBR over AAC LC at 24000 Hz: the header tells the core.
+    const auto sbr = AdtsFromSpecificConfig(Bytes("2B 09 88 00"), why);
+    ASSERT_TRUE(sbr);
+    EXPECT_EQ(sbr->Rate(), 24000u);
+    EXPECT_EQ(sbr->object_type, 2);
+    EXPECT_FALSE(AdtsFromSpecificConfig(Bytes("12"), why));
+    EXPECT_EQ(why, "its AudioSpecificConfig is cut short");
+    // A header with a CRC is 9 bytes.
+    AdtsConfig parsed;
+    const ByteVector with_crc = Bytes("FF F0 50 80 01 7F FC AA BB 11 22");
+    const auto payload = AdtsPayload(with_crc, parsed);
+    ASSERT_TRUE(payload);
+    EXPECT_EQ(ByteVector(payload->begin(), payload->end()), Bytes("11 22"));
+    EXPECT_EQ(parsed.Rate(), 44100u);
+    EXPECT_FALSE(AdtsPayload(Bytes("FF F1 50 80 1F FF FC 11"), parsed));
+}
+
+TEST(Elementary, SamplesBecomeSixteenBits) {
+    const auto convert = [](PcmForm form, const ByteVector& in) {
+        ByteVector out;
+        AppendAsS16Le(form, in, out);
+        return out;
+    };
+    EXPECT_EQ(convert(PcmForm::kS16Le, Bytes("34 12")), Bytes("34 12"));
+    EXPECT_EQ(convert(PcmForm::kS16Be, Bytes("12 34")), Bytes("34 12"));
+    EXPECT_EQ(convert(PcmForm::kS24Le, Bytes("56 34 12 FF FF FF")), Bytes("34 12 FF FF"));
+    EXPECT_EQ(convert(PcmForm::kS32Le, Bytes("00 00 34 12")), Bytes("34 12"));
+    // 0.5, 2.0 (too loud), not a number.
+    EXPECT_EQ(convert(PcmForm::kF32Le, Bytes("00 00 00 3F 00 00 00 40 00 00 C0 7F")), Bytes("00 40 FF 7F 00 00"));
+}
+
+}  // namespace
+}  // namespace Orvane::Muxora::Tools

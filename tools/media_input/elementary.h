@@ -1,0 +1,42 @@
+// Small steps from what a file holds to what the library takes: parameter sets, ADTS headers, PCM samples.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Orvane::Muxora::Tools {
+
+using ByteSpan = std::span<const uint8_t>;
+
+// Where in a key frame the parameter sets of `video_codec` (MXVideoCodec) are to be put in, or nothing if the frame
+// has its own. H.264 and H.265 want them behind an access unit delimiter, the others in front.
+std::optional<size_t> ParameterSetPlace(uint32_t video_codec, ByteSpan frame);
+
+// What an ADTS header says of the stream.
+struct AdtsConfig {
+    uint8_t object_type = 2;  // audio object type, 1 to 4
+    uint8_t rate_index = 4;
+    uint8_t channel_config = 2;
+
+    uint32_t Rate() const;
+    // ISO/IEC 13818-7 6.2: MPEG-4, no CRC, one raw data block.
+    std::array<uint8_t, 7> Header(size_t payload_size) const;
+};
+
+// Reads an AudioSpecificConfig (ISO/IEC 14496-3 1.6.2.1). What ADTS cannot say gives nothing, and the reason in `why`.
+std::optional<AdtsConfig> AdtsFromSpecificConfig(ByteSpan config, std::string& why);
+
+// A frame that has an ADTS header already: the payload behind it, and the header's words in `config`.
+std::optional<ByteSpan> AdtsPayload(ByteSpan frame, AdtsConfig& config);
+
+// Sample forms that become 16-bit little-endian PCM.
+enum class PcmForm { kS16Le, kS16Be, kS24Le, kS32Le, kF32Le };
+size_t BytesPerSample(PcmForm form);
+void AppendAsS16Le(PcmForm form, ByteSpan samples, std::vector<uint8_t>& out);
+
+}  // namespace Orvane::Muxora::Tools

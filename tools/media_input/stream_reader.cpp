@@ -1,0 +1,325 @@
+#include "media_input/stream_reader.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace Orvane::Muxora::Tools {
+
+namespace {
+
+constexpr AVRational kMicroseconds{1, 1000000};
+constexpr int64_t kClockJumpUs = 500000;
+
+std::optional<PcmForm> FormOf(AVCodecID id) {
+    switch (id) {
+        case AV_CODEC_ID_PCM_S16LE:
+            return PcmForm::kS16Le;
+        case AV_CODEC_ID_PCM_S16BE:
+            return PcmForm::kS16Be;
+        case AV_CODEC_ID_PCM_S24LE:
+            return PcmForm::kS24Le;
+        case AV_CODEC_ID_PCM_S32LE:
+            return PcmForm::kS32Le;
+        case AV_CODEC_ID_PCM_F32LE:
+            return PcmForm::kF32Le;
+        default:
+            return std::nullopt;
+    }
+}
+
+const char* FilterName(uint32_t type, uint32_t codec) {
+    if (type != MX_FRAME_VIDEO) return nullptr;
+    switch (codec) {
+        case MX_VIDEO_H264:
+            return "h264_mp4toannexb";
+        case MX_VIDEO_H265:
+            return "hevc_mp4toannexb";
+        case MX_VIDEO_MPEG4:  // AVI files may hold a B picture in the packet of another one
+            return "mpeg4_unpack_bframes";
+        default:
+            return nullptr;
+    }
+}
+
+ByteSpan Bytes(const AVPacket& packet) {
+    return {packet.data, static_cast<size_t>(packet.size)};
+}
+
+bool IsSampled(uint32_t codec) {
+    return codec == MX_AUDIO_PCM16 || codec == MX_AUDIO_PCM8 || codec == MX_AUDIO_ALAW || codec == MX_AUDIO_MULAW;
+}
+
+}  // namespace
+
+uint32_t LibraryCodec(const AVCodecParameters& par) {
+    switch (par.codec_id) {
+        case AV_CODEC_ID_H264:
+            return MX_VIDEO_H264;
+        case AV_CODEC_ID_HEVC:
+            return MX_VIDEO_H265;
+        case AV_CODEC_ID_MPEG4:
+            return MX_VIDEO_MPEG4;
+        case AV_CODEC_ID_MPEG2VIDEO:
+            return MX_VIDEO_MPEG2;
+        case AV_CODEC_ID_MJPEG:
+            return MX_VIDEO_MJPEG;
+        case AV_CODEC_ID_AAC:
+            return MX_AUDIO_AAC;
+        case AV_CODEC_ID_MP2:
+        case AV_CODEC_ID_MP3:
+            return MX_AUDIO_MPEG;
+        case AV_CODEC_ID_PCM_ALAW:
+            return MX_AUDIO_ALAW;
+        case AV_CODEC_ID_PCM_MULAW:
+            return MX_AUDIO_MULAW;
+        case AV_CODEC_ID_PCM_U8:
+            return MX_AUDIO_PCM8;
+        default:
+            return FormOf(par.codec_id) ? static_cast<uint32_t>(MX_AUDIO_PCM16) : 0;
+    }
+}
+
+const char* TakenCodecs(uint32_t frame_type) {
+    return frame_type == MX_FRAME_VIDEO ? "H.264, H.265, MPEG-4 part 2, MPEG-2 video, Motion JPEG"
+                                        : "AAC, MPEG audio, A-law, mu-law, PCM";
+}
+
+StreamReader::StreamReader(const AVStream& stream, MediaStream about, const InputOptions& options)
+    : about_(std::move(about)),
+      index_(stream.index),
+      time_base_(stream.time_base),
+      bitrate_(static_cast<uint32_t>(std::clamp<int64_t>(stream.codecpar->bit_rate, 0, UINT32_MAX))),
+      block_ms_(std::max<int64_t>(options.block_ms, 1)) {
+    const AVCodecParameters& par = *stream.codecpar;
+    if (par.extradata_size > 0) parameter_sets_.assign(par.extradata, par.extradata + par.extradata_size);
+    if (about_.type == MX_FRAME_VIDEO) {
+        frame_length_ = {1, static_cast<int>(about_.frame_rate)};
+        const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+        if (options.frame_rate == 0 && rate.num > 0 && rate.den > 0) frame_length_ = av_inv_q(rate);
+        OpenFilter(par);
+        OpenParser(par);
+        return;
+    }
+    if (about_.samples_per_sec == 0) Fail("does not say its sample rate");
+    if (about_.codec == MX_AUDIO_AAC) {
+        // Files that hold ADTS frames have no AudioSpecificConfig; then each frame says for itself.
+        if (!parameter_sets_.empty()) adts_ = AdtsFromSpecificConfig(parameter_sets_, adts_trouble_);
+        if (adts_) about_.samples_per_sec = adts_->Rate();
+        frame_length_ = {1024, static_cast<int>(about_.samples_per_sec)};
+    } else if (about_.codec == MX_AUDIO_MPEG) {
+        frame_length_ = {par.frame_size > 0 ? par.frame_size : 1152, static_cast<int>(about_.samples_per_sec)};
+    } else {
+        pcm_form_ = FormOf(par.codec_id);
+        block_samples_ = std::max<int64_t>(about_.samples_per_sec * block_ms_ / 1000, 1);
+    }
+}
+
+void StreamReader::Fail(const std::string& what) const {
+    throw InputError(about_.path + ": stream " + std::to_string(about_.number) + " (" + about_.codec_name + ") " +
+                     what);
+}
+
+void StreamReader::OpenFilter(const AVCodecParameters& par) {
+    const char* name = FilterName(about_.type, about_.codec);
+    if (name == nullptr) return;
+    const AVBitStreamFilter* filter = av_bsf_get_by_name(name);
+    AVBSFContext* context = nullptr;
+    if (filter == nullptr || av_bsf_alloc(filter, &context) < 0) Fail(std::string("needs libavcodec's ") + name);
+    filter_.reset(context);
+    filter_->time_base_in = time_base_;
+    if (avcodec_parameters_copy(filter_->par_in, &par) < 0 || av_bsf_init(filter_.get()) < 0) {
+        Fail("has a damaged codec configuration");
+    }
+    const AVCodecParameters& out = *filter_->par_out;
+    parameter_sets_.clear();
+    if (out.extradata_size > 0) parameter_sets_.assign(out.extradata, out.extradata + out.extradata_size);
+}
+
+void StreamReader::OpenParser(const AVCodecParameters& par) {
+    if (about_.codec == MX_VIDEO_MJPEG) return;
+    parser_.reset(av_parser_init(par.codec_id));
+    if (!parser_) return;
+    parser_->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+    parser_context_.reset(avcodec_alloc_context3(nullptr));
+    if (!parser_context_) Fail("needs more memory");
+    const AVCodecParameters& source = filter_ ? *filter_->par_out : par;
+    if (avcodec_parameters_to_context(parser_context_.get(), &source) < 0) Fail("has a damaged codec configuration");
+}
+
+void StreamReader::Take(AVPacket* packet) {
+    if (packet != nullptr && (packet->flags & AV_PKT_FLAG_CORRUPT) != 0) {
+        ++damaged;
+        return;
+    }
+    if (!filter_) {
+        if (packet != nullptr) {
+            TakeFiltered(*packet);
+        } else if (IsSampled(about_.codec)) {
+            CutBlocks(true);
+        }
+        return;
+    }
+    if (packet == nullptr || packet->size != 0) {
+        // A packet that the filter cannot read is one broken frame; the stream goes on.
+        if (av_bsf_send_packet(filter_.get(), packet) < 0) {
+            ++damaged;
+            return;
+        }
+    }
+    for (;;) {
+        const int result = av_bsf_receive_packet(filter_.get(), scratch_.get());
+        if (result == AVERROR(EAGAIN) || result == AVERROR_EOF) return;
+        if (result < 0) {
+            ++damaged;
+            return;
+        }
+        TakeFiltered(*scratch_);
+        av_packet_unref(scratch_.get());
+    }
+}
+
+void StreamReader::TakeFiltered(const AVPacket& packet) {
+    if (packet.size <= 0) return;
+    if (about_.type == MX_FRAME_VIDEO) {
+        TakeVideo(packet);
+    } else if (about_.codec == MX_AUDIO_AAC) {
+        TakeAac(packet);
+    } else if (about_.codec == MX_AUDIO_MPEG) {
+        MediaFrame frame = Blank();
+        frame.SetBytes(packet.data, static_cast<size_t>(packet.size));
+        const int64_t time = TimeOf(packet, packet.pts);
+        Push(std::move(frame), time, time);
+    } else {
+        TakePcm(packet);
+    }
+}
+
+uint32_t StreamReader::SubType(const AVPacket& packet, ByteSpan frame) {
+    const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    if (!parser_) return key || about_.codec == MX_VIDEO_MJPEG ? MX_SUB_I : MX_SUB_P;
+    uint8_t* out = nullptr;
+    int out_size = 0;
+    av_parser_parse2(parser_.get(), parser_context_.get(), &out, &out_size, frame.data(),
+                     static_cast<int>(frame.size()), packet.pts, packet.dts, packet.pos);
+    // An intra picture from which decoding cannot begin is no key frame for any container.
+    if (key) return MX_SUB_I;
+    return parser_->pict_type == AV_PICTURE_TYPE_B ? MX_SUB_B : MX_SUB_P;
+}
+
+void StreamReader::TakeVideo(const AVPacket& packet) {
+    MediaFrame frame = Blank();
+    frame.SetBytes(packet.data, static_cast<size_t>(packet.size));
+    frame.sub_type = SubType(packet, {frame.bytes.data(), frame.Size()});
+    if (frame.sub_type == MX_SUB_I && !parameter_sets_.empty()) {
+        if (const auto place = ParameterSetPlace(about_.codec, Bytes(packet))) {
+            frame.bytes.insert(frame.bytes.begin() + static_cast<std::ptrdiff_t>(*place), parameter_sets_.begin(),
+                               parameter_sets_.end());
+        }
+    }
+    // The library wants times that rise: decoding times, moved so that the first one is when its picture is shown.
+    const int64_t decode = TimeOf(packet, packet.dts);
+    const int64_t show = packet.pts == AV_NOPTS_VALUE ? decode : ToUs(packet.pts);
+    if (!reorder_us_) reorder_us_ = std::max<int64_t>(show - decode, 0);
+    Push(std::move(frame), decode + *reorder_us_, std::max(show, decode));
+}
+
+void StreamReader::TakeAac(const AVPacket& packet) {
+    MediaFrame frame = Blank();
+    ByteSpan payload = Bytes(packet);
+    AdtsConfig config = adts_.value_or(AdtsConfig{});
+    if (!adts_) {
+        if (!adts_trouble_.empty()) Fail("cannot be given as ADTS: " + adts_trouble_);
+        const auto bare = AdtsPayload(payload, config);
+        if (!bare) {
+            ++damaged;
+            return;
+        }
+        payload = *bare;
+        if (config.Rate() != 0) frame.samples_per_sec = config.Rate();
+    }
+    constexpr size_t kLargest = (1u << 13) - 1;
+    if (payload.size() + 7 > kLargest) {
+        ++damaged;
+        return;
+    }
+    const auto header = config.Header(payload.size());
+    frame.SetBytes(payload.data(), payload.size(), header.data(), header.size());
+    const int64_t time = TimeOf(packet, packet.pts);
+    Push(std::move(frame), time, time);
+}
+
+void StreamReader::TakePcm(const AVPacket& packet) {
+    const int64_t time = packet.pts == AV_NOPTS_VALUE ? INT64_MIN : ToUs(packet.pts);
+    const size_t block_align = about_.channels * (about_.bits_per_sample / 8);
+    const int64_t held = static_cast<int64_t>(pcm_.size() / std::max<size_t>(block_align, 1));
+    const int64_t expected =
+        pcm_start_us_ + av_rescale(pcm_samples_ + held, 1000000, static_cast<int64_t>(about_.samples_per_sec));
+    const bool first = pcm_samples_ == 0 && held == 0;
+    if (time != INT64_MIN && (first || std::abs(time - expected) > kClockJumpUs)) {
+        CutBlocks(true);
+        pcm_start_us_ = time;
+        pcm_samples_ = 0;
+    }
+    if (pcm_form_) {
+        AppendAsS16Le(*pcm_form_, Bytes(packet), pcm_);
+    } else {
+        pcm_.insert(pcm_.end(), packet.data, packet.data + packet.size);
+    }
+    CutBlocks(false);
+}
+
+void StreamReader::CutBlocks(bool all) {
+    const size_t align = std::max<size_t>(about_.channels * (about_.bits_per_sample / 8), 1);
+    const size_t block = static_cast<size_t>(block_samples_) * align;
+    size_t from = 0;
+    while (from < pcm_.size()) {
+        const size_t left = (pcm_.size() - from) / align * align;
+        const size_t size = std::min(block, left);
+        if (size == 0 || (size < block && !all)) break;
+        MediaFrame frame = Blank();
+        frame.SetBytes(pcm_.data() + from, size);
+        const int64_t time =
+            pcm_start_us_ + av_rescale(pcm_samples_, 1000000, static_cast<int64_t>(about_.samples_per_sec));
+        pcm_samples_ += static_cast<int64_t>(size / align);
+        from += size;
+        Push(std::move(frame), time, time);
+    }
+    pcm_.erase(pcm_.begin(), pcm_.begin() + static_cast<std::ptrdiff_t>(from));
+    if (all) pcm_.clear();
+}
+
+MediaFrame StreamReader::Blank() const {
+    MediaFrame frame;
+    frame.type = about_.type;
+    frame.codec = about_.codec;
+    frame.width = about_.width;
+    frame.height = about_.height;
+    frame.frame_rate = about_.frame_rate;
+    frame.samples_per_sec = about_.samples_per_sec;
+    frame.bits_per_sample = about_.bits_per_sample;
+    frame.channels = about_.channels;
+    frame.bitrate = about_.type == MX_FRAME_AUDIO ? bitrate_ : 0;
+    return frame;
+}
+
+void StreamReader::Push(MediaFrame frame, int64_t time_us, int64_t pts_us) {
+    ready_bytes += frame.bytes.size();
+    ready.push_back({time_us, pts_us, std::move(frame)});
+}
+
+int64_t StreamReader::ToUs(int64_t stamp) const {
+    return av_rescale_q(stamp, time_base_, kMicroseconds);
+}
+
+int64_t StreamReader::TimeOf(const AVPacket& packet, int64_t stamp) {
+    if (stamp == AV_NOPTS_VALUE && since_anchor_ < 0 && packet.pts != AV_NOPTS_VALUE) stamp = packet.pts;
+    if (stamp != AV_NOPTS_VALUE) {
+        anchor_us_ = ToUs(stamp);
+        since_anchor_ = 0;
+        return anchor_us_;
+    }
+    ++since_anchor_;
+    return anchor_us_ + av_rescale(since_anchor_, 1000000 * static_cast<int64_t>(frame_length_.num), frame_length_.den);
+}
+
+}  // namespace Orvane::Muxora::Tools

@@ -1,0 +1,84 @@
+// One elementary stream on its way from libav's packets to the library's frames.
+#pragma once
+
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "media_input/av_handles.h"
+#include "media_input/elementary.h"
+#include "media_input/media_input.h"
+
+namespace Orvane::Muxora::Tools {
+
+// The number in the library's counting, or 0 for a codec that it does not take.
+uint32_t LibraryCodec(const AVCodecParameters& par);
+// What may be given, for messages.
+const char* TakenCodecs(uint32_t frame_type);
+
+class StreamReader {
+  public:
+    // `about` describes the stream; its path and number serve the messages. Throws InputError.
+    StreamReader(const AVStream& stream, MediaStream about, const InputOptions& options);
+
+    // Null flushes what is held back at the end of the file.
+    void Take(AVPacket* packet);
+
+    // Frames that are ready, with times in microseconds on the file's clock.
+    struct Timed {
+        int64_t time_us;
+        int64_t pts_us;
+        MediaFrame frame;
+    };
+    std::deque<Timed> ready;
+    size_t ready_bytes = 0;
+    uint64_t damaged = 0;
+    // Milliseconds of the frame handed out last, so that times rise.
+    int64_t last_ms = -1;
+
+    const MediaStream& About() const { return about_; }
+    int Index() const { return index_; }
+
+  private:
+    void OpenFilter(const AVCodecParameters& par);
+    void OpenParser(const AVCodecParameters& par);
+    void TakeFiltered(const AVPacket& packet);
+    void TakeVideo(const AVPacket& packet);
+    void TakeAac(const AVPacket& packet);
+    void TakePcm(const AVPacket& packet);
+    void CutBlocks(bool all);
+    uint32_t SubType(const AVPacket& packet, ByteSpan frame);
+    MediaFrame Blank() const;
+    void Push(MediaFrame frame, int64_t time_us, int64_t pts_us);
+    int64_t TimeOf(const AVPacket& packet, int64_t stamp);
+    int64_t ToUs(int64_t stamp) const;
+    [[noreturn]] void Fail(const std::string& what) const;
+
+    MediaStream about_;
+    int index_;
+    AVRational time_base_;
+    AvPtr<AVBSFContext> filter_;
+    AvPtr<AVCodecContext> parser_context_;
+    AvPtr<AVCodecParserContext> parser_;
+    std::vector<uint8_t> parameter_sets_;
+    std::optional<AdtsConfig> adts_;
+    std::string adts_trouble_;
+    uint32_t bitrate_ = 0;
+
+    // Frames without a time follow the last one that had one by whole frame lengths.
+    int64_t anchor_us_ = 0;
+    int64_t since_anchor_ = -1;
+    AVRational frame_length_{0, 1};
+    std::optional<int64_t> reorder_us_;
+
+    std::vector<uint8_t> pcm_;
+    int64_t pcm_start_us_ = 0;
+    int64_t pcm_samples_ = 0;
+    int64_t block_samples_ = 0;
+    int64_t block_ms_ = 0;
+    std::optional<PcmForm> pcm_form_;
+    AvPtr<AVPacket> scratch_{av_packet_alloc()};
+};
+
+}  // namespace Orvane::Muxora::Tools
