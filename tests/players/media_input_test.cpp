@@ -275,6 +275,44 @@ TEST(Elementary, ParameterSetsGoBehindTheDelimiter) {
     EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, {}), 0u);
 }
 
+TEST(Elementary, LongStartCodes) {
+    const auto convert = [](const char* hex) {
+        ByteVector out;
+        const ByteVector in = Bytes(hex);
+        AppendWithLongStartCodes(in, out);
+        return out;
+    };
+    EXPECT_EQ(convert("00 00 01 67 42 00 00 01 68 CE 00 00 00 01 65 88 80"),
+              Bytes("00 00 00 01 67 42 00 00 00 01 68 CE 00 00 00 01 65 88 80"));
+    EXPECT_EQ(convert("00 00 00 00 01 65 88 00 00 00 00 01 41 9A"), Bytes("00 00 00 01 65 88 00 00 00 01 41 9A"));
+    EXPECT_EQ(convert("00 00 01 65 88 00 00 01"), Bytes("00 00 00 01 65 88"));
+    EXPECT_EQ(convert("65 88 00 00"), ByteVector{});
+}
+
+TEST(MediaInput, StartCodesHaveFourBytes) {
+    ClipSpec spec;
+    spec.container = "mp4";
+    spec.slices = 4;
+    InputOptions as_they_come;
+    as_they_come.long_start_codes = false;
+    const auto before = Only(ReadAllFrames({test::MakeClip(spec)}, as_they_come), MX_FRAME_VIDEO);
+    const auto after = Only(test::ClipFrames(spec), MX_FRAME_VIDEO);
+    ASSERT_EQ(before.size(), after.size());
+    const auto short_codes = [](const MediaFrame& frame) {
+        int count = 0;
+        for (size_t i = 0; i + 3 < frame.Size(); ++i) {
+            const bool code = frame.bytes[i] == 0 && frame.bytes[i + 1] == 0 && frame.bytes[i + 2] == 1;
+            count += code && (i == 0 || frame.bytes[i - 1] != 0) ? 1 : 0;
+        }
+        return count;
+    };
+    EXPECT_GE(short_codes(before[1]), 3);
+    for (size_t i = 0; i < after.size(); ++i) {
+        EXPECT_EQ(short_codes(after[i]), 0);
+        EXPECT_EQ(UnitTypes(after[i]), UnitTypes(before[i]));
+    }
+}
+
 TEST(Elementary, Adts) {
     std::string why;
     // AAC LC, 44100 Hz, stereo.

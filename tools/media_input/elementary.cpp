@@ -45,6 +45,12 @@ size_t BehindDelimiter(ByteSpan frame, uint8_t first_byte_mask, uint8_t delimite
     return next;
 }
 
+// Is the frame's end a start code with nothing behind it?
+bool EndsInStartCode(ByteSpan data, size_t from) {
+    const size_t size = data.size();
+    return size >= from + 3 && data[size - 3] == 0 && data[size - 2] == 0 && data[size - 1] == 1;
+}
+
 class Bits {
   public:
     explicit Bits(ByteSpan data) : data_(data) {}
@@ -109,6 +115,20 @@ std::optional<size_t> ParameterSetPlace(uint32_t video_codec, ByteSpan frame) {
             return 0;
         default:
             return std::nullopt;
+    }
+}
+
+void AppendWithLongStartCodes(ByteSpan frame, std::vector<uint8_t>& out) {
+    for (size_t at = NextStart(frame, 0); at < frame.size();) {
+        const size_t next = NextStart(frame, at);
+        size_t end = next < frame.size() || EndsInStartCode(frame, at) ? next - 3 : frame.size();
+        // Zeros in front of a start code are part of no unit (trailing_zero_8bits).
+        while (end > at && frame[end - 1] == 0)
+            --end;
+        out.insert(out.end(), {0, 0, 0, 1});
+        out.insert(out.end(), frame.begin() + static_cast<std::ptrdiff_t>(at),
+                   frame.begin() + static_cast<std::ptrdiff_t>(end));
+        at = next;
     }
 }
 

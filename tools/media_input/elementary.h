@@ -17,6 +17,9 @@ using ByteSpan = std::span<const uint8_t>;
 // has its own. H.264 and H.265 want them behind an access unit delimiter, the others in front.
 std::optional<size_t> ParameterSetPlace(uint32_t video_codec, ByteSpan frame);
 
+// Appends the NAL units of an Annex-B frame to `out`, each behind 00 00 00 01.
+void AppendWithLongStartCodes(ByteSpan frame, std::vector<uint8_t>& out);
+
 // What an ADTS header says of the stream.
 struct AdtsConfig {
     uint8_t object_type = 2;  // audio object type, 1 to 4

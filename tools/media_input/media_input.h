@@ -35,6 +35,8 @@ struct InputOptions {
     int64_t duration_ms = 0;
     // Length of the blocks into which PCM and G.711 are cut.
     int64_t block_ms = 40;
+    // Start codes of H.264 and H.265 become 00 00 00 01, which Matroska asks for; false leaves them as they come.
+    bool long_start_codes = true;
 };
 
 // A chosen stream, as far as it is known before the first frame.

@@ -9,6 +9,7 @@ namespace {
 
 constexpr AVRational kMicroseconds{1, 1000000};
 constexpr int64_t kClockJumpUs = 500000;
+constexpr size_t kRoomForStartCodes = 64;
 
 std::optional<PcmForm> FormOf(AVCodecID id) {
     switch (id) {
@@ -89,6 +90,7 @@ StreamReader::StreamReader(const AVStream& stream, MediaStream about, const Inpu
       index_(stream.index),
       time_base_(stream.time_base),
       bitrate_(static_cast<uint32_t>(std::clamp<int64_t>(stream.codecpar->bit_rate, 0, UINT32_MAX))),
+      long_start_codes_(options.long_start_codes && (about_.codec == MX_VIDEO_H264 || about_.codec == MX_VIDEO_H265)),
       block_ms_(std::max<int64_t>(options.block_ms, 1)) {
     const AVCodecParameters& par = *stream.codecpar;
     if (par.extradata_size > 0) parameter_sets_.assign(par.extradata, par.extradata + par.extradata_size);
@@ -214,6 +216,15 @@ void StreamReader::TakeVideo(const AVPacket& packet) {
         if (const auto place = ParameterSetPlace(about_.codec, Bytes(packet))) {
             frame.bytes.insert(frame.bytes.begin() + static_cast<std::ptrdiff_t>(*place), parameter_sets_.begin(),
                                parameter_sets_.end());
+        }
+    }
+    if (long_start_codes_) {
+        std::vector<uint8_t> longer;
+        longer.reserve(frame.bytes.size() + kRoomForStartCodes);
+        AppendWithLongStartCodes({frame.bytes.data(), frame.Size()}, longer);
+        if (!longer.empty()) {
+            longer.resize(longer.size() + MediaFrame::kSpare);
+            frame.bytes = std::move(longer);
         }
     }
     // The library wants times that rise: decoding times, moved so that the first one is when its picture is shown.

@@ -65,6 +65,7 @@ class StreamReader {
     std::optional<AdtsConfig> adts_;
     std::string adts_trouble_;
     uint32_t bitrate_ = 0;
+    bool long_start_codes_ = false;
 
     // Frames without a time follow the last one that had one by whole frame lengths.
     int64_t anchor_us_ = 0;

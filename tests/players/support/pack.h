@@ -13,9 +13,11 @@ namespace test {
 using Orvane::Muxora::Tools::MediaFrame;
 
 struct PackOptions {
+    PackOptions() { header.start_time_ms = MX_NO_START_TIME; }
+
     MXHeaderInfo header{};
-    // Fill the header's stream fields (AVI, TS) from the first frames.
-    bool describe = true;
+    // Fill the header's stream fields, which AVI and TS read, from the first frames.
+    bool describe = false;
     const MXRtpParam* rtp = nullptr;
     // Changes a record before it goes in: another codec number, no timestamp, ...
     std::function<void(MXFrameInfo&)> adjust;
