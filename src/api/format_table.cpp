@@ -1,6 +1,7 @@
 #include "api/format_table.h"
 
 #include "containers/wav_packet.h"
+#include "iso/mp4_packet.h"
 #include "mpeg2/ps_packet.h"
 #include "mpeg2/ts_packet.h"
 #include "ovx/ovx_packet.h"
@@ -36,22 +37,22 @@ struct Row {
 constexpr Keys kNone{};
 
 constexpr Row kFormats[] = {
-    {MX_FORMAT_MP4, nullptr, true, kNone, {"mp4", "MP4"}},
+    {MX_FORMAT_MP4, Make<CMp4Packet>, true, kNone, {"mp4", "MP4"}},
     {MX_FORMAT_ASF, nullptr, true, kNone, {"asf", "ASF"}},
     {MX_FORMAT_AVI, nullptr, true, kNone, {"avi", "AVI"}},
     {MX_FORMAT_OVX, Make<COvxPacket>, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
     {MX_FORMAT_FLV, nullptr, true, kNone, {"flv", "FLV"}},
     {MX_FORMAT_ASF_STREAM, nullptr, true, {"asf", "ASF"}, kNone},
-    {MX_FORMAT_MOV, nullptr, true, kNone, {"mov", "MOV"}},
-    {MX_FORMAT_3GP, nullptr, false, kNone, {"3gp", "3GP"}},
+    {MX_FORMAT_MOV, Make<CMp4Packet>, true, kNone, {"mov", "MOV"}},
+    {MX_FORMAT_3GP, Make<CMp4Packet>, false, kNone, {"3gp", "3GP"}},
     {MX_FORMAT_FLV_STREAM, nullptr, true, {"flv", "FLV"}, kNone},
     {MX_FORMAT_RTP, Make<CRtpPacket>, true, {"rtp", "RTP"}, kNone},
     {MX_FORMAT_TS, Make<CTsPacket>, true, {"ts", "TS"}, kNone},
     {MX_FORMAT_PS, Make<CPsPacket>, true, {"ps", "PS"}, kNone},
-    {MX_FORMAT_MP4_NOSEEK, nullptr, true, kNone, {"mp4noseek", "MP4NOSEEK"}},
+    {MX_FORMAT_MP4_NOSEEK, Make<CMp4Packet>, true, kNone, {"mp4noseek", "MP4NOSEEK"}},
     {MX_FORMAT_MKV, nullptr, true, kNone, {"mkv", "MKV"}},
-    {MX_FORMAT_MP4_64, nullptr, true, kNone, {"mp464", "MP464"}},
-    {MX_FORMAT_MOV_64, nullptr, true, kNone, {"mov64", "MOV64"}},
+    {MX_FORMAT_MP4_64, Make<CMp4Packet>, true, kNone, {"mp464", "MP464"}},
+    {MX_FORMAT_MOV_64, Make<CMp4Packet>, true, kNone, {"mov64", "MOV64"}},
     {MX_FORMAT_WAV, Make<CWavPacket>, true, kNone, {"wav", "WAV"}},
     {MX_FORMAT_PS_OV, Make<CPsPacket>, true, {"ovps", "OVPS"}, kNone},
     {MX_FORMAT_PS_GAYS, Make<CPsPacket>, true, {"gaysps", "GAYSPS"}, kNone},
