@@ -3,6 +3,11 @@
 // halves with x^(D+32) and x^(D-32). What is left at the end, 16 bytes and a rest, goes through the tables.
 #include "codec/kernels/crc32_kernels.h"
 
+// g++ 12 takes the undefined registers inside its own AVX-512 header for uninitialised variables of ours (bug 105593).
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+
 #include "codec/kernels/target.h"
 
 #if defined(MUXORA_X86_KERNELS)
