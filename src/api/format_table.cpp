@@ -2,6 +2,7 @@
 
 #include "containers/wav_packet.h"
 #include "iso/mp4_packet.h"
+#include "mkv/mkv_packet.h"
 #include "mpeg2/ps_packet.h"
 #include "mpeg2/ts_packet.h"
 #include "ovx/ovx_packet.h"
@@ -50,7 +51,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_TS, Make<CTsPacket>, true, {"ts", "TS"}, kNone},
     {MX_FORMAT_PS, Make<CPsPacket>, true, {"ps", "PS"}, kNone},
     {MX_FORMAT_MP4_NOSEEK, Make<CMp4Packet>, true, kNone, {"mp4noseek", "MP4NOSEEK"}},
-    {MX_FORMAT_MKV, nullptr, true, kNone, {"mkv", "MKV"}},
+    {MX_FORMAT_MKV, Make<CMkvPacket>, true, kNone, {"mkv", "MKV"}},
     {MX_FORMAT_MP4_64, Make<CMp4Packet>, true, kNone, {"mp464", "MP464"}},
     {MX_FORMAT_MOV_64, Make<CMp4Packet>, true, kNone, {"mov64", "MOV64"}},
     {MX_FORMAT_WAV, Make<CWavPacket>, true, kNone, {"wav", "WAV"}},

@@ -1,0 +1,65 @@
+#include "mkv/avc_record.h"
+
+#include <cstring>
+
+#include "codec/start_code.h"
+
+namespace Orvane::Muxora {
+
+namespace {
+
+constexpr uint32_t kLengthSize = 4;  // of a start code and of the length that takes its place
+constexpr uint8_t kNalTypeMask = 0x1F;
+constexpr uint8_t kNalSps = 7;
+constexpr uint8_t kNalPps = 8;
+constexpr uint8_t kConfigurationVersion = 1;
+constexpr uint8_t kLengthSizeMinusOne = 0xFF;  // six reserved bits, then 3: lengths of four bytes
+constexpr uint8_t kSpsCountMarker = 0xE0;      // three reserved bits
+
+}  // namespace
+
+void CAvcRecord::ScanAvcFrame(uint8_t* frame, uint32_t length) {
+    const uint8_t* const end = frame + length;
+    uint8_t* span = frame;
+    const uint8_t* start_code = FindLongStartCode(frame, end);
+    while (start_code != end) {
+        const uint8_t* const nal = start_code + kLengthSize;
+        start_code = FindLongStartCode(nal, end);
+        const auto nal_length = static_cast<uint32_t>(start_code - nal);
+        PutBE32(span, nal_length);
+        Keep(nal, nal_length);
+        span = frame + (start_code - frame);
+    }
+}
+
+void CAvcRecord::Keep(const uint8_t* nal, uint32_t length) {
+    if (length == 0 || length > kMaxParameterSet) return;
+    const uint8_t type = nal[0] & kNalTypeMask;
+    if (type != kNalSps && type != kNalPps) return;
+    (type == kNalSps ? sps_ : pps_).Set(nal, length);
+    if (sps_.count != 0 || sps_.length == 0 || pps_.length == 0) return;
+    // From here on only the parameter sets themselves are replaced: the profile stays that of the first pair.
+    sps_.count = 1;
+    pps_.count = 1;
+    version_ = kConfigurationVersion;
+    std::memcpy(profile_, sps_.bytes + 1, sizeof profile_);
+}
+
+void CAvcRecord::ParameterSet::Set(const uint8_t* nal, uint32_t nal_length) {
+    length = static_cast<uint8_t>(nal_length);
+    std::memcpy(bytes, nal, nal_length);
+}
+
+void CAvcRecord::PutConfiguration(ByteCursor& out) const {
+    out.U8(version_)
+        .Bytes(profile_, sizeof profile_)
+        .U8(kLengthSizeMinusOne)
+        .U8(sps_.count | kSpsCountMarker)
+        .BE16(sps_.length)
+        .Bytes(sps_.bytes, sps_.length)
+        .U8(pps_.count)
+        .BE16(pps_.length)
+        .Bytes(pps_.bytes, pps_.length);
+}
+
+}  // namespace Orvane::Muxora
