@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstring>
 
 #include "codec/kernels/crc32_kernels.h"
 
@@ -11,20 +10,20 @@ namespace Orvane::Muxora {
 
 namespace {
 
-using UpdateFunction = uint32_t (*)(uint32_t state, const uint8_t* data, size_t length);
+// The best kernel of this processor, found by the first call. Threads that race for it all store the same.
+std::atomic<const Kernels::Crc32Kernel*> g_kernel{nullptr};
 
-uint32_t ChooseAndUpdate(uint32_t state, const uint8_t* data, size_t length);
+const Kernels::Crc32Kernel& Choose() {
+    const auto kernels = Kernels::Crc32Kernels();
+    const auto best =
+        std::find_if(kernels.begin(), kernels.end() - 1, [](const auto& kernel) { return kernel.supported(); });
+    g_kernel.store(&*best, std::memory_order_relaxed);
+    return *best;
+}
 
-// The first call puts the best kernel here. Threads that race for it all store the same.
-constinit std::atomic<UpdateFunction> g_update{ChooseAndUpdate};
-
-uint32_t ChooseAndUpdate(uint32_t state, const uint8_t* data, size_t length) {
-    for (const Kernels::Crc32Kernel& kernel : Kernels::Crc32Kernels()) {
-        if (!kernel.supported()) continue;
-        g_update.store(kernel.update, std::memory_order_relaxed);
-        return kernel.update(state, data, length);
-    }
-    return Kernels::Crc32Table(state, data, length);
+const Kernels::Crc32Kernel& Kernel() {
+    const Kernels::Crc32Kernel* const kernel = g_kernel.load(std::memory_order_relaxed);
+    return kernel != nullptr ? *kernel : Choose();
 }
 
 constexpr uint32_t kMpeg2Polynomial = 0x04C11DB7;
@@ -49,20 +48,11 @@ uint32_t Crc32(const uint8_t* data, uint32_t length) {
 }
 
 uint32_t Crc32Update(uint32_t crc, const uint8_t* data, size_t length) {
-    return ~g_update.load(std::memory_order_relaxed)(~crc, data, length);
+    return ~Kernel().update(~crc, data, length);
 }
 
 uint32_t Crc32Copy(uint32_t crc, uint8_t* out, const uint8_t* data, size_t length) {
-    constexpr size_t kPiece = 8192;
-    while (length != 0) {
-        const size_t piece = std::min(length, kPiece);
-        std::memcpy(out, data, piece);
-        crc = Crc32Update(crc, data, piece);
-        out += piece;
-        data += piece;
-        length -= piece;
-    }
-    return crc;
+    return ~Kernel().copy(~crc, out, data, length);
 }
 
 uint32_t Crc32Mpeg2(const uint8_t* data, uint32_t length) {

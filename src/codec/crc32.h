@@ -12,8 +12,7 @@ uint32_t Crc32(const uint8_t* data, uint32_t length);
 // The same over data that comes in pieces: `crc` is 0 ahead of the first piece, then what the call before returned.
 uint32_t Crc32Update(uint32_t crc, const uint8_t* data, size_t length);
 
-// Copies `length` bytes to `out` and returns Crc32Update over them. The two go hand in hand in pieces that stay in the
-// first-level cache, so that the checksum costs little above the copy.
+// Copies `length` bytes to `out` and returns Crc32Update over them, in one pass that costs little above the copy.
 uint32_t Crc32Copy(uint32_t crc, uint8_t* out, const uint8_t* data, size_t length);
 
 // CRC-32 of MPEG-2 systems (ISO/IEC 13818-1 Annex A): most significant bit first, initial value all ones, no inversion.

@@ -3,10 +3,7 @@
 // halves with x^(D+32) and x^(D-32). What is left at the end, 16 bytes and a rest, goes through the tables.
 #include "codec/kernels/crc32_kernels.h"
 
-// g++ 12 takes the undefined registers inside its own AVX-512 header for uninitialised variables of ours (bug 105593).
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
+#include <cstring>
 
 #include "codec/kernels/target.h"
 
@@ -20,6 +17,11 @@ namespace {
 
 bool Always() {
     return true;
+}
+
+uint32_t CopyByTable(uint32_t state, uint8_t* out, const uint8_t* data, size_t length) {
+    if (length != 0) std::memcpy(out, data, length);
+    return Crc32Table(state, data, length);
 }
 
 #if defined(MUXORA_X86_KERNELS)
@@ -48,12 +50,28 @@ constexpr FoldFactors kBy16Blocks = FactorsFor(2048);
 #define MUXORA_CLMUL MUXORA_TARGET("pclmul,sse4.1")
 #define MUXORA_WIDE_CLMUL MUXORA_TARGET("avx512f,avx512vl,vpclmulqdq,pclmul,sse4.1")
 
-MUXORA_CLMUL inline __m128i Load(const uint8_t* p) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-}
-
 MUXORA_CLMUL inline __m128i Factors(FoldFactors factors) {
     return _mm_set_epi64x(static_cast<int64_t>(factors.high), static_cast<int64_t>(factors.low));
+}
+
+// What is left of the message, and where its copy goes.
+template <bool kCopy>
+struct Rest {
+    const uint8_t* data;
+    size_t length;
+    uint8_t* out;  // null without a copy
+};
+
+template <bool kCopy>
+MUXORA_CLMUL inline __m128i Next(Rest<kCopy>& rest) {
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rest.data));
+    if constexpr (kCopy) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(rest.out), block);
+        rest.out += kBlock;
+    }
+    rest.data += kBlock;
+    rest.length -= kBlock;
+    return block;
 }
 
 MUXORA_CLMUL inline __m128i Fold(__m128i block, __m128i factors, __m128i onto) {
@@ -62,41 +80,49 @@ MUXORA_CLMUL inline __m128i Fold(__m128i block, __m128i factors, __m128i onto) {
     return _mm_xor_si128(_mm_xor_si128(low, high), onto);
 }
 
-// One block stands for all the bytes before `data`; takes in the rest.
-MUXORA_CLMUL uint32_t Finish(__m128i block, const uint8_t* data, size_t length) {
+// One block stands for all the bytes before the rest.
+template <bool kCopy>
+MUXORA_CLMUL inline uint32_t Finish(__m128i block, Rest<kCopy>& rest) {
     const __m128i by1 = Factors(kBy1Block);
-    for (; length >= kBlock; length -= kBlock, data += kBlock)
-        block = Fold(block, by1, Load(data));
+    while (rest.length >= kBlock)
+        block = Fold(block, by1, Next(rest));
+    if constexpr (kCopy) {
+        // The last 16 bytes once more, so that no odd bytes are left.
+        const auto* const last = reinterpret_cast<const __m128i*>(rest.data + rest.length - kBlock);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(rest.out + rest.length - kBlock), _mm_loadu_si128(last));
+    }
     alignas(16) uint8_t bytes[kBlock];
     _mm_store_si128(reinterpret_cast<__m128i*>(bytes), block);
-    return Crc32Table(Crc32Table(0, bytes, kBlock), data, length);
+    return Crc32Table(Crc32Table(0, bytes, kBlock), rest.data, rest.length);
 }
 
 bool HasClmul() {
     return __builtin_cpu_supports("pclmul") != 0 && __builtin_cpu_supports("sse4.1") != 0;
 }
 
-MUXORA_CLMUL uint32_t Crc32Clmul(uint32_t state, const uint8_t* data, size_t length) {
-    if (length < kBlock) return Crc32Table(state, data, length);
+template <bool kCopy>
+MUXORA_CLMUL uint32_t ByClmul(uint32_t state, uint8_t* out, const uint8_t* data, size_t length) {
+    if (length < kBlock) {
+        if constexpr (kCopy) return CopyByTable(state, out, data, length);
+        return Crc32Table(state, data, length);
+    }
+    Rest<kCopy> rest{data, length, out};
     // The state goes in as if it were added to the first four bytes.
-    const __m128i start = _mm_cvtsi32_si128(static_cast<int32_t>(state));
-    if (length < 4 * kBlock) return Finish(_mm_xor_si128(Load(data), start), data + kBlock, length - kBlock);
+    __m128i x0 = _mm_xor_si128(Next(rest), _mm_cvtsi32_si128(static_cast<int32_t>(state)));
+    if (rest.length < 3 * kBlock) return Finish(x0, rest);
 
-    __m128i x0 = _mm_xor_si128(Load(data), start);
-    __m128i x1 = Load(data + kBlock);
-    __m128i x2 = Load(data + 2 * kBlock);
-    __m128i x3 = Load(data + 3 * kBlock);
-    data += 4 * kBlock;
-    length -= 4 * kBlock;
+    __m128i x1 = Next(rest);
+    __m128i x2 = Next(rest);
+    __m128i x3 = Next(rest);
     const __m128i by4 = Factors(kBy4Blocks);
-    for (; length >= 4 * kBlock; length -= 4 * kBlock, data += 4 * kBlock) {
-        x0 = Fold(x0, by4, Load(data));
-        x1 = Fold(x1, by4, Load(data + kBlock));
-        x2 = Fold(x2, by4, Load(data + 2 * kBlock));
-        x3 = Fold(x3, by4, Load(data + 3 * kBlock));
+    while (rest.length >= 4 * kBlock) {
+        x0 = Fold(x0, by4, Next(rest));
+        x1 = Fold(x1, by4, Next(rest));
+        x2 = Fold(x2, by4, Next(rest));
+        x3 = Fold(x3, by4, Next(rest));
     }
     const __m128i by1 = Factors(kBy1Block);
-    return Finish(Fold(Fold(Fold(x0, by1, x1), by1, x2), by1, x3), data, length);
+    return Finish(Fold(Fold(Fold(x0, by1, x1), by1, x2), by1, x3), rest);
 }
 
 bool HasWideClmul() {
@@ -104,12 +130,26 @@ bool HasWideClmul() {
            __builtin_cpu_supports("vpclmulqdq") != 0;
 }
 
-MUXORA_WIDE_CLMUL inline __m512i WideLoad(const uint8_t* p) {
-    return _mm512_loadu_si512(p);
+template <bool kCopy>
+MUXORA_WIDE_CLMUL inline __m512i WideNext(Rest<kCopy>& rest) {
+    const __m512i block = _mm512_loadu_si512(rest.data);
+    if constexpr (kCopy) {
+        _mm512_storeu_si512(rest.out, block);
+        rest.out += kWideBlock;
+    }
+    rest.data += kWideBlock;
+    rest.length -= kWideBlock;
+    return block;
 }
 
+// The masked forms of two intrinsics stand here because g++ 12 warns of an uninitialised value inside the plain ones.
 MUXORA_WIDE_CLMUL inline __m512i WideFactors(FoldFactors factors) {
-    return _mm512_broadcast_i32x4(Factors(factors));
+    return _mm512_maskz_broadcast_i32x4(0xFFFF, Factors(factors));
+}
+
+template <int kPart>
+MUXORA_WIDE_CLMUL inline __m128i Part(__m512i block) {
+    return _mm512_maskz_extracti32x4_epi32(0xF, block, kPart);
 }
 
 MUXORA_WIDE_CLMUL inline __m512i WideFold(__m512i block, __m512i factors, __m512i onto) {
@@ -119,45 +159,45 @@ MUXORA_WIDE_CLMUL inline __m512i WideFold(__m512i block, __m512i factors, __m512
     return _mm512_ternarylogic_epi64(low, high, onto, kXorOfThree);
 }
 
-MUXORA_WIDE_CLMUL uint32_t Crc32WideClmul(uint32_t state, const uint8_t* data, size_t length) {
-    if (length < 4 * kWideBlock) return Crc32Clmul(state, data, length);
+template <bool kCopy>
+MUXORA_WIDE_CLMUL uint32_t ByWideClmul(uint32_t state, uint8_t* out, const uint8_t* data, size_t length) {
+    if (length < 4 * kWideBlock) return ByClmul<kCopy>(state, out, data, length);
+    Rest<kCopy> rest{data, length, out};
     const __m512i start = _mm512_zextsi128_si512(_mm_cvtsi32_si128(static_cast<int32_t>(state)));
-    __m512i x0 = _mm512_xor_si512(WideLoad(data), start);
-    __m512i x1 = WideLoad(data + kWideBlock);
-    __m512i x2 = WideLoad(data + 2 * kWideBlock);
-    __m512i x3 = WideLoad(data + 3 * kWideBlock);
-    data += 4 * kWideBlock;
-    length -= 4 * kWideBlock;
+    __m512i x0 = _mm512_xor_si512(WideNext(rest), start);
+    __m512i x1 = WideNext(rest);
+    __m512i x2 = WideNext(rest);
+    __m512i x3 = WideNext(rest);
     const __m512i by16 = WideFactors(kBy16Blocks);
-    for (; length >= 4 * kWideBlock; length -= 4 * kWideBlock, data += 4 * kWideBlock) {
-        x0 = WideFold(x0, by16, WideLoad(data));
-        x1 = WideFold(x1, by16, WideLoad(data + kWideBlock));
-        x2 = WideFold(x2, by16, WideLoad(data + 2 * kWideBlock));
-        x3 = WideFold(x3, by16, WideLoad(data + 3 * kWideBlock));
+    while (rest.length >= 4 * kWideBlock) {
+        x0 = WideFold(x0, by16, WideNext(rest));
+        x1 = WideFold(x1, by16, WideNext(rest));
+        x2 = WideFold(x2, by16, WideNext(rest));
+        x3 = WideFold(x3, by16, WideNext(rest));
     }
     const __m512i by4 = WideFactors(kBy4Blocks);
     __m512i x = WideFold(WideFold(WideFold(x0, by4, x1), by4, x2), by4, x3);
-    for (; length >= kWideBlock; length -= kWideBlock, data += kWideBlock)
-        x = WideFold(x, by4, WideLoad(data));
+    while (rest.length >= kWideBlock)
+        x = WideFold(x, by4, WideNext(rest));
 
     const __m128i by1 = Factors(kBy1Block);
-    __m128i block = Fold(_mm512_extracti32x4_epi32(x, 0), by1, _mm512_extracti32x4_epi32(x, 1));
-    block = Fold(block, by1, _mm512_extracti32x4_epi32(x, 2));
-    block = Fold(block, by1, _mm512_extracti32x4_epi32(x, 3));
-    return Finish(block, data, length);
+    return Finish(Fold(Fold(Fold(Part<0>(x), by1, Part<1>(x)), by1, Part<2>(x)), by1, Part<3>(x)), rest);
 }
 
-constexpr Crc32Kernel kKernels[] = {
-    {"vpclmulqdq", HasWideClmul, Crc32WideClmul},
-    {"pclmulqdq", HasClmul, Crc32Clmul},
-    {"table", Always, Crc32Table},
-};
-
-#else
-
-constexpr Crc32Kernel kKernels[] = {{"table", Always, Crc32Table}};
+template <uint32_t (*kByKernel)(uint32_t, uint8_t*, const uint8_t*, size_t)>
+uint32_t Update(uint32_t state, const uint8_t* data, size_t length) {
+    return kByKernel(state, nullptr, data, length);
+}
 
 #endif
+
+constexpr Crc32Kernel kKernels[] = {
+#if defined(MUXORA_X86_KERNELS)
+    {"vpclmulqdq", HasWideClmul, Update<ByWideClmul<false>>, ByWideClmul<true>},
+    {"pclmulqdq", HasClmul, Update<ByClmul<false>>, ByClmul<true>},
+#endif
+    {"table", Always, Crc32Table, CopyByTable},
+};
 
 }  // namespace
 

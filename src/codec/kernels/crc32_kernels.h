@@ -12,6 +12,8 @@ struct Crc32Kernel {
     bool (*supported)();
     // `state` is the running value without the inversions at the beginning and at the end.
     uint32_t (*update)(uint32_t state, const uint8_t* data, size_t length);
+    // The same, with the bytes copied to `out` on the way: the copy costs little beside the multiplications.
+    uint32_t (*copy)(uint32_t state, uint8_t* out, const uint8_t* data, size_t length);
 };
 
 // Every kernel of this build, the fastest first. The last one is the table kernel, which every processor has.

@@ -80,6 +80,16 @@ TEST_P(Crc32Kernels, ReadsNothingOutside) {
     }
 }
 
+TEST_P(Crc32Kernels, CopiesEveryLengthAndWritesNothingOutside) {
+    std::mt19937 random(16);
+    const ByteVector data = test::RandomBytes(random, 4096);
+    for (size_t length = 0; length <= 4096; length += length < 700 ? 1 : 61) {
+        const auto out = std::make_unique<uint8_t[]>(length);
+        ASSERT_EQ(GetParam().copy(7, out.get(), data.data(), length), Kernels::Crc32Table(7, data.data(), length));
+        ASSERT_EQ(std::memcmp(out.get(), data.data(), length), 0) << length;
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(All, Crc32Kernels,
                          testing::ValuesIn(Kernels::Crc32Kernels().begin(), Kernels::Crc32Kernels().end()),
                          [](const auto& kernel) { return std::string(kernel.param.name); });
