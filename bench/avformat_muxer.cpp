@@ -70,7 +70,7 @@ struct AvformatMuxer::State {
 };
 
 AvformatMuxer::AvformatMuxer(const char* format, Codecs codecs) : state_(std::make_unique<State>()) {
-    av_log_set_level(AV_LOG_QUIET);
+    av_log_set_level(AV_LOG_ERROR);
     State& state = *state_;
     if (avformat_alloc_output_context2(&state.context, nullptr, format, nullptr) < 0) {
         state.error = std::string("no muxer named ") + format;

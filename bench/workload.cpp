@@ -27,11 +27,11 @@ Workload::Workload(const WorkloadShape& shape, Codecs codecs) : shape_(shape) {
     for (uint32_t number = 0; number < shape.seconds * kFrameRate; ++number) {
         const uint32_t timestamp = number * 1000 / kFrameRate;
         const bool key = number % kFrameRate == 0;
-        AddVideo(key ? shape.key_frame_size : shape.other_frame_size, key, timestamp, codecs.video);
-        while (codecs.audio != 0 && audio_time / kAacRate <= timestamp) {
+        while (codecs.audio != 0 && audio_time / kAacRate < timestamp) {
             AddAudio(static_cast<uint32_t>(audio_time / kAacRate), codecs.audio);
             audio_time += audio_step;
         }
+        AddVideo(key ? shape.key_frame_size : shape.other_frame_size, key, timestamp, codecs.video);
     }
     if (codecs.video != 0) return;
     // A format without video takes the same bytes as audio.
