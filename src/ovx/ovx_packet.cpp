@@ -17,6 +17,7 @@ namespace {
 
 constexpr uint32_t kHeadSize = 24;
 constexpr uint32_t kTailSize = 8;
+constexpr uint32_t kTagSum = 'O' + 'R' + 'V' + 'X';
 constexpr uint8_t kChannel = 1;
 constexpr uint8_t kSubChannel = 0;
 constexpr uint32_t kWorkBufferSize = 10240;
@@ -29,6 +30,10 @@ enum FrameKind : uint8_t {
     kKindI = 253,
     kKindB = 254,
 };
+
+constexpr uint32_t ByteSum(uint32_t word) {
+    return (word & 0xFF) + (word >> 8 & 0xFF) + (word >> 16 & 0xFF) + (word >> 24);
+}
 
 struct Kind {
     uint8_t kind;
@@ -237,6 +242,12 @@ void COvxPacket::SendUnit(const MXFrameInfo& frame, Basalt::CPacket* packet) {
 }
 
 void COvxPacket::WriteHead(uint8_t* out) const {
+    // Readers rely on this: a full block of 256 bytes says 0.
+    const auto extension_size = static_cast<uint8_t>(extension_.Size());
+    // The sum of all bytes before it, taken from the fields: reading the bytes back would wait for their way to memory.
+    const auto sum = static_cast<uint8_t>(kTagSum + head_.kind + head_.sub_kind + kChannel + kSubChannel +
+                                          ByteSum(head_.sequence) + ByteSum(head_.length) + ByteSum(head_.ovx_time) +
+                                          ByteSum(head_.timestamp) + extension_size);
     ByteCursor(out, kHeadSize)
         .Text("ORVX")
         .U8(head_.kind)
@@ -247,11 +258,8 @@ void COvxPacket::WriteHead(uint8_t* out) const {
         .LE32(head_.length)
         .LE32(head_.ovx_time)
         .LE16(head_.timestamp)
-        .U8(static_cast<uint8_t>(extension_.Size()));  // Readers rely on this: a full block of 256 bytes says 0.
-    uint8_t sum = 0;
-    for (uint32_t i = 0; i + 1 < kHeadSize; ++i)
-        sum = static_cast<uint8_t>(sum + out[i]);
-    PutU8(out + kHeadSize - 1, sum);
+        .U8(extension_size)
+        .U8(sum);
 }
 
 uint32_t COvxPacket::VideoSequence(const MXFrameInfo& frame) {
