@@ -4,19 +4,26 @@
 #include <cstdint>
 #include <memory>
 
+#include "basalt/export.h"
+
 namespace Basalt {
 
 /**
  * A memory packet: a buffer with a capacity and a fill size. Movable, not copyable; the packet owns its bytes.
  *
- * A writer fills up to capacity() bytes from getBuffer() on, and then states with resize() how many are good.
+ * A writer fills up to capacity() bytes from getBuffer() on, and then states with resize() how many are good. A packet
+ * belongs to one thread at a time.
  */
-class __attribute__((visibility("default"))) CPacket {
+class BASALT_API CPacket {
   public:
     /** A packet without a buffer; valid() is false. */
-    CPacket() = default;
-    /** A packet with room for `capacity` bytes and size 0. valid() is false if there is no memory for it. */
+    CPacket();
+    /** A packet with room for `capacity` zero bytes and size 0. valid() is false if there is no memory for it. */
     explicit CPacket(size_t capacity);
+    ~CPacket();
+    /** The other packet is left without a buffer. */
+    CPacket(CPacket&& other) noexcept;
+    CPacket& operator=(CPacket&& other) noexcept;
 
     /** The first byte, or null. Good until resize() grows the packet, or the packet goes. */
     uint8_t* getBuffer() { return data_.get(); }
@@ -25,8 +32,8 @@ class __attribute__((visibility("default"))) CPacket {
     size_t size() const { return size_; }
     /** Number of bytes that there is room for. */
     size_t capacity() const { return capacity_; }
-    /** Sets the size. Beyond the capacity the buffer is made anew and the bytes are kept; false if memory ran out,
-     *  with nothing changed. */
+    /** Sets the size. Beyond the capacity the buffer is made anew, the bytes are kept and zeros follow them; false if
+     *  memory ran out, with nothing changed. */
     bool resize(size_t size);
     /** Is there a buffer? */
     bool valid() const { return data_ != nullptr; }

@@ -19,7 +19,7 @@ CLASSES = {
 FREE = {"Orvane::Muxora::initMuxoraComponentLibrary", "Basalt::setLastError", "Basalt::getLastError"}
 
 classes = "|".join(re.escape(f"{space}::{name}") for space, names in CLASSES.items() for name in names)
-member = re.compile(rf"(?:non-virtual thunk to )?(?:{classes})::~?\w+(?:\[abi:\w+\])?(?:\(|$)")
+member = re.compile(rf"(?:non-virtual thunk to )?(?:{classes})::(?:~?\w+|operator=)(?:\[abi:\w+\])?(?:\(|$)")
 tables = re.compile(rf"(?:vtable|typeinfo|typeinfo name|VTT) for (?:{classes})$")
 
 

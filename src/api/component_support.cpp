@@ -1,0 +1,17 @@
+#include "api/component_support.h"
+
+namespace Orvane::Muxora {
+
+Basalt::CVersion ComponentVersion() {
+    return {"Application", 1, 0, 0, MUXORA_REVISION, MUXORA_BUILD_DATE};
+}
+
+bool TellCapacity(const CPackage* packager, CapacityType type, const void** table, int* count) {
+    if (packager == nullptr || table == nullptr || count == nullptr) return false;
+    uint32_t entries = 0;
+    if (packager->getCodecCapacity(type, table, &entries) != MX_OK) return Fail(MUXORA_REFUSED);
+    *count = static_cast<int>(entries);
+    return true;
+}
+
+}  // namespace Orvane::Muxora
