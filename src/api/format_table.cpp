@@ -1,5 +1,8 @@
 #include "api/format_table.h"
 
+#include "containers/asf_packet.h"
+#include "containers/avi_packet.h"
+#include "containers/flv_packet.h"
 #include "containers/wav_packet.h"
 #include "iso/mp4_packet.h"
 #include "mkv/mkv_packet.h"
@@ -39,14 +42,14 @@ constexpr Keys kNone{};
 
 constexpr Row kFormats[] = {
     {MX_FORMAT_MP4, Make<CMp4Packet>, true, kNone, {"mp4", "MP4"}},
-    {MX_FORMAT_ASF, nullptr, true, kNone, {"asf", "ASF"}},
-    {MX_FORMAT_AVI, nullptr, true, kNone, {"avi", "AVI"}},
+    {MX_FORMAT_ASF, Make<CAsfPacket>, true, kNone, {"asf", "ASF"}},
+    {MX_FORMAT_AVI, Make<CAviPacket>, true, kNone, {"avi", "AVI"}},
     {MX_FORMAT_OVX, Make<COvxPacket>, true, {"ovx", "OVX"}, {"ovx", "OVX"}},
-    {MX_FORMAT_FLV, nullptr, true, kNone, {"flv", "FLV"}},
-    {MX_FORMAT_ASF_STREAM, nullptr, true, {"asf", "ASF"}, kNone},
+    {MX_FORMAT_FLV, Make<CFlvPacket>, true, kNone, {"flv", "FLV"}},
+    {MX_FORMAT_ASF_STREAM, Make<CAsfPacket>, true, {"asf", "ASF"}, kNone},
     {MX_FORMAT_MOV, Make<CMp4Packet>, true, kNone, {"mov", "MOV"}},
     {MX_FORMAT_3GP, Make<CMp4Packet>, false, kNone, {"3gp", "3GP"}},
-    {MX_FORMAT_FLV_STREAM, nullptr, true, {"flv", "FLV"}, kNone},
+    {MX_FORMAT_FLV_STREAM, Make<CFlvPacket>, true, {"flv", "FLV"}, kNone},
     {MX_FORMAT_RTP, Make<CRtpPacket>, true, {"rtp", "RTP"}, kNone},
     {MX_FORMAT_TS, Make<CTsPacket>, true, {"ts", "TS"}, kNone},
     {MX_FORMAT_PS, Make<CPsPacket>, true, {"ps", "PS"}, kNone},
