@@ -59,8 +59,7 @@ uint32_t CAviPacket::createHeader(MXHeaderInfo* info, uint32_t /*unused*/) {
 uint32_t CAviPacket::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (frame == nullptr) return MX_FAILED;
     if (!checkFrame(frame)) return MX_FRAME_REFUSED;
-    if (frame->frame_pointer == nullptr) return MX_OK;
-    if (frame->frame_size == 0) return MX_FAILED;
+    if (!HasData(frame)) return MX_FAILED;
     if (!started_) return MX_OK;
     const std::optional<AviChunk> chunk = MakeChunk(*frame);
     if (!chunk) return MX_OK;
