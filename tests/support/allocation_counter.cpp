@@ -10,10 +10,12 @@ constexpr uint64_t kUnlimited = UINT64_MAX;
 
 // Per thread, so that what others do does not count.
 thread_local uint64_t count = 0;
+thread_local uint64_t bytes = 0;
 thread_local uint64_t budget = kUnlimited;  // allocations that still succeed
 
 void* Allocate(std::size_t size, std::size_t alignment) noexcept {
     ++count;
+    bytes += size;
     if (budget != kUnlimited) {
         if (budget == 0) return nullptr;
         --budget;
@@ -33,11 +35,15 @@ void* AllocateOrThrow(std::size_t size, std::size_t alignment) {
 
 namespace test {
 
-AllocationCounter::AllocationCounter() : start_(count) {
+AllocationCounter::AllocationCounter() : start_(count), start_bytes_(bytes) {
 }
 
 uint64_t AllocationCounter::Count() const {
     return count - start_;
+}
+
+uint64_t AllocationCounter::Bytes() const {
+    return bytes - start_bytes_;
 }
 
 FailingAllocations::FailingAllocations(uint64_t successes) {

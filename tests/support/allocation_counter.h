@@ -11,9 +11,12 @@ class AllocationCounter {
   public:
     AllocationCounter();
     uint64_t Count() const;
+    // The bytes that they asked for; what has been released again counts, too.
+    uint64_t Bytes() const;
 
   private:
     uint64_t start_;
+    uint64_t start_bytes_;
 };
 
 // While it lives, `successes` more allocations of this thread succeed and the ones behind them fail. One at a time.
