@@ -58,10 +58,10 @@ TEST(LongRecording, TakesTwelveBytesASampleWith64BitOffsets) {
 
 TEST(LongRecording, AllocatesNothingBetweenTheBlocksOfItsTables) {
     Million recording(0);
-    while (recording.given < 3000)
+    while (recording.given < 3200)
         recording.Give();
     const test::AllocationCounter allocations;
-    while (recording.given < 3800)
+    while (recording.given < 6000)
         recording.Give();
     EXPECT_EQ(allocations.Count(), 0u);
 }

@@ -41,7 +41,8 @@ class Mp4Threads : public testing::TestWithParam<uint32_t> {
                 ASSERT_GE(offsets.size(), last[track].size());
                 EXPECT_TRUE(std::equal(last[track].begin(), last[track].end(), offsets.begin()));
                 last[track] = offsets;
-                if (!sizes.empty()) EXPECT_LE(offsets.back() + sizes.back(), block.offset32);
+                if (sizes.empty()) continue;
+                EXPECT_LE(offsets.back() + sizes.back(), block.offset32);
             }
             ++snapshots;
         }
@@ -79,7 +80,7 @@ TEST_P(Mp4Threads, NoSnapshotIsTornAndNoSampleIsLost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, Mp4Threads, testing::Values(0U, 6U, 12U, 14U),
-                         [](const auto& info) { return "Format" + std::to_string(info.param); });
+                         [](const auto& form) { return "Format" + std::to_string(form.param); });
 
 }  // namespace
 }  // namespace Orvane::Muxora
