@@ -42,7 +42,6 @@ constexpr uint8_t kAudioStream = 21;
 // samplingFrequencyIndex, ISO/IEC 14496-3 1.6.3.4. A rate of 0 finds the first of the unused rows.
 constexpr uint32_t kSamplingFrequencies[16] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050,
                                                16000, 12000, 11025, 8000,  7350,  0,     0,     0};
-constexpr uint32_t kAudioSpecificConfigSize = 2;
 constexpr uint32_t kObjectTypeAacLc = 2;
 
 // A descriptor's tag and its length, padded in front to four bytes.
