@@ -1,8 +1,10 @@
 // muxora formats: what the library packs.
 #include <algorithm>
-#include <cstdio>
+#include <array>
 #include <iostream>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "muxora/command.h"
 #include "muxora/format_list.h"
@@ -44,12 +46,22 @@ void PrintJson() {
 }
 
 void PrintTable() {
-    std::printf("%2s  %-10s %-7s %-8s %-36s %-44s %s\n", "No", "Key", "Kind", "Sink", "Video", "Audio", "What it is");
+    std::vector<std::array<std::string, 7>> rows{{"No", "Key", "Kind", "Sink", "Video", "Audio", "What it is"}};
     for (const Format& format : Formats()) {
-        std::printf("%2u  %-10s %-7s %-8s %-36s %-44s %s\n", format.number, std::string(format.key).c_str(),
-                    format.stream ? "stream" : "file", format.seeks ? "seeks" : "forward",
-                    CapacityText(format, MX_CAPACITY_VIDEO).c_str(), CapacityText(format, MX_CAPACITY_AUDIO).c_str(),
-                    std::string(format.about).c_str());
+        rows.push_back({std::to_string(format.number), std::string(format.key), format.stream ? "stream" : "file",
+                        format.seeks ? "seeks" : "forward", CapacityText(format, MX_CAPACITY_VIDEO),
+                        CapacityText(format, MX_CAPACITY_AUDIO), std::string(format.about)});
+    }
+    std::array<size_t, 7> widths{};
+    for (const auto& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    for (const auto& row : rows) {
+        std::string line;
+        for (size_t i = 0; i + 1 < row.size(); ++i)
+            line += row[i] + std::string(widths[i] - row[i].size() + 2, ' ');
+        std::cout << line << row.back() << '\n';
     }
 }
 

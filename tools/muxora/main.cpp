@@ -15,6 +15,9 @@ using namespace Orvane::Muxora::Tools;
 // A new subcommand adds its line here.
 constexpr void (*kCommands[])(CLI::App&) = {
     AddFormats,
+    AddPack,
+    AddRepair,
+    AddSend,
 };
 
 int Run(int argc, char** argv) {

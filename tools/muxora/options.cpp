@@ -1,0 +1,201 @@
+#include "muxora/options.h"
+
+#include <unistd.h>
+
+#include <cctype>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <thread>
+
+#include "muxora/command.h"
+
+namespace Orvane::Muxora::Tools {
+
+namespace {
+
+volatile std::sig_atomic_t g_interrupted = 0;
+
+void OnInterrupt(int /*signal*/) {
+    g_interrupted = 1;
+}
+
+int64_t NowNs() {
+    return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+}
+
+// Static payload types of RFC 3551 where the codec has one, else a dynamic one.
+uint32_t VideoPayloadType(const MediaStream& stream) {
+    return stream.codec == MX_VIDEO_MJPEG ? 26 : 96;
+}
+
+uint32_t AudioPayloadType(const MediaStream& stream) {
+    const bool telephone = stream.samples_per_sec == 8000 && stream.channels == 1;
+    if (stream.codec == MX_AUDIO_MULAW && telephone) return 0;
+    if (stream.codec == MX_AUDIO_ALAW && telephone) return 8;
+    if (stream.codec == MX_AUDIO_MPEG) return 14;
+    return 97;
+}
+
+}  // namespace
+
+void InputArguments::AddTo(CLI::App& command) {
+    command.add_option("INPUT", paths, "Media files, or raw elementary streams; - is the standard input")->required();
+    command.add_option("--fps", fps, "Frames per second of raw video; in a file, what to state instead of its own")
+        ->check(CLI::Range(1, 1000));
+    command.add_option("--duration", duration, "Stop after so many seconds of media")->check(CLI::PositiveNumber);
+    auto* pick_video = command.add_option("--video", video, "Take this stream, counted from 0 through all inputs")
+                           ->check(CLI::NonNegativeNumber);
+    auto* pick_audio = command.add_option("--audio", audio, "Take this stream, counted from 0 through all inputs")
+                           ->check(CLI::NonNegativeNumber);
+    command.add_flag("--no-video", no_video, "Leave the video out")->excludes(pick_video);
+    command.add_flag("--no-audio", no_audio, "Leave the audio out")->excludes(pick_audio);
+}
+
+InputOptions InputArguments::Options() const {
+    InputOptions options;
+    options.video = no_video ? StreamChoice::kNone : video;
+    options.audio = no_audio ? StreamChoice::kNone : audio;
+    options.frame_rate = fps;
+    options.duration_ms = static_cast<int64_t>(duration * 1000);
+    return options;
+}
+
+void RtpArguments::AddTo(CLI::App& command) {
+    const std::string group = "RTP";
+    command.add_option("--rtp-max-length", max_length, "Largest packet in bytes (1400)")
+        ->group(group)
+        ->check(CLI::Range(100, 65000));
+    command.add_option("--rtp-sequence", sequence, "Video sequence number to start behind")->group(group);
+    command.add_option("--rtp-timestamp", timestamp, "Video RTP time to start with")->group(group);
+    command.add_option("--rtp-ssrc", ssrc, "Video SSRC")->group(group);
+    command.add_option("--rtp-payload-type", payload_type, "Video payload type")
+        ->group(group)
+        ->check(CLI::Range(0, 127));
+    command.add_option("--rtp-audio-sample", audio_sample, "Audio clock in Hz, a multiple of 1000")->group(group);
+    command.add_option("--rtp-audio-payload-type", audio_payload_type, "Audio payload type")
+        ->group(group)
+        ->check(CLI::Range(0, 127));
+    command.add_option("--rtp-audio-sequence", audio_sequence, "Audio sequence number to start behind")->group(group);
+    command.add_option("--rtp-audio-timestamp", audio_timestamp, "Audio RTP time to start with")->group(group);
+    command.add_option("--rtp-audio-ssrc", audio_ssrc, "Audio SSRC")->group(group);
+}
+
+MXRtpParam RtpArguments::Param(const MediaStream* video, const MediaStream* audio) const {
+    MXRtpParam param{};
+    param.size = sizeof param;
+    param.max_rtp_packet_length = max_length;
+    param.rtp_sequence_number = sequence;
+    param.rtp_timestamp = timestamp;
+    param.rtp_ssrc = ssrc != 0 ? ssrc : 0x4D580001;
+    param.rtp_payload_type = payload_type != 0 || video == nullptr ? payload_type : VideoPayloadType(*video);
+    param.rtp_audio_sequence_number = audio_sequence;
+    param.rtp_audio_timestamp = audio_timestamp;
+    param.rtp_audio_ssrc = audio_ssrc != 0 ? audio_ssrc : 0x4D580002;
+    if (audio != nullptr) {
+        param.rtp_audio_payload_type = audio_payload_type != 0 ? audio_payload_type : AudioPayloadType(*audio);
+        // MPEG audio runs on the 90 kHz clock (RFC 2250), all else on its samples.
+        const uint32_t clock = audio->codec == MX_AUDIO_MPEG ? 90000 : audio->samples_per_sec;
+        param.rtp_audio_sample = audio_sample != 0 ? audio_sample : clock;
+    }
+    return param;
+}
+
+std::vector<uint8_t> HexBytes(const std::string& text, const std::string& what) {
+    std::vector<uint8_t> bytes;
+    int high = -1;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::isspace(byte) != 0 || c == ':') continue;
+        if (std::isxdigit(byte) == 0) throw WrongUsage(what + " must be hex digits, and '" + c + "' is none");
+        const int digit = std::isdigit(byte) != 0 ? c - '0' : std::tolower(byte) - 'a' + 10;
+        if (high < 0) {
+            high = digit;
+        } else {
+            bytes.push_back(static_cast<uint8_t>(high << 4 | digit));
+            high = -1;
+        }
+    }
+    if (high >= 0) throw WrongUsage(what + " has an odd number of hex digits");
+    return bytes;
+}
+
+std::string SizeText(uint64_t bytes) {
+    const char* const units[] = {"bytes", "kB", "MB", "GB", "TB"};
+    auto value = static_cast<double>(bytes);
+    size_t unit = 0;
+    while (value >= 1000 && unit + 1 < std::size(units)) {
+        value /= 1000;
+        ++unit;
+    }
+    char text[40];
+    std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
+    return text;
+}
+
+std::string ClockText(double seconds) {
+    const auto whole = static_cast<int64_t>(seconds + 0.5);
+    char text[40];
+    std::snprintf(text, sizeof text, "%d:%02d:%02d", static_cast<int>(whole / 3600), static_cast<int>(whole / 60 % 60),
+                  static_cast<int>(whole % 60));
+    return text;
+}
+
+ProgressLine::ProgressLine(bool quiet) : active_(!quiet && isatty(STDERR_FILENO) == 1), start_ns_(NowNs()) {
+}
+
+ProgressLine::~ProgressLine() {
+    if (shown_) std::fputs("\r\x1b[K", stderr);
+}
+
+double ProgressLine::Seconds() const {
+    return static_cast<double>(NowNs() - start_ns_) / 1e9;
+}
+
+void ProgressLine::Show(int64_t done_ms, int64_t total_ms, uint64_t bytes) {
+    if (!active_) return;
+    const double now = Seconds();
+    if (last_ >= 0 && now - last_ < 0.2) return;
+    last_ = now;
+    shown_ = true;
+    const double done = static_cast<double>(done_ms) / 1000;
+    const double speed = now > 0 ? done / now : 0;
+    if (total_ms > 0) {
+        const double share = std::min(1.0, static_cast<double>(done_ms) / static_cast<double>(total_ms));
+        const double left = share > 0 ? now / share - now : 0;
+        std::fprintf(stderr, "\r\x1b[K%3.0f %%  %s  %s  %.1fx  %s left", share * 100, ClockText(done).c_str(),
+                     SizeText(bytes).c_str(), speed, ClockText(left).c_str());
+    } else {
+        std::fprintf(stderr, "\r\x1b[K%s  %s  %.1fx", ClockText(done).c_str(), SizeText(bytes).c_str(), speed);
+    }
+    std::fflush(stderr);
+}
+
+bool Interrupted() {
+    return g_interrupted != 0;
+}
+
+void CatchInterrupts() {
+    struct sigaction action {};
+    action.sa_handler = OnInterrupt;
+    // The second signal ends the process at once.
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
+
+void Pace::WaitFor(int64_t ms) {
+    if (first_ms_ < 0) {
+        first_ms_ = ms;
+        start_ns_ = NowNs();
+        return;
+    }
+    const auto due = start_ns_ + static_cast<int64_t>(static_cast<double>(ms - first_ms_) * 1e6 / speed_);
+    while (!Interrupted()) {
+        const int64_t left = due - NowNs();
+        if (left <= 0) return;
+        std::this_thread::sleep_for(std::chrono::nanoseconds(std::min<int64_t>(left, 50000000)));
+    }
+}
+
+}  // namespace Orvane::Muxora::Tools

@@ -1,0 +1,160 @@
+#include "muxora/packer.h"
+
+#include <utility>
+
+#include "muxora/annexb_units.h"
+#include "muxora/command.h"
+
+namespace Orvane::Muxora::Tools {
+
+namespace {
+
+std::string FrameText(const MediaFrame& frame) {
+    if (frame.IsVideo()) return VideoCodecName(frame.codec) + " video";
+    return AudioCodecName(frame.codec) + " audio (" + std::to_string(frame.samples_per_sec) + " Hz, " +
+           std::to_string(frame.bits_per_sample) + " bits, " + std::to_string(frame.channels) + " ch)";
+}
+
+// What the format takes in place of the frame, with the limits that the library states for the frame's codec.
+std::string Taken(const Format& format, const MediaFrame& frame) {
+    const uint32_t type = frame.IsVideo() ? MX_CAPACITY_VIDEO : MX_CAPACITY_AUDIO;
+    std::string text = CapacityText(format, type);
+    for (const MXCapacityEntry& entry : Capacity(format, type)) {
+        if (entry.codec != frame.codec || entry.samples_per_sec == 0) continue;
+        text +=
+            " (" + AudioCodecName(entry.codec) + " at a rate such as " + std::to_string(entry.samples_per_sec) + " Hz)";
+    }
+    return text;
+}
+
+// The program and transport streams and the counting formats want times that rise; these two write the time as it is.
+bool TakesPresentationTimes(const Format& format) {
+    return format.number == MX_FORMAT_RTP || format.number == MX_FORMAT_OVX || format.number == MX_FORMAT_OVX_ALT;
+}
+
+}  // namespace
+
+Packer::Packer(const Format& format, const PackerSettings& settings, const MediaStream* video, const MediaStream* audio,
+               Sink sink)
+    : format_(format), settings_(settings), sink_(std::move(sink)) {
+    MXCreateParam param{};
+    param.size = sizeof param;
+    param.user = this;
+    param.output = Output;
+    handle_.reset(MX_CreateHandle(format.Maker(), &param));
+    if (!handle_) throw Failure("the library does not make " + std::string(format.key));
+    if (format.number == MX_FORMAT_RTP) {
+        MX_SetParam(handle_.get(), MX_PARAM_RTP, &settings_.rtp, sizeof settings_.rtp);
+    }
+    if (!settings_.key.empty()) {
+        MX_SetEncryptType(handle_.get(), MX_ENCRYPT_AES, settings_.key.data(),
+                          static_cast<uint32_t>(settings_.key.size()));
+    }
+    MXHeaderInfo info{};
+    info.size = sizeof info;
+    info.start_time_ms = MX_NO_START_TIME;
+    info.reserved_gap = settings_.reserve;
+    // The transport stream's first map then names both streams. AVI learns more of them from the frames themselves.
+    if (format.number == MX_FORMAT_TS) {
+        if (video != nullptr) {
+            info.video_present = 1;
+            info.video_encode_type = video->codec;
+            info.width = video->width;
+            info.height = video->height;
+            info.frame_rate = static_cast<int32_t>(video->frame_rate);
+        }
+        if (audio != nullptr) {
+            info.audio_present = 1;
+            info.audio_encode_type = audio->codec;
+            info.channels = audio->channels;
+            info.bits_per_sample = audio->bits_per_sample;
+            info.samples_per_sec = audio->samples_per_sec;
+        }
+    }
+    if (MX_CreateHeader(handle_.get(), &info) != MX_OK) {
+        throw Failure("the library could not start " + std::string(format.key));
+    }
+}
+
+int32_t Packer::Output(const MXOutputBlock* block, void* user) {
+    auto* self = static_cast<Packer*>(user);
+    self->grown_ += self->sink_(*block);
+    return 0;
+}
+
+void Packer::Give(MediaFrame& frame) {
+    MXFrameInfo record = frame.Record();
+    if (TakesPresentationTimes(format_)) record.timestamp = static_cast<uint32_t>(frame.pts_ms);
+    // RTP cuts large pictures of the other kinds into packets that no receiver puts together.
+    if (format_.number == MX_FORMAT_RTP && frame.IsVideo() && !frame.IsKey()) record.frame_sub_type = MX_SUB_P;
+    record.encrypt_offset = settings_.encrypt_offset;
+    record.encrypt_length = settings_.encrypt_length;
+    Tally& tally = frame.IsVideo() ? video_tally_ : audio_tally_;
+    // Until something of the stream is written, an error means that the format does not take it. A picture that cannot
+    // begin a stream tells nothing.
+    const bool decisive = tally.written == 0 && (!frame.IsVideo() || frame.IsKey());
+    ++tally.given;
+    tally.bytes += frame.Size();
+    grown_ = 0;
+    const uint32_t result = Input(frame, record);
+    if (result != MX_OK) {
+        if (result == MX_NO_RESOURCES && format_.number != MX_FORMAT_RTP) throw Failure("out of memory");
+        if (decisive) Refuse(frame);
+        const bool held_back = tally.written == 0 && result == MX_FRAME_REFUSED;
+        ++(held_back ? tally.dropped : tally.refused);
+    } else {
+        // No format holds a frame back: what is written is written during the call.
+        ++(grown_ != 0 ? tally.written : tally.dropped);
+    }
+}
+
+uint32_t Packer::Input(const MediaFrame& frame, MXFrameInfo& record) {
+    const bool split = settings_.split_units && frame.IsVideo() && frame.codec == MX_VIDEO_H264;
+    const auto units = split ? AnnexBUnits({frame.bytes.data(), frame.Size()}) : std::vector<AnnexBUnit>{};
+    if (units.size() < 2) return MX_InputFrame(handle_.get(), &record);
+    auto* bytes = static_cast<uint8_t*>(record.frame_pointer);
+    for (const AnnexBUnit& unit : units) {
+        MXFrameInfo part = record;
+        part.frame_pointer = bytes + unit.at;
+        part.frame_size = static_cast<uint32_t>(unit.size);
+        if (const uint32_t result = MX_InputFrame(handle_.get(), &part); result != MX_OK) return result;
+    }
+    return MX_OK;
+}
+
+void Packer::Refuse(const MediaFrame& frame) const {
+    const std::string kind = frame.IsVideo() ? "video" : "audio";
+    throw Failure(std::string(format_.key) + " does not take " + FrameText(frame) + "; its " + kind + ": " +
+                  Taken(format_, frame) + " (choose another format with -f, or leave the stream out with --no-" + kind +
+                  ")");
+}
+
+void Packer::CheckNotEmpty(const Tally& tally, const char* kind) const {
+    if (tally.given == 0 || tally.written != 0) return;
+    const bool wav = format_.number == MX_FORMAT_WAV;
+    throw Failure(std::string(format_.key) + " left out all " + std::to_string(tally.given) + " " + kind + " frames: " +
+                  (wav ? "it drops the first block, and there was no other"
+                       : "it begins with a video key frame, and none came before them"));
+}
+
+void Packer::Finish() {
+    const uint32_t result = MX_CreateTailer(handle_.get(), nullptr);
+    // RTP has no tail and says so.
+    if (result != MX_OK && format_.number != MX_FORMAT_RTP) {
+        throw Failure("the library could not finish " + std::string(format_.key));
+    }
+    if (video_tally_.given + audio_tally_.given == 0) throw Failure("the input holds no frame that can be read");
+    CheckNotEmpty(video_tally_, "video");
+    CheckNotEmpty(audio_tally_, "audio");
+}
+
+std::string StreamText(const MediaStream& stream) {
+    if (stream.type == MX_FRAME_VIDEO) {
+        return VideoCodecName(stream.codec) + " " + std::to_string(stream.width) + "x" + std::to_string(stream.height) +
+               ", " + std::to_string(stream.frame_rate) + "/s";
+    }
+    return AudioCodecName(stream.codec) + " " + std::to_string(stream.samples_per_sec) + " Hz, " +
+           std::to_string(stream.channels) + " ch";
+}
+
+}  // namespace Orvane::Muxora::Tools

@@ -1,0 +1,207 @@
+// muxora send: paced RTP to a receiver.
+#include <algorithm>
+#include <cstdio>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "muxora/command.h"
+#include "muxora/json.h"
+#include "muxora/options.h"
+#include "muxora/output.h"
+#include "muxora/packer.h"
+#include "muxora/rtp_sender.h"
+#include "muxora/sdp.h"
+
+namespace Orvane::Muxora::Tools {
+
+namespace {
+
+constexpr size_t kRtpHeaderSize = 12;
+
+struct SendArguments {
+    InputArguments input;
+    RtpArguments rtp;
+    std::string to;
+    std::string sdp;
+    double speed = 1;
+    double wait = 0;
+    bool quiet = false;
+    bool json = false;
+};
+
+class SendRun {
+  public:
+    explicit SendRun(const SendArguments& arguments)
+        : arguments_(arguments),
+          target_(ParseRtpTarget(arguments.to)),
+          input_(arguments.input.paths, arguments.input.Options()) {
+        settings_.rtp = arguments.rtp.Param(input_.Video(), input_.Audio());
+        settings_.split_units = true;
+        RtpTarget audio_target = target_;
+        audio_target.port = static_cast<uint16_t>(target_.port + 2);
+        video_.emplace(target_, settings_.rtp.rtp_ssrc);
+        audio_.emplace(audio_target, settings_.rtp.rtp_audio_ssrc);
+        packer_.emplace(*FormatByKey("rtp"), settings_, input_.Video(), input_.Audio(),
+                        [this](const MXOutputBlock& block) { return Collect(block); });
+    }
+
+    void Run() {
+        Prepare();
+        if (!arguments_.sdp.empty()) WriteSdp();
+        CatchInterrupts();
+        ProgressLine progress(arguments_.quiet || arguments_.json);
+        Pace wait(1);
+        wait.WaitFor(0);
+        wait.WaitFor(static_cast<int64_t>(arguments_.wait * 1000));
+        Pace pace(arguments_.speed);
+        const int64_t start_ms = arguments_.input.Options().start_ms;
+        while (!Interrupted() && Next()) {
+            pace.WaitFor(now_.time_ms);
+            packer_->Give(now_);
+            SendPackets();
+            media_ms_ = std::max(media_ms_, now_.time_ms - start_ms);
+            progress.Show(media_ms_, input_.DurationMs(), bytes_);
+        }
+        if (!Interrupted()) packer_->Finish();
+        seconds_ = progress.Seconds();
+    }
+
+    void Report(const OwnStdout& out) const {
+        const uint64_t lost = video_->Lost() + audio_->Lost();
+        if (arguments_.json) {
+            JsonValue json = JsonValue::Object();
+            json.Add("to", arguments_.to).Add("packets", video_->Packets() + audio_->Packets()).Add("bytes", bytes_);
+            json.Add("media_seconds", static_cast<double>(media_ms_) / 1000).Add("seconds", seconds_);
+            json.Add("video_frames", packer_->Video().given).Add("audio_frames", packer_->Audio().given);
+            json.Add("refused", packer_->Video().refused + packer_->Audio().refused).Add("unsent", lost);
+            out.Print(json.Text() + "\n");
+            return;
+        }
+        if (arguments_.quiet) return;
+        char text[300];
+        std::snprintf(text, sizeof text, "%s: %llu frames in %llu packets, %llu bytes, %.2f s of media in %.2f s%s\n",
+                      arguments_.to.c_str(),
+                      static_cast<unsigned long long>(packer_->Video().given + packer_->Audio().given),
+                      static_cast<unsigned long long>(video_->Packets() + audio_->Packets()),
+                      static_cast<unsigned long long>(bytes_), static_cast<double>(media_ms_) / 1000, seconds_,
+                      lost != 0 ? (", " + std::to_string(lost) + " packets not taken by the system").c_str() : "");
+        out.Print(text);
+    }
+
+  private:
+    // The packets of a frame wait for the last one, which bears the marker.
+    uint64_t Collect(const MXOutputBlock& block) {
+        const auto* bytes = static_cast<const uint8_t*>(block.data);
+        size_t size = block.length;
+        // The generic and the H.264 packets come behind their 16-bit length.
+        const bool bare = now_.IsVideo() && (now_.codec == MX_VIDEO_H265 || now_.codec == MX_VIDEO_MJPEG);
+        if (!bare) {
+            if (size < 2) return 0;
+            bytes += 2;
+            size -= 2;
+        }
+        if (size >= kRtpHeaderSize) packets_.emplace_back(bytes, bytes + size);
+        return size;
+    }
+
+    void SendPackets() {
+        RtpSender& sender = now_.IsVideo() ? *video_ : *audio_;
+        for (auto& packet : packets_) {
+            // RFC 6184 5.1, RFC 7798 4.1: set on the last packet of a picture and on no other.
+            if (now_.IsVideo()) {
+                constexpr uint8_t kMarker = 0x80;
+                packet[1] = static_cast<uint8_t>((packet[1] & ~kMarker) | (&packet == &packets_.back() ? kMarker : 0));
+            }
+            sender.Send(packet.data(), packet.size(), now_.pts_ms);
+            bytes_ += packet.size();
+        }
+        packets_.clear();
+    }
+
+    // Reads ahead to what the description needs.
+    void Prepare() {
+        constexpr size_t kFarEnough = 1000;
+        bool video = input_.Video() == nullptr;
+        bool audio = input_.Audio() == nullptr;
+        MediaFrame frame;
+        while (!(video && audio) && ahead_.size() < kFarEnough && input_.Next(frame)) {
+            video = video || frame.IsKey();
+            audio = audio || !frame.IsVideo();
+            ahead_.push_back(std::move(frame));
+        }
+    }
+
+    bool Next() {
+        if (ahead_.empty()) return input_.Next(now_);
+        now_ = std::move(ahead_.front());
+        ahead_.pop_front();
+        return true;
+    }
+
+    void WriteSdp() {
+        SdpStream video;
+        SdpStream audio;
+        for (const MediaFrame& frame : ahead_) {
+            if (frame.IsKey() && video.sample == nullptr) video.sample = &frame;
+            if (!frame.IsVideo() && audio.sample == nullptr) audio.sample = &frame;
+        }
+        video.stream = input_.Video();
+        video.payload_type = settings_.rtp.rtp_payload_type;
+        video.port = target_.port;
+        audio.stream = input_.Audio();
+        audio.payload_type = settings_.rtp.rtp_audio_payload_type;
+        audio.clock = settings_.rtp.rtp_audio_sample;
+        audio.port = static_cast<uint16_t>(target_.port + 2);
+        const std::string text = Sdp(target_.host, video, audio);
+        OutputFile file(arguments_.sdp, OutputFile::Growth::kBeside);
+        file.Write(text.data(), text.size(), std::nullopt);
+        file.Publish();
+    }
+
+    const SendArguments& arguments_;
+    RtpTarget target_;
+    MediaInput input_;
+    PackerSettings settings_;
+    std::optional<RtpSender> video_;
+    std::optional<RtpSender> audio_;
+    std::optional<Packer> packer_;
+    std::deque<MediaFrame> ahead_;
+    MediaFrame now_;
+    std::vector<std::vector<uint8_t>> packets_;
+    uint64_t bytes_ = 0;
+    int64_t media_ms_ = 0;
+    double seconds_ = 0;
+};
+
+void Send(const SendArguments& arguments) {
+    const OwnStdout out;
+    SendRun run(arguments);
+    run.Run();
+    run.Report(out);
+}
+
+}  // namespace
+
+void AddSend(CLI::App& app) {
+    CLI::App* command = app.add_subcommand("send", "Send media as paced RTP to a receiver");
+    auto arguments = std::make_shared<SendArguments>();
+    arguments->input.AddTo(*command);
+    command->add_option("--to", arguments->to, "rtp://HOST:PORT: video goes there, audio two ports above")->required();
+    command->add_option("--sdp", arguments->sdp, "Write the description that a player opens to this file");
+    command->add_option("--speed", arguments->speed, "Times the speed of the media (1)")
+        ->check(CLI::Range(0.01, 1000.0));
+    command->add_option("--wait", arguments->wait, "Seconds between the description and the first packet")
+        ->check(CLI::Range(0.0, 3600.0));
+    command->add_flag("--quiet", arguments->quiet, "No progress and no summary");
+    command->add_flag("--json", arguments->json, "Print the summary as JSON");
+    arguments->rtp.AddTo(*command);
+    command->footer(
+        "Example:\n"
+        "  muxora send film.mp4 --to rtp://127.0.0.1:5004 --sdp film.sdp --wait 2 &\n"
+        "  ffplay -protocol_whitelist file,udp,rtp film.sdp");
+    command->callback([arguments] { Send(*arguments); });
+}
+
+}  // namespace Orvane::Muxora::Tools
