@@ -29,13 +29,15 @@ uint32_t SignificantBytes(uint64_t value) {
     return static_cast<uint32_t>(std::bit_width(value) + 7) / 8;
 }
 
-// An ID is as long as its number.
+// A number in as many bytes as it has: an ID, and a size with its marker.
+ByteCursor& PutNumber(ByteCursor& out, uint64_t value) {
+    for (uint32_t left = SignificantBytes(value); left != 0; --left)
+        out.U8(static_cast<uint8_t>(value >> 8 * (left - 1)));
+    return out;
+}
+
 ByteCursor& PutId(ByteCursor& out, ElementId id) {
-    const auto value = static_cast<uint32_t>(id);
-    uint8_t bytes[4];
-    PutBE32(bytes, value);
-    const uint32_t length = SignificantBytes(value);
-    return out.Bytes(bytes + sizeof bytes - length, length);
+    return PutNumber(out, static_cast<uint32_t>(id));
 }
 
 }  // namespace
@@ -52,9 +54,7 @@ uint32_t EbmlCodeLength(uint64_t value) {
 }
 
 ByteCursor& PutElement(ByteCursor& out, ElementId id, uint64_t size) {
-    uint32_t length = 0;
-    const uint8_t* const code = EbmlCodeSize(size, &length);
-    return PutId(out, id).Bytes(code, length);
+    return PutNumber(PutId(out, id), Code(size));
 }
 
 ByteCursor& PutMaster(ByteCursor& out, ElementId id, uint64_t size) {
