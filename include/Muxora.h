@@ -101,7 +101,7 @@ enum CodecNumber {
 };
 
 /** Which table getPacketCapacity gives. */
-enum CapacityType { CAPACITY_VIDEO = 0, CAPACITY_AUDIO = 1 };
+enum CapacityType : int { CAPACITY_VIDEO = 0, CAPACITY_AUDIO = 1 };
 
 /** What describes a frame to the components, and a block to a write function. */
 using AttributeMap = std::map<Basalt::flex_string, long long>;
