@@ -39,8 +39,8 @@ MUXORA_TARGET("avx2") inline uint32_t Matches256(__m256i mismatch) {
     return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(mismatch, _mm256_setzero_si256())));
 }
 
-// A sieve with one load a vector. Of the pairs of bytes at p + 1, p + 3, ... each start code from p on holds one that is
-// 00 00 or 00 01; a pair of either kind gives a zero here.
+// A sieve with one load a vector. Of the pairs of bytes at p + 1, p + 3, ... each start code from p on holds one that
+// is 00 00 or 00 01; a pair of either kind gives a zero here.
 MUXORA_TARGET("avx2") inline __m256i Sieve256(const uint8_t* p) {
     const __m256i pairs = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 1));
     return _mm256_and_si256(pairs, _mm256_set1_epi16(static_cast<int16_t>(0xFEFF)));
@@ -54,7 +54,8 @@ MUXORA_TARGET("avx2") const uint8_t* FindStartCodeAvx2(const uint8_t* begin, con
     for (; end - p >= 3 * kStep + kReach; p += 4 * kStep) {
         const __m256i sieved = _mm256_min_epu16(_mm256_min_epu16(Sieve256(p), Sieve256(p + kStep)),
                                                 _mm256_min_epu16(Sieve256(p + 2 * kStep), Sieve256(p + 3 * kStep)));
-        if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(sieved, _mm256_setzero_si256())) == 0) [[likely]] continue;
+        if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(sieved, _mm256_setzero_si256())) == 0) [[likely]]
+            continue;
         const __m256i m0 = Mismatch256(p);
         const __m256i m1 = Mismatch256(p + kStep);
         const __m256i m2 = Mismatch256(p + 2 * kStep);
