@@ -10,7 +10,7 @@ libraries=(libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libasio-dev
 # The programs that the player tests and the demo read our output with.
 players=(ffmpeg mediainfo mkvtoolnix flvmeta tshark imagemagick
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
-    chromium)
+    chromium fontconfig fonts-dejavu-core)
 
 missing=()
 for package in "${build[@]}" "${checks[@]}" "${libraries[@]}" "${players[@]}"; do

@@ -1,9 +1,11 @@
 // muxora send: paced RTP to a receiver.
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <deque>
 #include <memory>
 #include <optional>
+#include <thread>
 #include <vector>
 
 #include "muxora/command.h"
@@ -65,6 +67,8 @@ class SendRun {
             progress.Show(media_ms_, input_.DurationMs(), bytes_);
         }
         if (!Interrupted()) packer_->Finish();
+        // The goodbye must not overtake the last packets on their way to a receiver that polls several ports.
+        if (!Interrupted()) std::this_thread::sleep_for(std::chrono::milliseconds(250));
         seconds_ = progress.Seconds();
     }
 
