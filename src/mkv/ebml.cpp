@@ -29,23 +29,21 @@ uint32_t SignificantBytes(uint64_t value) {
     return static_cast<uint32_t>(std::bit_width(value) + 7) / 8;
 }
 
-// A number in as many bytes as it has: an ID, and a size with its marker.
-ByteCursor& PutNumber(ByteCursor& out, uint64_t value) {
+// An ID is as long as its number.
+ByteCursor& PutId(ByteCursor& out, ElementId id) {
+    const auto value = static_cast<uint32_t>(id);
     for (uint32_t left = SignificantBytes(value); left != 0; --left)
         out.U8(static_cast<uint8_t>(value >> 8 * (left - 1)));
     return out;
-}
-
-ByteCursor& PutId(ByteCursor& out, ElementId id) {
-    return PutNumber(out, static_cast<uint32_t>(id));
 }
 
 }  // namespace
 
 const uint8_t* EbmlCodeSize(uint64_t value, uint32_t* length) {
     thread_local uint8_t bytes[8];
-    PutBE64(bytes, Code(value));
-    *length = EbmlCodeLength(value);
+    const uint64_t code = Code(value);
+    PutBE64(bytes, code);
+    *length = SignificantBytes(code);
     return bytes + sizeof bytes - *length;
 }
 
@@ -54,7 +52,9 @@ uint32_t EbmlCodeLength(uint64_t value) {
 }
 
 ByteCursor& PutElement(ByteCursor& out, ElementId id, uint64_t size) {
-    return PutNumber(PutId(out, id), Code(size));
+    uint32_t length = 0;
+    const uint8_t* const code = EbmlCodeSize(size, &length);
+    return PutId(out, id).Bytes(code, length);
 }
 
 ByteCursor& PutMaster(ByteCursor& out, ElementId id, uint64_t size) {
