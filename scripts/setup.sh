@@ -6,7 +6,7 @@ cd "$(dirname "$0")/.."
 build=(g++ clang cmake ninja-build make git pkg-config ccache)
 checks=(clang-format clang-tidy libclang-rt-14-dev python3 binutils)
 libraries=(libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libasio-dev
-    libavformat-dev libavcodec-dev libavutil-dev libswscale-dev)
+    libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev)
 # The programs that the player tests and the demo read our output with.
 players=(ffmpeg mediainfo mkvtoolnix flvmeta tshark imagemagick
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
