@@ -8,12 +8,12 @@
 #include "core/frame_kinds.h"
 #include "core/package.h"
 #include "mpeg2/clock_90khz.h"
+#include "mpeg2/full_packets.h"
 
 namespace Orvane::Muxora {
 
 namespace {
 
-constexpr uint32_t kPacketSize = 188;
 constexpr uint8_t kSyncByte = 0x47;
 constexpr uint16_t kPatPid = 0x0000;
 constexpr uint16_t kPmtPid = 0x0010;
@@ -26,9 +26,8 @@ constexpr uint8_t kPayloadOnly = 0x10;  // adaptation_field_control
 constexpr uint8_t kAdaptationAndPayload = 0x30;
 constexpr uint8_t kPcrFlag = 0x10;
 
-// What a packet carries of a PES packet: the first has a PCR in its adaptation field, the others have an empty one.
+// What the first packet carries of a PES packet: the PCR in its adaptation field takes the rest.
 constexpr uint32_t kFirstCapacity = 176;
-constexpr uint32_t kCapacity = 182;
 
 constexpr uint32_t kSectionStart = 5;  // behind the packet's header and the pointer_field
 
@@ -70,15 +69,7 @@ void PutPacketHeader(ByteCursor& packet, bool unit_start, uint16_t pid, uint8_t 
 // Ends a section with its CRC and fills the rest of the packet.
 void FinishTable(ByteCursor& packet, uint8_t* out) {
     packet.BE32(Crc32Mpeg2(out + kSectionStart, packet.Size() - kSectionStart));
-    std::memset(out + packet.Size(), 0xFF, kPacketSize - packet.Size());
-}
-
-// A full payload in moves of a fixed number and width, the last of which overlaps the one before.
-void CopyFullPayload(uint8_t* to, const uint8_t* from) {
-    constexpr uint32_t kMove = 16;
-    for (uint32_t i = 0; i + kMove <= kCapacity; i += kMove)
-        std::memcpy(to + i, from + i, kMove);
-    std::memcpy(to + kCapacity - kMove, from + kCapacity - kMove, kMove);
+    std::memset(out + packet.Size(), 0xFF, kTsPacketSize - packet.Size());
 }
 
 bool BeginsWithoutDelimiter(const MXFrameInfo& frame) {
@@ -159,8 +150,8 @@ int64_t CTSPackageBase::packagePFrame(uint8_t* out, uint32_t size, const MXFrame
 
 // 2.4.4.3
 int64_t CTSPackageBase::writePat(uint8_t* out, uint32_t size) {
-    if (size < kPacketSize) return kNotPacked;
-    ByteCursor packet(out, kPacketSize);
+    if (size < kTsPacketSize) return kNotPacked;
+    ByteCursor packet(out, kTsPacketSize);
     PutPacketHeader(packet, true, kPatPid, kPayloadOnly, NextContinuity(pat_continuity_));
     packet
         .U8(0)         // pointer_field
@@ -172,12 +163,12 @@ int64_t CTSPackageBase::writePat(uint8_t* out, uint32_t size) {
         .BE16(1)       // program_number
         .BE16(0xE000 | kPmtPid);
     FinishTable(packet, out);
-    return kPacketSize;
+    return kTsPacketSize;
 }
 
 // 2.4.4.8
 int64_t CTSPackageBase::writePmt(uint8_t* out, uint32_t size) {
-    if (size < kPacketSize) return kNotPacked;
+    if (size < kTsPacketSize) return kNotPacked;
     const bool had_streams = mapped_video_type_ != kStreamNone || mapped_audio_type_ != kStreamNone;
     const bool changed = video_stream_type_ != mapped_video_type_ || audio_stream_type_ != mapped_audio_type_;
     if (had_streams && changed) pmt_version_ = (pmt_version_ + 1) & 0x1F;
@@ -191,7 +182,7 @@ int64_t CTSPackageBase::writePmt(uint8_t* out, uint32_t size) {
     const auto section_length =
         static_cast<uint16_t>(kFixedLength + (video ? kEntryLength : 0) + (audio ? kEntryLength : 0));
     const uint16_t pcr_pid = video ? kVideoPid : audio ? kAudioPid : kNoPid;
-    ByteCursor packet(out, kPacketSize);
+    ByteCursor packet(out, kTsPacketSize);
     PutPacketHeader(packet, true, kPmtPid, kPayloadOnly, NextContinuity(pmt_continuity_));
     packet
         .U8(0)     // pointer_field
@@ -205,60 +196,51 @@ int64_t CTSPackageBase::writePmt(uint8_t* out, uint32_t size) {
     if (video) packet.U8(video_stream_type_).BE16(0xE000 | kVideoPid).BE16(0xF000);  // ES_info_length 0
     if (audio) packet.U8(audio_stream_type_).BE16(0xE000 | kAudioPid).BE16(0xF000);
     FinishTable(packet, out);
-    return kPacketSize;
+    return kTsPacketSize;
 }
 
 int64_t CTSPackageBase::writeTsPackets(uint8_t* out, uint32_t size, const Pes& pes, bool video) {
+    uint32_t room = size / kTsPacketSize;
+    if (room == 0) return kNotPacked;
     const uint16_t pid = video ? kVideoPid : kAudioPid;
-    uint8_t& counter = video ? video_continuity_ : audio_continuity_;
-    const uint8_t* const end = out + size / kPacketSize * kPacketSize;
-    if (out == end) return kNotPacked;
-
-    // The first packet, with a PCR and the whole of the head.
+    uint8_t& continuity = video ? video_continuity_ : audio_continuity_;
+    uint8_t* at = out;
     const uint8_t* from = pes.frame;
     uint32_t left = pes.frame_size;
-    {
-        const uint32_t of_frame = std::min(left, kFirstCapacity - pes.head_size);
-        const uint32_t stuffing = kFirstCapacity - pes.head_size - of_frame;
-        ByteCursor packet(out, kPacketSize);
-        PutPacketHeader(packet, true, pid, kAdaptationAndPayload, NextContinuity(counter));
-        packet
-            .U8(static_cast<uint8_t>(7 + stuffing))  // adaptation_field_length
-            .U8(kPcrFlag);
-        PutPcr(packet, pcr_);
-        packet.Fill(0xFF, stuffing).Bytes(pes.head, pes.head_size).Bytes(from, of_frame);
-        from += of_frame;
-        left -= of_frame;
-    }
+    const auto advance = [&](uint32_t packets, uint32_t bytes) {
+        continuity = static_cast<uint8_t>((continuity + packets) & kContinuityMask);
+        room -= packets;
+        at += packets * kTsPacketSize;
+        from += bytes;
+        left -= bytes;
+    };
 
-    // Full packets straight from the frame. The continuity counter is kept in a register meanwhile.
-    uint8_t* at = out + kPacketSize;
-    uint8_t continuity = counter;
-    for (; left >= kCapacity && at != end; at += kPacketSize) {
-        at[0] = kSyncByte;
-        at[1] = static_cast<uint8_t>(pid >> 8);
-        at[2] = static_cast<uint8_t>(pid);
-        at[3] = kAdaptationAndPayload | continuity;
-        at[4] = 1;  // adaptation_field_length
-        at[5] = 0;
-        CopyFullPayload(at + 6, from);
-        continuity = (continuity + 1) & kContinuityMask;
-        from += kCapacity;
-        left -= kCapacity;
-    }
-    counter = continuity;
-    if (left != 0) {
-        if (at == end) return kNotPacked;
-        const uint32_t stuffing = kCapacity - left;
-        ByteCursor packet(at, kPacketSize);
-        PutPacketHeader(packet, false, pid, kAdaptationAndPayload, NextContinuity(counter));
-        packet
-            .U8(static_cast<uint8_t>(1 + stuffing))  // adaptation_field_length
-            .U8(0)
-            .Fill(0xFF, stuffing)
-            .Bytes(from, left);
-        at += kPacketSize;
-    }
+    // The first packet has a PCR and the whole of the head.
+    const uint32_t in_first = std::min(left, kFirstCapacity - pes.head_size);
+    const uint32_t first_stuffing = kFirstCapacity - pes.head_size - in_first;
+    ByteCursor first(at, kTsPacketSize);
+    PutPacketHeader(first, true, pid, kAdaptationAndPayload, continuity);
+    first
+        .U8(static_cast<uint8_t>(7 + first_stuffing))  // adaptation_field_length
+        .U8(kPcrFlag);
+    PutPcr(first, pcr_);
+    first.Fill(0xFF, first_stuffing).Bytes(pes.head, pes.head_size).Bytes(from, in_first);
+    advance(1, in_first);
+
+    const uint32_t full = std::min(left / kFullPayload, room);
+    CutFullPackets(at, from, full, pid, continuity);
+    advance(full, full * kFullPayload);
+
+    if (left == 0) return at - out;
+    if (room == 0) return kNotPacked;
+    const uint32_t stuffing = kFullPayload - left;
+    ByteCursor last(at, kTsPacketSize);
+    PutPacketHeader(last, false, pid, kAdaptationAndPayload, continuity);
+    last.U8(static_cast<uint8_t>(1 + stuffing))  // adaptation_field_length
+        .U8(0)
+        .Fill(0xFF, stuffing)
+        .Bytes(from, left);
+    advance(1, left);
     return at - out;
 }
 

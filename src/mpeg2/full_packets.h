@@ -1,0 +1,27 @@
+// The inner loop of the transport stream: packets that are full of payload.
+#pragma once
+
+#include <cstdint>
+#include <span>
+
+namespace Orvane::Muxora {
+
+inline constexpr uint32_t kTsPacketSize = 188;
+inline constexpr uint32_t kFullPayload = 182;  // behind the header and an adaptation field of one byte
+
+// Cuts `count` packets of kFullPayload bytes each from `from`. The continuity counter of the first is `continuity`, and
+// no packet starts a PES packet. The kernel is chosen once at run time.
+void CutFullPackets(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity);
+
+using CutFunction = void (*)(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity);
+
+struct CutKernel {
+    const char* name;
+    bool (*supported)();
+    CutFunction cut;
+};
+
+// Every kernel of this build, the fastest first; the last one serves every processor. All write the same bytes.
+std::span<const CutKernel> CutKernels();
+
+}  // namespace Orvane::Muxora
