@@ -1,7 +1,7 @@
 #include "containers/asf_objects.h"
 
-#include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "MuxoraAPI.h"
 
@@ -84,6 +84,8 @@ constexpr uint8_t kErrorCorrectionPresent = 0x82;  // two bytes of opaque data
 constexpr uint8_t kLengthTypeFlags = 0x90;         // 16-bit padding length
 constexpr uint8_t kPropertyFlags = 0x5D;           // 8-bit object number, 32-bit offset, 8-bit replicated data length
 constexpr uint8_t kReplicatedDataLength = 8;
+constexpr uint32_t kPaddingLengthAt = 5;
+constexpr uint32_t kOffsetAt = 15;
 
 static_assert(kAsfHeaderSize == 768 && kObjectHeadSize + kAsfMaxVideoConfig + kHeaderObjectHeadSize +
                                                kFilePropertiesSize + kHeaderExtensionHeadSize + kLanguageListSize +
@@ -255,20 +257,27 @@ uint32_t AsfHeader::AudioStreamSize() const {
     return audio ? kStreamPropertiesHeadSize + kAudioTypeDataSize + kAudioSpreadSize : 0;
 }
 
-void WriteAsfPacketHead(ByteCursor& out, const AsfPacket& packet) {
-    out.U8(kErrorCorrectionPresent)                                            // Error Correction Flags
-        .LE16(0)                                                               // Error Correction Data
-        .U8(kLengthTypeFlags)                                                  // Length Type Flags
-        .U8(kPropertyFlags)                                                    // Property Flags
-        .LE16(static_cast<uint16_t>(kAsfPacketPayload - packet.payload_size))  // Padding Length
-        .LE32(packet.send_time)                                                // Send Time
-        .LE16(0)                                                               // Duration
-        .U8(packet.stream_number)                                              // Stream Number
-        .U8(packet.media_object_number)                                        // Media Object Number
-        .LE32(packet.offset)                                                   // Offset Into Media Object
-        .U8(kReplicatedDataLength)                                             // Replicated Data Length
-        .LE32(packet.media_object_size)                                        // Media Object Size
-        .LE32(packet.presentation_time);                                       // Presentation Time
+AsfPacketHead::AsfPacketHead(const AsfMediaObject& object) {
+    ByteCursor(bytes_)
+        .U8(kErrorCorrectionPresent)      // Error Correction Flags
+        .LE16(0)                          // Error Correction Data
+        .U8(kLengthTypeFlags)             // Length Type Flags
+        .U8(kPropertyFlags)               // Property Flags
+        .LE16(0)                          // Padding Length, of each packet
+        .LE32(object.send_time)           // Send Time
+        .LE16(0)                          // Duration
+        .U8(object.stream_number)         // Stream Number
+        .U8(object.number)                // Media Object Number
+        .LE32(0)                          // Offset Into Media Object, of each packet
+        .U8(kReplicatedDataLength)        // Replicated Data Length
+        .LE32(object.size)                // Media Object Size
+        .LE32(object.presentation_time);  // Presentation Time
+}
+
+void AsfPacketHead::Write(uint8_t* out, uint32_t offset, uint32_t payload_size) const {
+    std::memcpy(out, bytes_, kAsfPacketHeadSize);
+    PutLE16(out + kPaddingLengthAt, static_cast<uint16_t>(kAsfPacketPayload - payload_size));
+    PutLE32(out + kOffsetAt, offset);
 }
 
 void WriteAsfIndexHead(ByteCursor& out, uint32_t entries) {

@@ -59,17 +59,25 @@ struct AsfHeader {
     uint32_t AudioStreamSize() const;
 };
 
-// One data packet with one payload: a chunk of a frame.
-struct AsfPacket {
+// What the packets of one frame have in common.
+struct AsfMediaObject {
+    uint32_t size;
     uint32_t send_time;     // ms
     uint8_t stream_number;  // with the key frame bit
-    uint8_t media_object_number;
-    uint32_t offset;  // of the chunk in its frame
-    uint32_t media_object_size;
+    uint8_t number;
     uint32_t presentation_time;  // ms
-    uint32_t payload_size;       // at most kAsfPacketPayload
 };
-void WriteAsfPacketHead(ByteCursor& out, const AsfPacket& packet);
+
+// The heads of a frame's data packets, each with one payload: composed once, patched for each packet.
+class AsfPacketHead {
+  public:
+    explicit AsfPacketHead(const AsfMediaObject& object);
+    // Writes kAsfPacketHeadSize bytes for the piece at `offset` of the frame.
+    void Write(uint8_t* out, uint32_t offset, uint32_t payload_size) const;
+
+  private:
+    uint8_t bytes_[kAsfPacketHeadSize];
+};
 
 void WriteAsfIndexHead(ByteCursor& out, uint32_t entries);
 

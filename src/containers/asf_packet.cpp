@@ -145,7 +145,8 @@ uint32_t CAsfPacket::InputVideo(MXFrameInfo& frame) {
         key_packet_count_ = static_cast<uint16_t>(PacketCount(frame.frame_size));
     }
     const uint8_t stream = key ? kVideoStream | kKeyFrameBit : kVideoStream;
-    at = WritePackets({FrameBytes(frame), frame.frame_size, stream, video_object_, video_time_}, at);
+    at = WritePackets(FrameBytes(frame),
+                      {frame.frame_size, SendTime(), stream, static_cast<uint8_t>(video_object_), video_time_}, at);
     ++video_object_;
     // Readers rely on this: time 0 has no entry, so each entry is the key frame at the first frame past its second.
     if (IsFile() && video_time_ > IndexEntries() * kIndexInterval) AddIndexEntry();
@@ -169,7 +170,8 @@ uint32_t CAsfPacket::InputAudio(const MXFrameInfo& frame) {
         if (frame.ma_cur_channel != channel_) return MX_OK;
     }
     const uint32_t length =
-        WritePackets({FrameBytes(frame), frame.frame_size, kAudioStream, audio_object_, audio_time_}, 0);
+        WritePackets(FrameBytes(frame),
+                     {frame.frame_size, SendTime(), kAudioStream, static_cast<uint8_t>(audio_object_), audio_time_}, 0);
     ++audio_object_;
     audio_duration_ = static_cast<uint32_t>(GetAudioFrameDuration(frame));
     EmitWork(length);
@@ -209,19 +211,23 @@ void CAsfPacket::OpenAudio(const MXFrameInfo& frame) {
 }
 
 // Cuts the object into packets from `at` on in the work buffer; gives the place behind them.
-uint32_t CAsfPacket::WritePackets(const MediaObject& object, uint32_t at) {
-    // Readers rely on this: the time of the stream that lags, so 0 as long as one of them has not begun.
-    const uint32_t send_time = std::min(audio_time_, video_time_);
+uint32_t CAsfPacket::WritePackets(const uint8_t* data, const AsfMediaObject& object, uint32_t at) {
+    const AsfPacketHead head(object);
     for (uint32_t offset = 0; offset < object.size; offset += kAsfPacketPayload) {
         const uint32_t length = std::min(object.size - offset, kAsfPacketPayload);
-        ByteCursor out(work_.get() + at, kAsfPacketSize);
-        WriteAsfPacketHead(out, {send_time, object.stream_number, static_cast<uint8_t>(object.number), offset,
-                                 object.size, object.time, length});
-        out.Bytes(object.data + offset, length).Zeros(kAsfPacketPayload - length);
+        uint8_t* const out = work_.get() + at;
+        head.Write(out, offset, length);
+        std::memcpy(out + kAsfPacketHeadSize, data + offset, length);
+        std::memset(out + kAsfPacketHeadSize + length, 0, kAsfPacketPayload - length);
         at += kAsfPacketSize;
         ++header_.packets;
     }
     return at;
+}
+
+// Readers rely on this: the time of the stream that lags, so 0 as long as one of them has not begun.
+uint32_t CAsfPacket::SendTime() const {
+    return std::min(audio_time_, video_time_);
 }
 
 void CAsfPacket::AddIndexEntry() {

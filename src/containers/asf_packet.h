@@ -23,21 +23,13 @@ class CAsfPacket : public CPackage {
     uint32_t getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const override;
 
   private:
-    // Bytes of a frame, and what their packets say.
-    struct MediaObject {
-        const uint8_t* data;
-        uint32_t size;
-        uint8_t stream_number;
-        uint32_t number;
-        uint32_t time;  // ms
-    };
-
     bool IsFile() const { return format() == MX_FORMAT_ASF; }
     uint32_t InputVideo(MXFrameInfo& frame);
     uint32_t InputAudio(const MXFrameInfo& frame);
     void OpenFile(const MXFrameInfo& frame, const uint8_t* config, uint32_t config_size);
     void OpenAudio(const MXFrameInfo& frame);
-    uint32_t WritePackets(const MediaObject& object, uint32_t at);
+    uint32_t WritePackets(const uint8_t* data, const AsfMediaObject& object, uint32_t at);
+    uint32_t SendTime() const;
     void AddIndexEntry();
     uint32_t IndexEntries() const;
     void EmitWork(uint32_t length);
