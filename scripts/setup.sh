@@ -16,6 +16,8 @@ missing=()
 for package in "${build[@]}" "${checks[@]}" "${libraries[@]}" "${players[@]}"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
 done
+# Node may come from elsewhere, with an npm of its own.
+command -v npm >/dev/null || missing+=(nodejs npm)
 if [ "${#missing[@]}" -gt 0 ]; then
     echo "Installing: ${missing[*]}"
     as_root=()
@@ -29,4 +31,14 @@ if [ "${#missing[@]}" -gt 0 ]; then
         exit 1
     fi
     rm -f "$log"
+fi
+
+# The JavaScript of the browser tests, in the versions of the lock file.
+browser=build/browser
+if ! cmp -s tests/players/browser/package-lock.json "$browser/node_modules/.installed-lock"; then
+    echo "Installing: mpegts.js playwright-core"
+    mkdir -p "$browser"
+    cp tests/players/browser/{package.json,package-lock.json,.npmrc} "$browser/"
+    (cd "$browser" && npm ci --loglevel=error --no-audit --no-fund >/dev/null)
+    cp tests/players/browser/package-lock.json "$browser/node_modules/.installed-lock"
 fi
