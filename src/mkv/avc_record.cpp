@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "codec/start_code.h"
+#include "core/byte_writer.h"
 
 namespace Orvane::Muxora {
 
@@ -50,7 +51,8 @@ void CAvcRecord::ParameterSet::Set(const uint8_t* nal, uint32_t nal_length) {
     std::memcpy(bytes, nal, nal_length);
 }
 
-void CAvcRecord::PutConfiguration(ByteCursor& out) const {
+uint32_t CAvcRecord::WriteConfiguration(uint8_t (&area)[kMaxConfiguration]) const {
+    ByteCursor out(area);
     out.U8(version_)
         .Bytes(profile_, sizeof profile_)
         .U8(kLengthSizeMinusOne)
@@ -60,6 +62,7 @@ void CAvcRecord::PutConfiguration(ByteCursor& out) const {
         .U8(pps_.count)
         .BE16(pps_.length)
         .Bytes(pps_.bytes, pps_.length);
+    return out.Size();
 }
 
 }  // namespace Orvane::Muxora

@@ -2,8 +2,6 @@
 
 #include <cstdint>
 
-#include "core/byte_writer.h"
-
 namespace Orvane::Muxora {
 
 // The parameter sets of an H.264 stream: gathered from its frames, given back as a decoder configuration.
@@ -17,8 +15,9 @@ class CAvcRecord {
     // and what stands ahead of the first start code is overwritten.
     void ScanAvcFrame(uint8_t* frame, uint32_t length);
 
-    // The AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1); zeros for what was not seen yet.
-    void PutConfiguration(ByteCursor& out) const;
+    // Writes the AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1), with zeros for what was not seen yet.
+    // Returns its size.
+    uint32_t WriteConfiguration(uint8_t (&area)[kMaxConfiguration]) const;
 
   private:
     struct ParameterSet {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
 #include <vector>
 
 #include "codec/audio_specific_config.h"
@@ -40,10 +41,10 @@ constexpr uint64_t kAacFrameMilliseconds = 1024000;  // of a frame's 1024 sample
 constexpr uint32_t kMaxBitDepth = 16;
 constexpr uint32_t kAdtsHeaderSize = 7;
 
-// With its terminating zero, unlike the audio one.
-constexpr std::string_view kAvcCodecId{"V_MPEG4/ISO/AVC", 16};
-constexpr std::string_view kMpeg4CodecId{"V_MPEG4/ISO/ASP", 16};
-constexpr std::string_view kAacCodecId{"A_AAC"};
+// Readers rely on this: the video names carry their terminating zero, the audio one does not.
+constexpr char kAvcCodecId[] = "V_MPEG4/ISO/AVC";
+constexpr char kMpeg4CodecId[] = "V_MPEG4/ISO/ASP";
+constexpr std::string_view kAacCodecId = "A_AAC";
 
 constexpr MXCapacityEntry kEncodeVideo[] = {{MX_VIDEO_H264_ALT, 0, 0, 0, {}}, {MX_VIDEO_MPEG4, 0, 0, 0, {}}};
 constexpr MXCapacityEntry kEncodeAudio[] = {{MX_AUDIO_AAC, 0, 0, 0, {}}};
@@ -173,14 +174,12 @@ bool CMkvPacket::OpenVideoTrack(const MXFrameInfo& frame, std::span<const uint8_
     info.frame_rate = frame.frame_rate;
     info.width = static_cast<uint16_t>(frame.width);
     info.height = static_cast<uint16_t>(frame.height);
-    info.codec_id = kMpeg4CodecId;
+    info.codec_id = {kMpeg4CodecId, sizeof kMpeg4CodecId};
     info.codec_private = mpeg4_header;
     uint8_t avc_configuration[CAvcRecord::kMaxConfiguration];
     if (IsH264(frame.encode_type)) {
-        ByteCursor configuration(avc_configuration);
-        avc_.PutConfiguration(configuration);
-        info.codec_id = kAvcCodecId;
-        info.codec_private = {avc_configuration, configuration.Size()};
+        info.codec_id = {kAvcCodecId, sizeof kAvcCodecId};
+        info.codec_private = {avc_configuration, avc_.WriteConfiguration(avc_configuration)};
     }
     const uint64_t entry_size = CTracks::EntrySize(MkvTrackKind::kVideo, info);
     if (entry_size > kTrackEntriesRoom) return false;

@@ -28,10 +28,7 @@ class AvcRecord : public testing::Test {
     }
     ByteVector Configuration() const {
         uint8_t area[CAvcRecord::kMaxConfiguration];
-        ByteCursor out(area);
-        record.PutConfiguration(out);
-        EXPECT_TRUE(out.Ok());
-        return {area, area + out.Size()};
+        return {area, area + record.WriteConfiguration(area)};
     }
 
     CAvcRecord record;

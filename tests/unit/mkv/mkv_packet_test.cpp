@@ -414,7 +414,7 @@ TEST_F(MkvPacket, TheCallersFrameIsConverted) {
     MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
     packet.inputFrame(&frame, 0);
     EXPECT_EQ(data, Bytes("00 00 00 05 67 64 00 28 AC  00 00 00 03 68 EE 3C  00 00 00 03 65 88 84"));
-    EXPECT_EQ(frame.frame_pointer, data.data());
+    EXPECT_EQ(FrameBytes(frame), data.data());
     EXPECT_EQ(frame.frame_size, 23u);
 }
 
@@ -423,14 +423,14 @@ TEST_F(MkvPacket, TheMpeg4ConfigurationMovesOutOfTheFirstKeyFrame) {
     ByteVector data = Bytes("00 00 01 B0 F5 00 00 01 B5 09 00 00 01 20 00 84  00 00 01 B6 10 20 30 40");
     MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
     EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
-    EXPECT_EQ(frame.frame_pointer, data.data() + 16);
+    EXPECT_EQ(FrameBytes(frame), data.data() + 16);
     EXPECT_EQ(frame.frame_size, 8u);
     EXPECT_EQ(LastBlock().data, Bytes("A3 8C 81 00 00 80  00 00 01 B6 10 20 30 40"));
 
     // Only there: later ones keep theirs.
     frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
     EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
-    EXPECT_EQ(frame.frame_pointer, data.data());
+    EXPECT_EQ(FrameBytes(frame), data.data());
     EXPECT_EQ(LastBlock().data, Bytes("A3 9C 81 00 28 80") + data);
 
     Finish();
@@ -609,7 +609,7 @@ TEST_F(MkvPacket, TheMpeg4ConfigurationDoesNotCountForTheBlock) {
     ByteVector data = header + picture + Bytes("AB");
     MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
     EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
-    EXPECT_EQ(frame.frame_pointer, data.data());
+    EXPECT_EQ(FrameBytes(frame), data.data());
     EXPECT_EQ(frame.frame_size, data.size());
     data.pop_back();
     EXPECT_EQ(Video(data, MX_SUB_I, 25, MX_VIDEO_MPEG4), 0u);
@@ -639,7 +639,7 @@ TEST_F(MkvPacket, AVideoEntryBeyondItsSpanOpensNoTrack) {
     ByteVector data = Mpeg4Frame(352);
     MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
     EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
-    EXPECT_EQ(frame.frame_pointer, data.data());
+    EXPECT_EQ(FrameBytes(frame), data.data());
     EXPECT_EQ(frame.frame_size, data.size());
     EXPECT_TRUE(sink.blocks.empty());
     EXPECT_EQ(Video(Mpeg4Frame(40), MX_SUB_I, 25, MX_VIDEO_MPEG4), 0u);
