@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <thread>
-
 #include "support/hex.h"
 
 namespace Orvane::Muxora {
@@ -57,22 +54,6 @@ TEST(EbmlCodeSize, LengthAlone) {
     EXPECT_EQ(EbmlCodeLength(127), 2u);
     EXPECT_EQ(EbmlCodeLength(16383), 3u);
     EXPECT_EQ(EbmlCodeLength(0x1FFFFF), 4u);
-}
-
-// The bytes stay good until the next call of the same thread, whatever other threads do.
-TEST(EbmlCodeSize, ThreadsDoNotDisturbEachOther) {
-    std::atomic<bool> stop{false};
-    std::thread other([&] {
-        uint32_t length = 0;
-        while (!stop)
-            EbmlCodeSize(0x0FFFFFFE'FFFFFFFF, &length);
-    });
-    bool intact = true;
-    for (int i = 0; i < 200000; ++i)
-        intact = intact && Coded(16383) == Bytes("20 3F FF");
-    stop = true;
-    other.join();
-    EXPECT_TRUE(intact);
 }
 
 TEST(EbmlSize8, AOneAheadOfSevenBytes) {

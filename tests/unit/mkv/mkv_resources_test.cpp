@@ -1,15 +1,12 @@
-// What a recording of any length asks of the machine: memory, rows of the tables, the lock.
+// What a recording of any length asks of the machine: memory and rows of the tables.
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
-#include <thread>
-#include <utility>
 
 #include "mkv/mkv_packet.h"
+#include "mkv_file.h"
 #include "support/allocation_counter.h"
 #include "support/frames.h"
 #include "support/hex.h"
@@ -20,83 +17,9 @@ namespace {
 
 using test::Bytes;
 using test::ByteVector;
-
-// A file in memory without a record of the blocks; it grows ahead of the writes.
-class File {
-  public:
-    explicit File(size_t capacity) : bytes_(capacity) {}
-    MXCreateParam Param() {
-        MXCreateParam param{};
-        param.user = this;
-        param.output = [](const MXOutputBlock* block, void* user) {
-            static_cast<File*>(user)->Take(*block);
-            return 0;
-        };
-        return param;
-    }
-    size_t Size() const { return size_; }
-    uint64_t Number(size_t at, size_t width) const {
-        uint64_t value = 0;
-        for (size_t i = 0; i < width; ++i)
-            value = value << 8 | bytes_.at(at + i);
-        return value;
-    }
-
-  private:
-    void Take(const MXOutputBlock& block) {
-        const auto end = static_cast<size_t>(block.offset) + block.length;
-        if (end > bytes_.size()) std::abort();
-        std::memcpy(bytes_.data() + block.offset, block.data, block.length);
-        size_ = std::max(size_, end);
-    }
-
-    ByteVector bytes_;
-    size_t size_ = 0;
-};
-
-// Reads the clusters from 1059 on: how many there are, and where they end. Checks each head and each block.
-struct Clusters {
-    uint32_t count = 0;
-    uint32_t blocks = 0;
-    size_t end = 1059;
-};
-Clusters ReadClusters(const File& file) {
-    Clusters clusters;
-    while (file.Number(clusters.end, 4) == 0x1F43B675) {
-        EXPECT_EQ(file.Number(clusters.end + 12, 2), 0xE782u);
-        EXPECT_EQ(file.Number(clusters.end + 14, 2), clusters.count * 1000 % 65536);
-        const size_t next = clusters.end + 12 + (file.Number(clusters.end + 4, 8) & 0xFFFFFFFFFFFFFF);
-        size_t block = clusters.end + 16;
-        for (; block < next; block += 2 + (file.Number(block + 1, 1) & 0x7F), ++clusters.blocks)
-            EXPECT_EQ(file.Number(block, 1), 0xA3u);
-        EXPECT_EQ(block, next);
-        clusters.end = next;
-        ++clusters.count;
-    }
-    return clusters;
-}
-
-void Start(CMkvPacket& packet) {
-    ASSERT_EQ(packet.init(), 0u);
-    ASSERT_EQ(packet.createHeader(nullptr, 0), 0u);
-}
-
-// Hands in a video frame that makes a block of 13 bytes. It allocates nothing itself.
-uint32_t Give(CMkvPacket& packet, uint32_t sub_type, uint32_t frame_rate) {
-    std::array<uint8_t, 7> data{0x00, 0x00, 0x00, 0x01, 0x65, 0x88, 0x84};
-    MXFrameInfo frame{};
-    frame.size = sizeof frame;
-    frame.frame_pointer = data.data();
-    frame.frame_size = data.size();
-    frame.frame_type = MX_FRAME_VIDEO;
-    frame.frame_sub_type = sub_type;
-    frame.encode_type = MX_VIDEO_H264;
-    frame.frame_rate = frame_rate;
-    return packet.inputFrame(&frame, 0);
-}
+using namespace MkvTest;
 
 constexpr uint32_t kRows = 102400;
-constexpr size_t kBlock = 13;
 
 // Records `frames` key frames and checks the file around the end of the tables.
 void RunPastTheLastRow(uint32_t frames, uint32_t frame_rate) {
@@ -213,48 +136,6 @@ TEST(MkvResources, WithoutAWorkBufferNothingStarts) {
     }
     EXPECT_TRUE(sink.blocks.empty());
     EXPECT_EQ(Pool::given_back, 0);
-}
-
-TEST(MkvResources, FramesFromTwoThreadsDoNotMix) {
-    constexpr uint32_t kFrames = 2000;
-    File file(1059 + 2 * kFrames * (kBlock + 16) + 12 + 2 * kFrames * 23);
-    MXCreateParam param = file.Param();
-    const auto packet = std::make_unique<CMkvPacket>(MX_FORMAT_MKV, &param);
-    Start(*packet);
-    const auto give = [&] {
-        for (uint32_t i = 0; i < kFrames; ++i)
-            Give(*packet, MX_SUB_I, 25);
-    };
-    std::thread other(give);
-    give();
-    other.join();
-    packet->createTailer(nullptr, 0);
-    const Clusters read = ReadClusters(file);
-    EXPECT_EQ(read.blocks, 2 * kFrames);
-    EXPECT_EQ(read.count, 2 * kFrames / 25);
-}
-
-// The callback runs under the lock and may itself hand in a frame.
-TEST(MkvResources, TheLockIsRecursive) {
-    struct Echo {
-        CMkvPacket* packet;
-        bool armed;
-        uint32_t result;
-    } echo{nullptr, false, 99};
-    MXCreateParam param{};
-    param.user = &echo;
-    param.output = [](const MXOutputBlock*, void* user) {
-        auto& state = *static_cast<Echo*>(user);
-        if (std::exchange(state.armed, false)) state.result = Give(*state.packet, MX_SUB_KEY, 25);
-        return 0;
-    };
-    const auto packet = std::make_unique<CMkvPacket>(MX_FORMAT_MKV, &param);
-    echo.packet = packet.get();
-    Start(*packet);
-    Give(*packet, MX_SUB_I, 25);
-    echo.armed = true;
-    Give(*packet, MX_SUB_P, 25);
-    EXPECT_EQ(echo.result, 0u);
 }
 
 }  // namespace
