@@ -15,5 +15,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/MuxoraConfigVersion
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/MuxoraConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/MuxoraConfigVersion.cmake
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/Muxora)
 
+# The prefix is stated as seen from the file itself, so that `cmake --install --prefix` and a moved tree work.
+file(RELATIVE_PATH MUXORA_PREFIX_FROM_PC /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/muxora.pc.in ${CMAKE_CURRENT_BINARY_DIR}/muxora.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/muxora.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
