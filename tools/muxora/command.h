@@ -24,8 +24,10 @@ class WrongUsage : public std::runtime_error {
 
 // Each adds its subcommand, with options, help and callback, to the program.
 void AddFormats(CLI::App& app);
+void AddInspect(CLI::App& app);
 void AddPack(CLI::App& app);
 void AddRepair(CLI::App& app);
 void AddSend(CLI::App& app);
+void AddUnpack(CLI::App& app);
 
 }  // namespace Orvane::Muxora::Tools

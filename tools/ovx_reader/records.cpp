@@ -49,13 +49,16 @@ const char* ScanName(uint8_t scan) {
     return scan == 2 ? "progressive" : scan == 1 ? "interlaced" : "scan unknown";
 }
 
-std::string RateText(uint32_t rate, const char* unit) {
-    return rate != 0 ? Format("%u %s", rate, unit) : Format("%s not listed", unit);
+std::string DescribeAudio(uint8_t channels, uint8_t codec, uint8_t rate_index) {
+    const std::string text =
+        Format("%s, %u %s, ", std::string(AudioCodec(codec).text).c_str(), channels, channels == 1 ? "channel" : "channels");
+    const uint32_t rate = Entry(kSampleRates, rate_index);
+    return text + (rate != 0 ? Format("%u Hz", rate) : "rate not listed");
 }
 
-std::string DescribeAudio(uint8_t channels, uint8_t codec, uint8_t rate) {
-    return Format("%s, %u channels, ", std::string(AudioCodec(codec).text).c_str(), channels) +
-           RateText(Entry(kSampleRates, rate), "Hz");
+std::string DescribeBitRate(uint8_t index) {
+    const uint32_t rate = Entry(kBitRates, index);
+    return rate != 0 ? Format("%u bit/s", rate) : "bit rate not listed";
 }
 
 std::string DescribeCheck(uint8_t type, uint32_t value) {
@@ -122,7 +125,7 @@ std::string Record::Describe() const {
         case kAudioFormat:
             return DescribeAudio(b[1], b[2], b[3]);
         case kAudioFormat2:
-            return DescribeAudio(b[2], b[3], b[4]) + ", " + RateText(Entry(kBitRates, b[5]), "bit/s");
+            return DescribeAudio(b[2], b[3], b[4]) + ", " + DescribeBitRate(b[5]);
         case kDataCheck:
             return DescribeCheck(b[7], Load32(b + 1));
         case kEncrypt:

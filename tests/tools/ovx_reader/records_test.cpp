@@ -30,7 +30,9 @@ TEST(OvxRecords, EachByItsName) {
     EXPECT_EQ(Described(Bytes("82 01 00 00 EA 03 E8 03")), (Lines{"ImageSize: 1002x1000 interlaced"}));
     EXPECT_EQ(Described(Bytes("83 02 1A 09  8C 08 02 1A 09 0A 00 00")),
               (Lines{"AudioFormat: AAC, 2 channels, 48000 Hz", "AudioFormat: AAC, 2 channels, 48000 Hz, 64000 bit/s"}));
-    EXPECT_EQ(Described(Bytes("83 01 0E 00")), (Lines{"AudioFormat: G.711 A-law, 1 channels, Hz not listed"}));
+    EXPECT_EQ(Described(Bytes("83 01 0E 00")), (Lines{"AudioFormat: G.711 A-law, 1 channel, rate not listed"}));
+    EXPECT_EQ(Described(Bytes("8C 08 02 1A 08 00 00 00")),
+              (Lines{"AudioFormat: AAC, 2 channels, 44100 Hz, bit rate not listed"}));
     EXPECT_EQ(Described(Bytes("88 01 00 00 00 00 00 00  88 FE 00 00 00 00 00 01")),
               (Lines{"DataCheck: sum 00000001", "DataCheck: XOR FE"}));
     EXPECT_EQ(Described(Bytes("95 00 34 12 BC 9A 00 00")), (Lines{"Encrypt: AES, from byte 4660, 39612 bytes"}));

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace Orvane::Muxora::Tools {
+
+// All bytes of a file: mapped, so that the memory does not grow with the file; read where it can't be mapped (a pipe).
+class FileBytes {
+  public:
+    // `path` may be - for the standard input. Throws Failure.
+    explicit FileBytes(const std::string& path);
+    ~FileBytes();
+    FileBytes(const FileBytes&) = delete;
+    FileBytes& operator=(const FileBytes&) = delete;
+
+    std::span<const uint8_t> All() const { return bytes_; }
+
+  private:
+    void ReadAll(int descriptor, const std::string& path);
+
+    std::span<const uint8_t> bytes_;
+    void* mapping_ = nullptr;
+    std::vector<uint8_t> read_;
+};
+
+}  // namespace Orvane::Muxora::Tools
