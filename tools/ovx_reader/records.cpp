@@ -50,8 +50,8 @@ const char* ScanName(uint8_t scan) {
 }
 
 std::string DescribeAudio(uint8_t channels, uint8_t codec, uint8_t rate_index) {
-    const std::string text =
-        Format("%s, %u %s, ", std::string(AudioCodec(codec).text).c_str(), channels, channels == 1 ? "channel" : "channels");
+    const std::string text = Format("%s, %u %s, ", std::string(AudioCodec(codec).text).c_str(), channels,
+                                    channels == 1 ? "channel" : "channels");
     const uint32_t rate = Entry(kSampleRates, rate_index);
     return text + (rate != 0 ? Format("%u Hz", rate) : "rate not listed");
 }
