@@ -1,8 +1,12 @@
 // MP4, MOV, 3GP and their kin in the hands of ffmpeg and mediainfo.
+#include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <map>
-#include <ostream>
+#include <sstream>
 
 #include "Muxora.h"
 #include "support/clip.h"
@@ -188,5 +192,128 @@ INSTANTIATE_TEST_SUITE_P(All, IsoPlayers,
                              return std::string(AllMedia()[std::get<1>(p.param)].name) +
                                     kForms[std::get<0>(p.param)].name;
                          });
+
+// What ffmpeg said, line by line, without its "[name @ address] " and the file's path.
+std::vector<std::string> Complaints(const Decoded& decoded, const std::string& path) {
+    std::vector<std::string> out;
+    std::istringstream lines(decoded.errors);
+    for (std::string line; std::getline(lines, line);) {
+        if (const size_t end = line.find("] "); !line.empty() && line[0] == '[' && end != std::string::npos) {
+            line.erase(0, end + 2);
+        }
+        if (line.rfind(path + ": ", 0) == 0) line.erase(0, path.size() + 2);
+        out.push_back(line);
+    }
+    return out;
+}
+
+using testing::Each;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+// Pictures that are coded out of order: there is no table of presentation times, so they come with those of decoding.
+// Nothing is lost all the same.
+TEST(IsoReaders, PicturesOutOfOrderKeepTheirContent) {
+    ClipSpec spec;
+    spec.b_frames = 2;
+    const auto frames = test::ClipFrames(spec);
+    const std::string path = test::WorkPath("bframes.mp4");
+    ASSERT_TRUE(test::PackFile(MX_FORMAT_MP4, frames, path).Ok());
+    const Decoded packed = test::DecodeVideo(path);
+    EXPECT_TRUE(packed.ok);
+    EXPECT_EQ(packed.Hashes(), test::DecodeVideo(Elementary(frames, true, "bframes.h264"), {"-f", "h264"}).Hashes());
+    // From the writer of the hashes, not from the reader of the file.
+    EXPECT_THAT(Complaints(packed, path), Each(StartsWith("Non-monotonous DTS in output stream 0:0")));
+}
+
+// A gap that the index fills to the last byte: free claims the index as well, so readers don't find it.
+TEST(IsoReaders, AnIndexThatFillsItsGapIsNotFound) {
+    const auto frames = test::ClipFrames({});
+    const std::string path = test::WorkPath("exact.mp4");
+    ASSERT_TRUE(test::PackFile(MX_FORMAT_MP4, frames, path).Ok());
+    test::PackOptions options;
+    options.header.reserved_gap = static_cast<uint32_t>(test::IsoFile(test::ReadFile(path)).Size("moov"));
+    ASSERT_TRUE(test::PackFile(MX_FORMAT_MP4, frames, path, options).Ok());
+    const Decoded packed = test::DecodeVideo(path);
+    EXPECT_FALSE(packed.ok);
+    EXPECT_THAT(Complaints(packed, path),
+                ElementsAre("moov atom not found", "Invalid data found when processing input"));
+
+    // One byte more, and all is well.
+    options.header.reserved_gap += 1;
+    ASSERT_TRUE(test::PackFile(MX_FORMAT_MP4, frames, path, options).Ok());
+    EXPECT_EQ(test::DecodeVideo(path).errors, "");
+}
+
+// An MPEG-4 configuration so long that its descriptors outgrow the boxes around them.
+TEST(IsoReaders, ALongMpeg4ConfigurationCannotBeRead) {
+    ClipSpec spec;
+    spec.video = "mpeg4";
+    spec.audio = "";
+    auto frames = test::ClipFrames(spec);
+    for (MediaFrame& frame : frames) {
+        if (!frame.IsKey()) continue;
+        // 120 bytes of user_data in front of the picture (ISO/IEC 14496-2 6.2.2).
+        std::vector<uint8_t> bytes(frame.bytes.begin(), frame.bytes.end() - MediaFrame::kSpare);
+        std::vector<uint8_t> user{0, 0, 1, 0xB2};
+        user.resize(120, 'u');
+        const std::vector<uint8_t> vop{0, 0, 1, 0xB6};
+        bytes.insert(std::search(bytes.begin(), bytes.end(), vop.begin(), vop.end()), user.begin(), user.end());
+        frame.SetBytes(bytes.data(), bytes.size());
+    }
+    const std::string path = test::WorkPath("long_config.mp4");
+    ASSERT_TRUE(test::PackFile(MX_FORMAT_MP4, frames, path).Ok());
+    EXPECT_THAT(
+        Complaints(test::DecodeVideo(path), path),
+        ElementsAre(HasSubstr("Could not find codec parameters for stream 0"), StartsWith("Consider increasing"),
+                    "Cannot determine format of input stream 0:0 after EOF", "Error marking filters as finished"));
+}
+
+// Private data of 4.25 GiB between two runs of a clip. Its zeros are left as a hole in the file.
+TEST(IsoReaders, SixtyFourBitFormsReachBehind4GiB) {
+    const auto frames = test::ClipFrames({});
+    auto twice = frames;
+    twice.insert(twice.end(), frames.begin(), frames.end());
+    const Decoded video = test::DecodeVideo(Elementary(twice, true, "twice.h264"), {"-f", "h264"});
+    constexpr uint32_t kHole = 64 << 20;
+    std::vector<uint8_t> zeros(kHole);
+    for (const uint32_t format : {MX_FORMAT_MP4_64, MX_FORMAT_MOV_64}) {
+        const std::string path = test::WorkPath("large.mp4");
+        int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        ASSERT_GE(file, 0);
+        MXCreateParam param{};
+        param.user = &file;
+        param.output = [](const MXOutputBlock* block, void* user) -> int32_t {
+            if (block->length == kHole) return 0;
+            return pwrite(*static_cast<int*>(user), block->data, block->length, block->offset) < 0;
+        };
+        const MXHandle handle = MX_CreateHandle(format, &param);
+        EXPECT_EQ(MX_CreateHeader(handle, nullptr), 0u);
+        const auto give = [&] {
+            for (MediaFrame frame : frames) {
+                MXFrameInfo info = frame.Record();
+                EXPECT_EQ(MX_InputFrame(handle, &info), 0u);
+            }
+        };
+        give();
+        for (int i = 0; i < 68; ++i) {
+            MXFrameInfo info{};
+            info.size = sizeof info;
+            info.frame_pointer = zeros.data();
+            info.frame_size = kHole;
+            info.frame_type = MX_FRAME_PRIVATE;
+            EXPECT_EQ(MX_InputFrame(handle, &info), 0u);
+        }
+        give();
+        EXPECT_EQ(MX_CreateTailer(handle, nullptr), 0u);
+        MX_DestroyHandle(handle);
+        close(file);
+        EXPECT_GT(std::stoll(test::Probe(path, "", "format=size")), 68LL << 26);
+        const Decoded packed = test::DecodeVideo(path);
+        EXPECT_EQ(packed.errors, "");
+        EXPECT_EQ(packed.Hashes(), video.Hashes());
+    }
+}
 
 }  // namespace
