@@ -60,7 +60,7 @@ enum MXFormat {
     MX_FORMAT_TS = 10,         /**< MPEG-2 transport stream (ISO/IEC 13818-1). */
     MX_FORMAT_PS = 11,         /**< MPEG-2 program stream, plain dialect. */
     MX_FORMAT_MP4_NOSEEK = 12, /**< MP4 with one media box a sample: never goes back. */
-    MX_FORMAT_MKV = 13,        /**< Matroska. */
+    MX_FORMAT_MKV = 13,        /**< Matroska; positions have 32 bits, so a file has to stay below 4 GiB. */
     MX_FORMAT_MP4_64 = 14,     /**< MP4 with 64-bit offsets. */
     MX_FORMAT_MOV_64 = 15,     /**< QuickTime movie with 64-bit offsets. */
     MX_FORMAT_WAV = 16,        /**< RIFF/WAVE. */
@@ -198,8 +198,9 @@ typedef struct MXBlockInfo {
  * exists.
  *
  * The frame is read in place and stays the caller's. Four cases change it: OVX encrypts a stretch in place
- * (MX_SetEncryptType), RTP swaps the bytes of 16-bit PCM, MKV turns start codes into lengths, and ASF and MKV move
- * `frame_pointer` and `frame_size` of the record past an MPEG-4 configuration.
+ * (MX_SetEncryptType), RTP swaps the bytes of 16-bit PCM, MKV turns the start codes of H.264 into lengths, and ASF and
+ * MKV move `frame_pointer` and `frame_size` of the record past an MPEG-4 configuration. MKV takes 00 00 00 01 for a
+ * start code only, not the shorter 00 00 01. A buffer that several handles take goes to MKV last.
  *
  * RTP wants one readable byte behind the end of each H.264 frame: the last fragment of a frame carries it.
  */

@@ -156,6 +156,8 @@ uint32_t CMkvPacket::InputAudio(const MXFrameInfo& frame) {
     if (frame.encode_type != audio_codec_) return MX_OK;
 
     ++audio_frames_;
+    // Readers rely on this: the first time counts from the start of the file. The others count from the
+    // cluster, on a clock of their own.
     uint64_t time = last_key_time_;
     if (audio_frames_ > 1) {
         const uint64_t elapsed = (audio_frames_ - 1) * kAacFrameMilliseconds;
@@ -167,7 +169,7 @@ uint32_t CMkvPacket::InputAudio(const MXFrameInfo& frame) {
     return MX_OK;
 }
 
-// False, with nothing changed, if the track entry does not fit its span. So it is for audio.
+// False, with nothing changed, if the track entry does not fit its span.
 bool CMkvPacket::OpenVideoTrack(const MXFrameInfo& frame, std::span<const uint8_t> mpeg4_header) {
     MkvTrackInfo info;
     info.number = kVideoTrack;
@@ -191,6 +193,7 @@ bool CMkvPacket::OpenVideoTrack(const MXFrameInfo& frame, std::span<const uint8_
     return true;
 }
 
+// False, with nothing changed, if the track entry does not fit behind that of the video.
 bool CMkvPacket::OpenAudioTrack(const MXFrameInfo& frame) {
     uint8_t adts[4] = {};  // a frame may be shorter than that
     std::memcpy(adts, frame.frame_pointer, std::min<size_t>(frame.frame_size, sizeof adts));
@@ -213,7 +216,7 @@ bool CMkvPacket::OpenAudioTrack(const MXFrameInfo& frame) {
 
 void CMkvPacket::StartCluster() {
     if (video_frames_ != 0) {
-        // Positions keep 32 bits: behind 4 GiB the file is written from its start again.
+        // Readers rely on this: positions have 32 bits. A file of 4 GiB goes on at its start.
         const uint32_t position = cluster_.position + static_cast<uint32_t>(cluster_.total);
         finished_clusters_ += cluster_.total;
         cluster_ = {};

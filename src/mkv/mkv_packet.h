@@ -30,9 +30,9 @@ class CMkvPacket : public CPackage {
     uint32_t getEncodeCapacity(uint32_t type, const void** table, uint32_t* count) const override;
     uint32_t getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const override;
 
+  private:
     static constexpr uint32_t kMaxCues = 102400;
 
-  private:
     struct Elements {
         CClusters clusters;
         CMetaseekBox seek_head;
