@@ -1,5 +1,6 @@
 #include "codec/start_code.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "codec/kernels/start_code_kernels.h"
@@ -8,26 +9,30 @@ namespace Orvane::Muxora {
 
 namespace {
 
-using FindFunction = const uint8_t* (*)(const uint8_t* begin, const uint8_t* end);
+// The best kernel, once somebody has asked for it. Threads that race for it all store the same.
+constinit std::atomic<const Kernels::StartCodeKernel*> g_kernel{nullptr};
 
-const uint8_t* ChooseAndFind(const uint8_t* begin, const uint8_t* end);
+const Kernels::StartCodeKernel& ChooseKernel() {
+    const auto kernels = Kernels::StartCodeKernels();
+    const auto best =
+        std::find_if(kernels.begin(), kernels.end(), [](const auto& kernel) { return kernel.supported(); });
+    g_kernel.store(&*best, std::memory_order_relaxed);
+    return *best;
+}
 
-// The first call puts the best kernel here. Threads that race for it all store the same.
-constinit std::atomic<FindFunction> g_find{ChooseAndFind};
-
-const uint8_t* ChooseAndFind(const uint8_t* begin, const uint8_t* end) {
-    for (const Kernels::StartCodeKernel& kernel : Kernels::StartCodeKernels()) {
-        if (!kernel.supported()) continue;
-        g_find.store(kernel.find, std::memory_order_relaxed);
-        return kernel.find(begin, end);
-    }
-    return Kernels::FindStartCodeScalar(begin, end);
+const Kernels::StartCodeKernel& Kernel() {
+    const Kernels::StartCodeKernel* const kernel = g_kernel.load(std::memory_order_relaxed);
+    return kernel != nullptr ? *kernel : ChooseKernel();
 }
 
 }  // namespace
 
 const uint8_t* FindStartCode(const uint8_t* begin, const uint8_t* end) {
-    return g_find.load(std::memory_order_relaxed)(begin, end);
+    return Kernel().find(begin, end);
+}
+
+const uint8_t* CopyAndFindStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end) {
+    return Kernel().copy(out, begin, end);
 }
 
 const uint8_t* FindLongStartCode(const uint8_t* begin, const uint8_t* end) {

@@ -43,31 +43,35 @@ void PacketRun::Begin(std::span<uint8_t> area, RtpStream& stream, const HeaderEx
     packet_sizes_.clear();
 }
 
-uint8_t* PacketRun::Add(uint32_t prefix_length, int64_t payload_length, bool marker) {
-    const int64_t rtp_length = HeaderLength() + payload_length;
-    const int64_t packet_size = CustomLength() + prefix_length + rtp_length;
-    if (packet_size > static_cast<int64_t>(area_.size()) - size_) return nullptr;
+uint8_t* PacketRun::Place(uint32_t prefix_length, int64_t count) const {
+    const int64_t head = HeadLength(prefix_length);
+    if (head + count > static_cast<int64_t>(area_.size()) - size_) return nullptr;
+    return area_.data() + size_ + head;
+}
 
+uint8_t* PacketRun::Add(uint32_t prefix_length, int64_t payload_length, bool marker) {
+    if (Place(prefix_length, payload_length) == nullptr) return nullptr;
     const std::vector<uint8_t>& custom = stream_->custom_data;
     const std::vector<uint8_t>& extension = extension_->Block();
     const uint8_t extension_bit = extension.empty() ? 0 : kExtensionBit;
     const uint8_t marker_bit = marker ? kMarkerBit : 0;
     ++stream_->sequence;  // raised first: the first packet carries the set value plus 1
 
-    ByteCursor out(area_.data() + size_, static_cast<uint32_t>(packet_size));
-    out.Bytes(custom.data(), static_cast<uint32_t>(custom.size()));
-    if (prefix_length != 0) out.BE16(static_cast<uint16_t>(rtp_length));
-    out.U8(kVersion2 | extension_bit)  // V, P, X, CC
-        .U8(static_cast<uint8_t>(marker_bit | (stream_->payload_type & kPayloadTypeMask)))
-        .BE16(stream_->sequence)
-        .BE32(stream_->timestamp)
-        .BE32(stream_->ssrc)
-        .Bytes(extension.data(), static_cast<uint32_t>(extension.size()));
+    uint8_t* const begin = area_.data() + size_;
+    uint8_t* out = begin;
+    if (!custom.empty()) out = std::copy(custom.begin(), custom.end(), out);
+    if (prefix_length != 0) out += PutBE16(out, static_cast<uint16_t>(HeaderLength() + payload_length));
+    out += PutU8(out, kVersion2 | extension_bit);  // V, P, X, CC
+    out += PutU8(out, static_cast<uint8_t>(marker_bit | (stream_->payload_type & kPayloadTypeMask)));
+    out += PutBE16(out, stream_->sequence);
+    out += PutBE32(out, stream_->timestamp);
+    out += PutBE32(out, stream_->ssrc);
+    if (!extension.empty()) out = std::copy(extension.begin(), extension.end(), out);
 
-    uint8_t* const payload = area_.data() + size_ + out.Size();
-    size_ += static_cast<uint32_t>(packet_size);
-    packet_sizes_.push_back(static_cast<uint32_t>(packet_size));
-    return payload;
+    const auto packet_size = static_cast<uint32_t>(out - begin + payload_length);
+    size_ += packet_size;
+    packet_sizes_.push_back(packet_size);
+    return out;
 }
 
 }  // namespace Orvane::Muxora

@@ -45,6 +45,10 @@ class PacketRun {
     // Starts a frame. `stream` and `extension` must outlive it.
     void Begin(std::span<uint8_t> area, RtpStream& stream, const HeaderExtension& extension, uint32_t max_length);
 
+    // Where the payload of the next packet will stand, if there is room for `count` bytes of it; null if not. The
+    // caller may write them ahead of Add.
+    uint8_t* Place(uint32_t prefix_length, int64_t count) const;
+
     // Adds a packet up to its payload, and returns where the caller writes `payload_length` bytes; null if the area has
     // no room for it. `prefix_length` is kPrefixLength or 0.
     uint8_t* Add(uint32_t prefix_length, int64_t payload_length, bool marker);
@@ -60,6 +64,8 @@ class PacketRun {
     const std::vector<uint32_t>& PacketSizes() const { return packet_sizes_; }
 
   private:
+    int64_t HeadLength(uint32_t prefix_length) const { return CustomLength() + prefix_length + HeaderLength(); }
+
     std::span<uint8_t> area_;
     RtpStream* stream_ = nullptr;
     const HeaderExtension* extension_ = nullptr;

@@ -132,9 +132,9 @@ uint32_t CRtpPacket::Packetise(const MXFrameInfo& frame) {
     switch (frame.encode_type) {
         case MX_VIDEO_H264:
         case MX_VIDEO_H264_ALT:
-            return packetiseH264(frame, run_, nal_positions_);
+            return packetiseH264(frame, run_);
         case MX_VIDEO_H265:
-            return packetiseH265(frame, run_, nal_positions_);
+            return packetiseH265(frame, run_);
         case MX_VIDEO_MPEG4:
             return packetiseGeneric(frame, run_);
         case MX_VIDEO_MJPEG:

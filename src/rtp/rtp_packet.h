@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <span>
-#include <vector>
 
 #include "core/package.h"
 #include "core/rtp_params.h"
@@ -58,7 +57,6 @@ class CRtpPacket : public CPackage, public IRtpParams {
     uint32_t rtp_packet_output_all_flag_ = 0;
     LargeBuffer own_buffer_;
     PacketRun run_;
-    std::vector<uint32_t> nal_positions_;  // of the current frame
 };
 
 }  // namespace Orvane::Muxora

@@ -1,6 +1,7 @@
 #include "codec/kernels/start_code_kernels.h"
 
 #include <bit>
+#include <cstring>
 
 #include "codec/kernels/target.h"
 
@@ -16,6 +17,13 @@ namespace {
 
 bool Always() {
     return true;
+}
+
+// The second look finds the bytes in the inner cache.
+template <auto find>
+const uint8_t* CopyThenFind(uint8_t* out, const uint8_t* begin, const uint8_t* end) {
+    if (begin != end) std::memcpy(out, begin, static_cast<size_t>(end - begin));
+    return find(begin, end);
 }
 
 #if defined(MUXORA_X86_KERNELS)
@@ -39,11 +47,25 @@ MUXORA_TARGET("avx2") inline uint32_t Matches256(__m256i mismatch) {
     return static_cast<uint32_t>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(mismatch, _mm256_setzero_si256())));
 }
 
-// A sieve with one load a vector. Of the pairs of bytes at p + 1, p + 3, ... each start code from p on holds one that
-// is 00 00 or 00 01; a pair of either kind gives a zero here.
-MUXORA_TARGET("avx2") inline __m256i Sieve256(const uint8_t* p) {
-    const __m256i pairs = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 1));
+// A sieve with one load a vector. Cut a start code's surroundings into pairs of bytes, from an even place or from an
+// odd one: one pair within the code is 00 00 or 00 01, and a pair of either kind gives a zero here.
+MUXORA_TARGET("avx2") inline __m256i Sieve256(__m256i pairs) {
     return _mm256_and_si256(pairs, _mm256_set1_epi16(static_cast<int16_t>(0xFEFF)));
+}
+
+MUXORA_TARGET("avx2") inline __m256i Sieve256(const uint8_t* p) {
+    return Sieve256(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+}
+
+MUXORA_TARGET("avx2") inline bool HasZeroPair256(__m256i sieved) {
+    return _mm256_movemask_epi8(_mm256_cmpeq_epi16(sieved, _mm256_setzero_si256())) != 0;
+}
+
+// Copies a vector and gives its sieve.
+MUXORA_TARGET("avx2") inline __m256i CopySieve256(uint8_t* out, const uint8_t* p) {
+    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), bytes);
+    return Sieve256(bytes);
 }
 
 MUXORA_TARGET("avx2") const uint8_t* FindStartCodeAvx2(const uint8_t* begin, const uint8_t* end) {
@@ -52,9 +74,12 @@ MUXORA_TARGET("avx2") const uint8_t* FindStartCodeAvx2(const uint8_t* begin, con
     if (end - begin < kReach) return FindStartCodeScalar(begin, end);
     const uint8_t* p = begin;
     for (; end - p >= 3 * kStep + kReach; p += 4 * kStep) {
-        const __m256i sieved = _mm256_min_epu16(_mm256_min_epu16(Sieve256(p), Sieve256(p + kStep)),
-                                                _mm256_min_epu16(Sieve256(p + 2 * kStep), Sieve256(p + 3 * kStep)));
-        if (_mm256_movemask_epi8(_mm256_cmpeq_epi16(sieved, _mm256_setzero_si256())) == 0) [[likely]]
+        // From p + 1 on, the pairs serve each code that begins in these four vectors, and none that began before.
+        const uint8_t* const pairs = p + 1;
+        const __m256i sieved =
+            _mm256_min_epu16(_mm256_min_epu16(Sieve256(pairs), Sieve256(pairs + kStep)),
+                             _mm256_min_epu16(Sieve256(pairs + 2 * kStep), Sieve256(pairs + 3 * kStep)));
+        if (!HasZeroPair256(sieved)) [[likely]]
             continue;
         const __m256i m0 = Mismatch256(p);
         const __m256i m1 = Mismatch256(p + kStep);
@@ -73,6 +98,26 @@ MUXORA_TARGET("avx2") const uint8_t* FindStartCodeAvx2(const uint8_t* begin, con
     p = end - kReach;
     if (const uint32_t hits = Matches256(Mismatch256(p)); hits != 0) return p + std::countr_zero(hits);
     return end;
+}
+
+// The copy ends with a vector that overlaps the one before it, so the range is at least one vector long. Of a code that
+// lies across both, the first of the two or the second sees a pair.
+MUXORA_TARGET("avx2") const uint8_t* CopyAndFindAvx2(uint8_t* out, const uint8_t* begin, const uint8_t* end) {
+    constexpr int kStep = 32;
+    if (end - begin < kStep) return CopyThenFind<FindStartCodeScalar>(out, begin, end);
+    __m256i least = _mm256_set1_epi8(-1);
+    const uint8_t* p = begin;
+    for (; end - p >= 4 * kStep; p += 4 * kStep, out += 4 * kStep) {
+        const __m256i first = _mm256_min_epu16(CopySieve256(out, p), CopySieve256(out + kStep, p + kStep));
+        const __m256i second = _mm256_min_epu16(CopySieve256(out + 2 * kStep, p + 2 * kStep),
+                                                CopySieve256(out + 3 * kStep, p + 3 * kStep));
+        least = _mm256_min_epu16(least, _mm256_min_epu16(first, second));
+    }
+    for (; end - p >= kStep; p += kStep, out += kStep)
+        least = _mm256_min_epu16(least, CopySieve256(out, p));
+    const int64_t back = kStep - (end - p);
+    least = _mm256_min_epu16(least, CopySieve256(out - back, p - back));
+    return HasZeroPair256(least) ? FindStartCodeAvx2(begin, end) : end;
 }
 
 inline uint32_t Matches128(const uint8_t* p) {
@@ -97,9 +142,9 @@ const uint8_t* FindStartCodeSse2(const uint8_t* begin, const uint8_t* end) {
 }
 
 constexpr StartCodeKernel kKernels[] = {
-    {"avx2", HasAvx2, FindStartCodeAvx2},
-    {"sse2", Always, FindStartCodeSse2},
-    {"scalar", Always, FindStartCodeScalar},
+    {"avx2", HasAvx2, FindStartCodeAvx2, CopyAndFindAvx2},
+    {"sse2", Always, FindStartCodeSse2, CopyThenFind<FindStartCodeSse2>},
+    {"scalar", Always, FindStartCodeScalar, CopyThenFind<FindStartCodeScalar>},
 };
 
 #elif defined(MUXORA_ARM_KERNELS)
@@ -126,13 +171,13 @@ const uint8_t* FindStartCodeNeon(const uint8_t* begin, const uint8_t* end) {
 }
 
 constexpr StartCodeKernel kKernels[] = {
-    {"neon", Always, FindStartCodeNeon},
-    {"scalar", Always, FindStartCodeScalar},
+    {"neon", Always, FindStartCodeNeon, CopyThenFind<FindStartCodeNeon>},
+    {"scalar", Always, FindStartCodeScalar, CopyThenFind<FindStartCodeScalar>},
 };
 
 #else
 
-constexpr StartCodeKernel kKernels[] = {{"scalar", Always, FindStartCodeScalar}};
+constexpr StartCodeKernel kKernels[] = {{"scalar", Always, FindStartCodeScalar, CopyThenFind<FindStartCodeScalar>}};
 
 #endif
 

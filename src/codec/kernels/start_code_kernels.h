@@ -1,4 +1,5 @@
-// The kernels behind FindStartCode. All give the same results; tests run each one that the processor has.
+// The kernels behind FindStartCode and CopyAndFindStartCode. All give the same results; tests run each one that the
+// processor has.
 #pragma once
 
 #include <cstdint>
@@ -10,6 +11,8 @@ struct StartCodeKernel {
     const char* name;
     bool (*supported)();
     const uint8_t* (*find)(const uint8_t* begin, const uint8_t* end);
+    // The same, with the bytes copied to `out` on the way.
+    const uint8_t* (*copy)(uint8_t* out, const uint8_t* begin, const uint8_t* end);
 };
 
 // Every kernel of this build, the fastest first. The last one is the scalar kernel, which every processor has.

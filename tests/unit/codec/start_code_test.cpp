@@ -75,6 +75,34 @@ TEST_P(StartCodeKernels, FindsACodeAtEveryPlaceAndReadsNothingOutside) {
     }
 }
 
+TEST_P(StartCodeKernels, CopiesAndFindsTheSame) {
+    std::mt19937 random(4);
+    for (size_t length = 0; length <= 300; ++length) {
+        const auto from = std::make_unique<uint8_t[]>(length);
+        const auto to = std::make_unique<uint8_t[]>(length);
+        for (size_t round = 0; round < 8; ++round) {
+            ByteVector bytes = round == 0 ? ByteVector(length, 0x80) : test::ZeroRichBytes(random, length);
+            // One code at a random place, and few others.
+            for (uint8_t& byte : bytes)
+                byte = byte == 1 ? uint8_t{2} : byte;
+            if (round > 1 && length >= 3) bytes[2 + random() % (length - 2)] = 1;
+            std::copy(bytes.begin(), bytes.end(), from.get());
+            std::fill_n(to.get(), length, uint8_t{0xEE});
+            const uint8_t* const hit = GetParam().copy(to.get(), from.get(), from.get() + length);
+            ASSERT_EQ(static_cast<size_t>(hit - from.get()), NaiveFind(bytes.data(), length)) << length;
+            ASSERT_TRUE(std::equal(bytes.begin(), bytes.end(), to.get())) << length;
+        }
+        // A lone code at every place.
+        for (size_t at = 0; at + 3 <= length; ++at) {
+            std::fill_n(from.get(), length, uint8_t{0x55});
+            from[at] = from[at + 1] = 0;
+            from[at + 2] = 1;
+            const uint8_t* const hit = GetParam().copy(to.get(), from.get(), from.get() + length);
+            ASSERT_EQ(static_cast<size_t>(hit - from.get()), at) << length;
+        }
+    }
+}
+
 TEST_P(StartCodeKernels, IsNotFooledByNearMisses) {
     ByteVector data;
     while (data.size() < 600) {
@@ -94,8 +122,14 @@ TEST(StartCode, TheDispatchPointFindsWhatTheKernelsFind) {
         const ByteVector data = test::ZeroRichBytes(random, length);
         EXPECT_EQ(static_cast<size_t>(FindStartCode(data.data(), data.data() + length) - data.data()),
                   NaiveFind(data.data(), length));
+        ByteVector copy(length);
+        EXPECT_EQ(
+            static_cast<size_t>(CopyAndFindStartCode(copy.data(), data.data(), data.data() + length) - data.data()),
+            NaiveFind(data.data(), length));
+        EXPECT_EQ(copy, data);
     }
     EXPECT_EQ(FindStartCode(nullptr, nullptr), nullptr);
+    EXPECT_EQ(CopyAndFindStartCode(nullptr, nullptr, nullptr), nullptr);
 }
 
 TEST(StartCode, LongCodesNeedFourBytesWithinTheRange) {
