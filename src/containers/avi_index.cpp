@@ -91,21 +91,18 @@ void AviSuperIndex::Add(uint64_t position, uint32_t size, uint32_t duration) {
 }
 
 void AviSuperIndex::Write(ByteCursor& out) const {
-    // A file of one RIFF has filler in the place.
-    if (entries_ != 0) {
-        out.Text("indx");
-    } else {
-        out.Text("JUNK");
-    }
-    out.LE32(kSize - kChunkHeaderSize)            // cb
+    uint8_t header[kSuperHeaderSize];
+    ByteCursor(header)
+        // A file of one RIFF has filler in the place.
+        .Bytes(entries_ != 0 ? "indx" : "JUNK", kFourCCSize)
+        .LE32(kSize - kChunkHeaderSize)           // cb
         .LE16(kSuperLongsPerEntry)                // wLongsPerEntry
         .U8(0)                                    // bIndexSubType
         .U8(kIndexOfIndexes)                      // bIndexType
         .LE32(entries_)                           // nEntriesInUse
         .Bytes(AviChunkId(stream_), kFourCCSize)  // dwChunkId
-        .Zeros(12)                                // dwReserved
-        .Bytes(area_, sizeof area_)
-        .Zeros(kSize - kSuperHeaderSize - sizeof area_);
+        .Zeros(12);                               // dwReserved
+    out.Bytes(header, sizeof header).Bytes(area_, sizeof area_).Zeros(kSize - kSuperHeaderSize - sizeof area_);
 }
 
 }  // namespace Orvane::Muxora

@@ -89,10 +89,11 @@ inline uint32_t PutDescriptorLength(uint8_t* out, uint32_t value) {
 }
 
 // A cursor over the writers: composes a record field by field, in file order. It never writes behind the end of its
-// area: a field that does not fit is left out, and Ok() tells.
+// area: a field that does not fit is left out, and Ok() tells. A null area has no room.
 class ByteCursor {
   public:
-    ByteCursor(uint8_t* out, uint32_t capacity) : begin_(out), at_(out), end_(out + capacity) {}
+    ByteCursor(uint8_t* out, uint32_t capacity)
+        : begin_(out), at_(out), end_(out != nullptr ? out + capacity : nullptr) {}
     template <uint32_t N>
     explicit ByteCursor(uint8_t (&area)[N]) : ByteCursor(area, N) {}
 

@@ -496,7 +496,8 @@ TEST_F(AsfMpeg4, ARefusedFrameKeepsItsConfiguration) {
     ByteVector data = Bytes("00 00 01 20 AA") + vop + ByteVector(1009 * 2048);
     MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
     EXPECT_EQ(file.inputFrame(&frame, 0), 3u);
-    EXPECT_EQ(frame.frame_pointer, data.data());
+    const void* const pointer = frame.frame_pointer;
+    EXPECT_EQ(pointer, data.data());
     EXPECT_EQ(frame.frame_size, data.size());
 }
 

@@ -539,7 +539,8 @@ TEST_F(FlvPacket, BackupClearsTheBlock) {
     block.seek_type = 1;
     block.offset32 = 5;
     EXPECT_EQ(file.getBackup(&block), 0u);
-    EXPECT_EQ(block.data, nullptr);
+    const void* const bytes = block.data;
+    EXPECT_EQ(bytes, nullptr);
     EXPECT_EQ(block.length, 0u);
     EXPECT_EQ(block.seek_type, 0u);
     EXPECT_EQ(block.offset32, 0u);

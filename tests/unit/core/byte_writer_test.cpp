@@ -109,6 +109,11 @@ TEST(ByteCursor, NothingFromNowhereIsFine) {
     out.U8(1);
     EXPECT_FALSE(out.Ok());
     EXPECT_EQ(out.Size(), 0u);
+    // Whatever room it is said to have.
+    ByteCursor null(nullptr, 100);
+    null.U8(1).BE32(2).Zeros(3).Bytes("four", 4);
+    EXPECT_FALSE(null.Ok());
+    EXPECT_EQ(null.Size(), 0u);
 }
 
 }  // namespace
