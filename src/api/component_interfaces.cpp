@@ -131,7 +131,7 @@ IFilePackage* IFilePackage::IFactory::create(const Basalt::flex_string& /*key*/)
 
 IFilePackage::~IFilePackage() = default;
 
-bool IFilePackage::open(WriteFunction /*write_fn*/) {
+bool IFilePackage::open(WriteFunction /*write_fn*/) {  // NOLINT(performance-unnecessary-value-param)
     return NotImplemented();
 }
 bool IFilePackage::open(const char* /*path*/) {

@@ -1,11 +1,11 @@
 #include "basalt/lfs_file.h"
 
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/types.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <ctime>
 #include <limits>
 
