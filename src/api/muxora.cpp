@@ -200,8 +200,13 @@ bool CMuxora::getPacketCapacity(CapacityType type, const void** table, int* coun
 }
 
 void initMuxoraComponentLibrary() {
-    static CMuxora::CFactory stream_factory;
-    static CFilePackage::CFactory file_factory;
+    try {
+        static CMuxora::CFactory stream_factory;
+        static CFilePackage::CFactory file_factory;
+    } catch (const std::exception&) {
+        // Without memory a factory is missing, and the next call tries again.
+        return;
+    }
 }
 
 }  // namespace Orvane::Muxora

@@ -522,6 +522,11 @@ TEST(StreamInterface, TheOrderOfItsOperationsIsFixed) {
 
 #endif
 
+TEST(StreamFactory, WithoutMemoryNothingIsThrown) {
+    const test::FailingAllocations failing;
+    EXPECT_NO_THROW(Orvane::Muxora::initMuxoraComponentLibrary());
+}
+
 TEST(StreamFactory, IsFoundByNameAndMakesComponents) {
     // Any number of threads may ask for it at once.
     std::vector<std::thread> threads;
