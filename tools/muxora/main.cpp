@@ -50,6 +50,8 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
     // A reader that goes away is an error of the write, with a message.
     std::signal(SIGPIPE, SIG_IGN);
+    // So is a limit on the size of files.
+    std::signal(SIGXFSZ, SIG_IGN);
     try {
         return Run(argc, argv);
     } catch (...) {

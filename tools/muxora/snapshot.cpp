@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -22,6 +23,7 @@ constexpr char kMagic[] = "MXSNAP01";
 constexpr size_t kMagicSize = 8;
 constexpr size_t kChecked = 32;
 constexpr size_t kHeaderSize = kChecked + 4;
+constexpr std::chrono::milliseconds kFirstPause{50};
 
 uint32_t Crc32(const uint8_t* data, size_t size) {
     static const auto table = [] {
@@ -164,10 +166,13 @@ std::string SnapshotTaker::Trouble() {
 }
 
 void SnapshotTaker::Loop() {
+    // The first ones come fast, for recordings that are killed early; the index is short then.
+    std::chrono::milliseconds pause = std::min(kFirstPause, period_);
     auto next = std::chrono::steady_clock::now();
     std::unique_lock lock(mutex_);
     while (!stop_) {
-        next += period_;
+        next = std::max(next + pause, std::chrono::steady_clock::now());
+        pause = std::min(2 * pause, period_);
         if (wake_.wait_until(lock, next, [this] { return stop_; })) return;
         lock.unlock();
         std::string trouble;

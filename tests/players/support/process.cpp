@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,6 +38,18 @@ struct Pipe {
     }
 };
 
+int ExitCode(int status) {
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+std::vector<char*> Arguments(const std::vector<std::string>& argv) {
+    std::vector<char*> arguments;
+    for (const std::string& word : argv)
+        arguments.push_back(const_cast<char*>(word.c_str()));
+    arguments.push_back(nullptr);
+    return arguments;
+}
+
 // Takes what there is; false at the end.
 bool Drain(int fd, std::string& text) {
     std::array<char, 65536> block;
@@ -56,10 +69,7 @@ RunResult Run(const std::vector<std::string>& argv, int limit_seconds) {
     posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&actions, out.ends[1], 1);
     posix_spawn_file_actions_adddup2(&actions, err.ends[1], 2);
-    std::vector<char*> arguments;
-    for (const std::string& word : argv)
-        arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments = Arguments(argv);
     pid_t pid = -1;
     const int spawned = posix_spawnp(&pid, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
@@ -82,9 +92,40 @@ RunResult Run(const std::vector<std::string>& argv, int limit_seconds) {
         }
     }
     int status = 0;
-    waitpid(pid, &status, 0);
-    result.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    rusage used{};
+    wait4(pid, &status, 0, &used);
+    result.exit_code = ExitCode(status);
+    result.peak_kib = used.ru_maxrss;
     return result;
+}
+
+Background::Background(const std::vector<std::string>& argv) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+    std::vector<char*> arguments = Arguments(argv);
+    if (posix_spawnp(&pid_, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) pid_ = -1;
+    posix_spawn_file_actions_destroy(&actions);
+}
+
+Background::~Background() {
+    if (pid_ < 0) return;
+    kill(pid_, SIGKILL);
+    Wait();
+}
+
+void Background::Signal(int number) const {
+    if (pid_ > 0) kill(pid_, number);
+}
+
+int Background::Wait() {
+    if (pid_ < 0) return 127;
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return ExitCode(status);
 }
 
 bool HaveProgram(const std::string& name) {

@@ -1,0 +1,168 @@
+// A recording that is killed, and what muxora repair makes of it.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include "support/hex.h"
+#include "tool.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::ClipSpec;
+using test::Contains;
+using test::FilesIn;
+using test::Muxora;
+using Clock = std::chrono::steady_clock;
+
+std::string LongClip() {
+    ClipSpec spec;
+    spec.seconds = 8;
+    spec.gop = 50;
+    spec.container = "mp4";
+    return test::MakeClip(spec);
+}
+
+struct Recording {
+    std::string path;
+    std::unique_ptr<test::Background> process;
+    Clock::time_point start;
+    double lived = 0;
+};
+
+Recording Start(const std::string& path, const std::string& key) {
+    Recording recording{path, nullptr, {}, 0};
+    recording.process = std::make_unique<test::Background>(std::vector<std::string>{
+        MUXORA_TOOL, "pack", LongClip(), "-o", path, "-f", key, "--realtime", "--backup", "1"});
+    // It lives from when there is something to lose.
+    while (!fs::exists(path))
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    recording.start = Clock::now();
+    return recording;
+}
+
+TEST(Repair, ARecordingKilledAtAnyMomentPlaysUpToASecondBefore) {
+    const std::string folder = test::FreshDirectory("killed");
+    LongClip();
+    const std::vector<std::string> keys{"mp4", "mov", "mp464", "mov64", "mp4noseek"};
+    std::mt19937 random(std::random_device{}());
+    std::uniform_real_distribution<double> moment(0.5, 6.0);
+    // Side by side: a recording in real time leaves the processor to the others.
+    std::vector<std::pair<double, Recording>> recordings;
+    for (int i = 0; i < 10; ++i) {
+        const std::string key = keys[static_cast<size_t>(i) % keys.size()];
+        recordings.emplace_back(moment(random), Start(folder + "/" + std::to_string(i) + "." + key, key));
+    }
+    std::sort(recordings.begin(), recordings.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (auto& [when, recording] : recordings) {
+        std::this_thread::sleep_until(recording.start + std::chrono::duration<double>(when));
+        recording.process->Signal(SIGKILL);
+        recording.lived = std::chrono::duration<double>(Clock::now() - recording.start).count();
+        EXPECT_EQ(recording.process->Wait(), 128 + SIGKILL);
+    }
+    const auto whole = test::Pictures(LongClip());
+    ASSERT_EQ(whole.size(), 200u);
+    for (const auto& [when, recording] : recordings) {
+        const std::string about = recording.path + " after " + std::to_string(recording.lived) + " s";
+        const auto run = Muxora({"repair", recording.path});
+        ASSERT_EQ(run.exit_code, 0) << about << run.err;
+        EXPECT_TRUE(Contains(run.out, "completed")) << about;
+        const auto found = test::Pictures(recording.path);
+        EXPECT_GE(static_cast<double>(found.size()) / 25, recording.lived - 1) << about;
+        ASSERT_LE(found.size(), whole.size()) << about;
+        EXPECT_TRUE(std::equal(found.begin(), found.end(), whole.begin())) << about;
+        EXPECT_EQ(test::DecodeAudio(recording.path, {"-v", "error"}).errors, "") << about;
+        EXPECT_FALSE(fs::exists(recording.path + ".snapshot"));
+        // Once more does no harm.
+        const auto again = Muxora({"repair", recording.path});
+        EXPECT_EQ(again.exit_code, 0);
+        EXPECT_TRUE(Contains(again.out, "is complete")) << again.out;
+    }
+    EXPECT_EQ(FilesIn(folder).size(), 10u);
+}
+
+TEST(Repair, ARecordingThatEndsWellLeavesNoSnapshot) {
+    const std::string folder = test::FreshDirectory("well");
+    ClipSpec spec;
+    spec.container = "mp4";
+    const auto run =
+        Muxora({"pack", test::MakeClip(spec), "-o", folder + "/x.mp4", "--realtime", "--backup", "0.2", "--json"});
+    EXPECT_EQ(run.exit_code, 0);
+    EXPECT_FALSE(Contains(run.out, "\"snapshots\": 0")) << run.out;
+    EXPECT_TRUE(Contains(run.out, "\"snapshots\": ")) << run.out;
+    EXPECT_EQ(FilesIn(folder), std::vector<std::string>{"x.mp4"});
+    EXPECT_EQ(test::Pictures(folder + "/x.mp4").size(), 50u);
+}
+
+TEST(Repair, ADiskThatFillsUpLeavesARecordingThatCanBeCompleted) {
+    const std::string folder = test::FreshDirectory("fills");
+    const std::string path = folder + "/x.mp4";
+    const auto run = test::Run(
+        {"prlimit", "--fsize=120000", MUXORA_TOOL, "pack", LongClip(), "-o", path, "--realtime", "--backup", "1"});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(test::IsOneLine(run.err)) << run.err;
+    EXPECT_TRUE(Contains(run.err, "muxora repair " + path)) << run.err;
+    ASSERT_EQ(Muxora({"repair", path}).exit_code, 0);
+    EXPECT_GT(test::Pictures(path).size(), 5u);
+}
+
+TEST(Repair, SaysWhatItCannotDo) {
+    const std::string folder = test::FreshDirectory("cannot");
+    const std::string path = folder + "/x.mp4";
+    EXPECT_EQ(Muxora({"repair", path}).exit_code, 1);
+    // A recording without snapshots.
+    std::vector<uint8_t> bytes = test::ReadFile(LongClip());
+    bytes.resize(100000);
+    test::WriteFile(path, bytes);
+    auto run = Muxora({"repair", path});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(test::IsOneLine(run.err));
+    EXPECT_TRUE(Contains(run.err, "record with --backup SECONDS")) << run.err;
+    EXPECT_EQ(test::ReadFile(path), bytes);
+    // A snapshot that is none, and one of which a bit has turned.
+    test::WriteFile(path + ".snapshot", test::Text("not a snapshot"));
+    run = Muxora({"repair", path});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(Contains(run.err, "no whole snapshot")) << run.err;
+    EXPECT_EQ(test::ReadFile(path), bytes);
+}
+
+TEST(Repair, DamagedSnapshotsAreNotUsed) {
+    const std::string folder = test::FreshDirectory("damaged");
+    const std::string path = folder + "/x.mp4";
+    Recording recording = Start(path, "mp4");
+    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+    recording.process->Signal(SIGKILL);
+    recording.process->Wait();
+    const auto media = test::ReadFile(path);
+    const auto snapshot = test::ReadFile(path + ".snapshot");
+    for (const size_t at : {size_t{3}, size_t{9}, size_t{18}, size_t{34}, size_t{60}, snapshot.size() - 1}) {
+        auto turned = snapshot;
+        turned[at] ^= 0x10;
+        test::WriteFile(path + ".snapshot", turned);
+        const auto run = Muxora({"repair", path});
+        EXPECT_EQ(run.exit_code, 1) << at;
+        EXPECT_TRUE(test::IsOneLine(run.err)) << run.err;
+        EXPECT_EQ(test::ReadFile(path), media) << at;
+    }
+    // Of another recording: longer than this one.
+    test::WriteFile(path + ".snapshot", snapshot);
+    test::WriteFile(path, {media.begin(), media.begin() + 2000});
+    const auto run = Muxora({"repair", path});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(Contains(run.err, "belongs to another recording")) << run.err;
+    // A new recording does not wipe out one that waits for its repair.
+    const auto refused = Muxora({"pack", LongClip(), "-o", path, "--backup", "1"});
+    EXPECT_EQ(refused.exit_code, 1);
+    EXPECT_TRUE(Contains(refused.err, "muxora repair")) << refused.err;
+    // Whole again.
+    test::WriteFile(path, media);
+    EXPECT_EQ(Muxora({"repair", path}).exit_code, 0);
+    EXPECT_GE(test::Pictures(path).size(), 5u);
+}
+
+}  // namespace
