@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "codec/kernels/target.h"
-#include "core/byte_writer.h"
 
 #if defined(MUXORA_X86_KERNELS)
 #include <immintrin.h>
@@ -21,8 +20,9 @@ constexpr uint32_t kHeadSize = kTsPacketSize - kFullPayload;
 // is one store of eight bytes, the last two of which the payload covers: a store for each byte would cost as much as
 // the payload.
 inline void PutHead(uint8_t* at, uint16_t pid, uint8_t continuity) {
-    const uint64_t head = 0x47 | uint64_t{pid} >> 8 << 8 | (uint64_t{pid} & 0xFF) << 16 |
-                          uint64_t{0x30u | (continuity & 0x0Fu)} << 24 | uint64_t{1} << 32;
+    const uint64_t head = kTsSyncByte | uint64_t{pid} >> 8 << 8 | (uint64_t{pid} & 0xFF) << 16 |
+                          uint64_t{ControlByte(AdaptationControl::kFieldAndPayload, continuity)} << 24 |
+                          uint64_t{1} << 32;
     if constexpr (std::endian::native == std::endian::little) {
         std::memcpy(at, &head, sizeof head);
     } else {

@@ -4,9 +4,10 @@
 #include <cstdint>
 #include <span>
 
+#include "mpeg2/ts_format.h"
+
 namespace Orvane::Muxora {
 
-inline constexpr uint32_t kTsPacketSize = 188;
 inline constexpr uint32_t kFullPayload = 182;  // behind the header and an adaptation field of one byte
 
 // Cuts `count` packets of kFullPayload bytes each from `from`. The continuity counter of the first is `continuity`, and

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "codec/crc32.h"
 #include "core/byte_writer.h"
 #include "core/frame_kinds.h"
 #include "core/package.h"
@@ -14,22 +13,10 @@ namespace Orvane::Muxora {
 
 namespace {
 
-constexpr uint8_t kSyncByte = 0x47;
-constexpr uint16_t kPatPid = 0x0000;
-constexpr uint16_t kPmtPid = 0x0010;
-constexpr uint16_t kVideoPid = 0x0012;
-constexpr uint16_t kAudioPid = 0x0013;
-constexpr uint16_t kNoPid = 0x1FFF;
-constexpr uint8_t kContinuityMask = 0x0F;
-
-constexpr uint8_t kPayloadOnly = 0x10;  // adaptation_field_control
-constexpr uint8_t kAdaptationAndPayload = 0x30;
 constexpr uint8_t kPcrFlag = 0x10;
 
 // What the first packet carries of a PES packet: the PCR in its adaptation field takes the rest.
 constexpr uint32_t kFirstCapacity = 176;
-
-constexpr uint32_t kSectionStart = 5;  // behind the packet's header and the pointer_field
 
 constexpr uint32_t kTablePeriod = 10;  // audio frames from table to table
 constexpr uint32_t kPcrLead = 900;     // 10 ms
@@ -52,24 +39,13 @@ constexpr StreamTypeRow kAudioTypes[] = {
     {MX_AUDIO_MPEG, kStreamMpegAudio},
 };
 
-uint8_t NextContinuity(uint8_t& counter) {
-    const uint8_t value = counter;
-    counter = (counter + 1) & kContinuityMask;
-    return value;
-}
-
-// The first four bytes of a packet (2.4.3.2).
-void PutPacketHeader(ByteCursor& packet, bool unit_start, uint16_t pid, uint8_t control, uint8_t continuity) {
-    packet.U8(kSyncByte)
-        .U8(static_cast<uint8_t>((unit_start ? 0x40 : 0x00) | (pid >> 8 & 0x1F)))
-        .U8(static_cast<uint8_t>(pid))
-        .U8(static_cast<uint8_t>(control | continuity));
-}
-
-// Ends a section with its CRC and fills the rest of the packet.
-void FinishTable(ByteCursor& packet, uint8_t* out) {
-    packet.BE32(Crc32Mpeg2(out + kSectionStart, packet.Size() - kSectionStart));
-    std::memset(out + packet.Size(), 0xFF, kTsPacketSize - packet.Size());
+// The next copy of a table.
+int64_t CopyTable(const TsTable& table, uint8_t& continuity, uint8_t* out, uint32_t size) {
+    if (size < kTsPacketSize) return kNotPacked;
+    std::memcpy(out, table.data(), kTsPacketSize);
+    out[kContinuityAt] = ControlByte(AdaptationControl::kPayloadOnly, continuity);
+    continuity = (continuity + 1) & kContinuityMask;
+    return kTsPacketSize;
 }
 
 bool BeginsWithoutDelimiter(const MXFrameInfo& frame) {
@@ -148,55 +124,21 @@ int64_t CTSPackageBase::packagePFrame(uint8_t* out, uint32_t size, const MXFrame
     return writeVideoPes(out, size, frame);
 }
 
-// 2.4.4.3
 int64_t CTSPackageBase::writePat(uint8_t* out, uint32_t size) {
-    if (size < kTsPacketSize) return kNotPacked;
-    ByteCursor packet(out, kTsPacketSize);
-    PutPacketHeader(packet, true, kPatPid, kPayloadOnly, NextContinuity(pat_continuity_));
-    packet
-        .U8(0)         // pointer_field
-        .U8(0x00)      // table_id
-        .BE16(0xB00D)  // section_syntax_indicator, section_length 13
-        .BE16(1)       // transport_stream_id
-        .U8(0xC1)      // version_number 0, current_next_indicator
-        .BE16(0)       // section_number, last_section_number
-        .BE16(1)       // program_number
-        .BE16(0xE000 | kPmtPid);
-    FinishTable(packet, out);
-    return kTsPacketSize;
+    return CopyTable(pat_, pat_continuity_, out, size);
 }
 
-// 2.4.4.8
 int64_t CTSPackageBase::writePmt(uint8_t* out, uint32_t size) {
     if (size < kTsPacketSize) return kNotPacked;
-    const bool had_streams = mapped_video_type_ != kStreamNone || mapped_audio_type_ != kStreamNone;
-    const bool changed = video_stream_type_ != mapped_video_type_ || audio_stream_type_ != mapped_audio_type_;
-    if (had_streams && changed) pmt_version_ = (pmt_version_ + 1) & 0x1F;
-    mapped_video_type_ = video_stream_type_;
-    mapped_audio_type_ = audio_stream_type_;
-
-    constexpr uint16_t kFixedLength = 13;  // section_length without streams
-    constexpr uint16_t kEntryLength = 5;
-    const bool video = video_stream_type_ != kStreamNone;
-    const bool audio = audio_stream_type_ != kStreamNone;
-    const auto section_length =
-        static_cast<uint16_t>(kFixedLength + (video ? kEntryLength : 0) + (audio ? kEntryLength : 0));
-    const uint16_t pcr_pid = video ? kVideoPid : audio ? kAudioPid : kNoPid;
-    ByteCursor packet(out, kTsPacketSize);
-    PutPacketHeader(packet, true, kPmtPid, kPayloadOnly, NextContinuity(pmt_continuity_));
-    packet
-        .U8(0)     // pointer_field
-        .U8(0x02)  // table_id
-        .BE16(static_cast<uint16_t>(0xB000 | section_length))
-        .BE16(1)                                             // program_number
-        .U8(static_cast<uint8_t>(0xC1 | pmt_version_ << 1))  // version_number, current_next_indicator
-        .BE16(0)                                             // section_number, last_section_number
-        .BE16(0xE000 | pcr_pid)
-        .BE16(0xF000);                                                               // program_info_length 0
-    if (video) packet.U8(video_stream_type_).BE16(0xE000 | kVideoPid).BE16(0xF000);  // ES_info_length 0
-    if (audio) packet.U8(audio_stream_type_).BE16(0xE000 | kAudioPid).BE16(0xF000);
-    FinishTable(packet, out);
-    return kTsPacketSize;
+    if (video_stream_type_ != mapped_video_type_ || audio_stream_type_ != mapped_audio_type_) {
+        // The first stream to appear is no new version.
+        const bool had_streams = mapped_video_type_ != kStreamNone || mapped_audio_type_ != kStreamNone;
+        if (had_streams) pmt_version_ = (pmt_version_ + 1) & 0x1F;
+        mapped_video_type_ = video_stream_type_;
+        mapped_audio_type_ = audio_stream_type_;
+        pmt_ = MakePmt(video_stream_type_, audio_stream_type_, pmt_version_);
+    }
+    return CopyTable(pmt_, pmt_continuity_, out, size);
 }
 
 int64_t CTSPackageBase::writeTsPackets(uint8_t* out, uint32_t size, const Pes& pes, bool video) {
@@ -218,8 +160,8 @@ int64_t CTSPackageBase::writeTsPackets(uint8_t* out, uint32_t size, const Pes& p
     // The first packet has a PCR and the whole of the head.
     const uint32_t in_first = std::min(left, kFirstCapacity - pes.head_size);
     const uint32_t first_stuffing = kFirstCapacity - pes.head_size - in_first;
-    ByteCursor first(at, kTsPacketSize);
-    PutPacketHeader(first, true, pid, kAdaptationAndPayload, continuity);
+    PutTsHeader(at, true, pid, AdaptationControl::kFieldAndPayload, continuity);
+    ByteCursor first = BehindTsHeader(at);
     first
         .U8(static_cast<uint8_t>(7 + first_stuffing))  // adaptation_field_length
         .U8(kPcrFlag);
@@ -234,9 +176,9 @@ int64_t CTSPackageBase::writeTsPackets(uint8_t* out, uint32_t size, const Pes& p
     if (left == 0) return at - out;
     if (room == 0) return kNotPacked;
     const uint32_t stuffing = kFullPayload - left;
-    ByteCursor last(at, kTsPacketSize);
-    PutPacketHeader(last, false, pid, kAdaptationAndPayload, continuity);
-    last.U8(static_cast<uint8_t>(1 + stuffing))  // adaptation_field_length
+    PutTsHeader(at, false, pid, AdaptationControl::kFieldAndPayload, continuity);
+    BehindTsHeader(at)
+        .U8(static_cast<uint8_t>(1 + stuffing))  // adaptation_field_length
         .U8(0)
         .Fill(0xFF, stuffing)
         .Bytes(from, left);

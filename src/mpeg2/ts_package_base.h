@@ -4,6 +4,7 @@
 
 #include "MuxoraAPI.h"
 #include "mpeg2/stream_types.h"
+#include "mpeg2/ts_tables.h"
 
 namespace Orvane::Muxora {
 
@@ -87,6 +88,10 @@ class CTSPackageBase {
     StreamType audio_stream_type_ = kStreamNone;
     StreamType mapped_video_type_ = kStreamNone;  // as the last PMT had them
     StreamType mapped_audio_type_ = kStreamNone;
+    // Composed when they change.
+    const TsTable pat_ = MakePat();
+    TsTable pmt_ = MakePmt(kStreamNone, kStreamNone, 0);
+
     uint32_t video_count_ = 0;  // frames that were packed
     uint32_t audio_count_ = 0;
     uint32_t audio_duration_ = 0;  // of the last audio frame, 90 kHz
