@@ -16,7 +16,7 @@
 #ifndef MUXORA_API_H
 #define MUXORA_API_H
 
-#include <stdint.h>
+#include <stdint.h> /* NOLINT(modernize-deprecated-headers): C reads it, too */
 
 #if defined(_WIN32)
 #define MX_API __declspec(dllexport)
