@@ -115,13 +115,23 @@ TEST_F(Package, AnAllocatorWithoutMemoryGivesNull) {
 TEST_F(Package, AbsoluteBlocks) {
     MXCreateParam param = sink.Param();
     Plain package(0, &param);
-    static MXOutputBlock seen;
+    // The members of the record stand on 4-byte boundaries; the copies can be looked at by reference.
+    struct Copy {
+        uint32_t size;
+        const void* data;
+        uint32_t length;
+        uint32_t seek_type;
+        uint32_t offset32;
+        int64_t offset;
+    };
+    Copy seen{};
     package.setCallback(
-        [](const MXOutputBlock* block, void* /*user*/) -> int32_t {
-            seen = *block;
+        [](const MXOutputBlock* block, void* user) -> int32_t {
+            *static_cast<Copy*>(user) = {block->size,      block->data,     block->length,
+                                         block->seek_type, block->offset32, block->offset};
             return -1;  // not read
         },
-        nullptr);
+        &seen);
     const char* const bytes = "abcd";
     EXPECT_EQ(package.EmitAt(bytes, 4, 0x123456789A), 4u);
     EXPECT_EQ(seen.size, 32u);
@@ -182,11 +192,11 @@ TEST_F(Package, DefaultBackupClearsFourFields) {
     block.offset = 5;
     EXPECT_EQ(package.getBackup(&block), 0u);
     EXPECT_EQ(block.size, 1u);
-    EXPECT_EQ(block.data, nullptr);
+    EXPECT_TRUE(block.data == nullptr);
     EXPECT_EQ(block.length, 0u);
     EXPECT_EQ(block.seek_type, 0u);
     EXPECT_EQ(block.offset32, 0u);
-    EXPECT_EQ(block.offset, 5);
+    EXPECT_TRUE(block.offset == 5);
     EXPECT_EQ(package.getBackup(nullptr), 0u);
 }
 
