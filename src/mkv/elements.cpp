@@ -173,7 +173,6 @@ uint32_t CClusters::WriteId(uint8_t* out) {
 
 uint32_t CClusters::WriteBody(uint8_t* out) {
     if (out == nullptr) return MX_FAILED;
-    last_block_length_ = 0;
     if (has_block_) {
         last_block_length_ = static_cast<uint32_t>(BlockSize(block_.length));
         const uint32_t head_size = last_block_length_ - block_.length;

@@ -109,7 +109,8 @@ class CClusters : public CBasicatom {
 // One track entry, or just the ID of the element around all of them.
 class CTracks : public CBasicatom {
   public:
-    // Longer ones are left out: an entry with half a configuration is of no use.
+    // Longer ones are left out: an entry with half a configuration is of no use. The second limit is what a video entry
+    // has room for in the file.
     static constexpr uint32_t kMaxCodecId = 20;
     static constexpr uint32_t kMaxCodecPrivate = 351;
     // No entry is larger; all its other fields together take less than 64 bytes.
