@@ -268,8 +268,8 @@ typedef struct MXHeaderInfo {
 typedef struct MXRtpParam {
     uint32_t size;                        /**< Get: 96. */
     uint32_t max_rtp_packet_length;       /**< Largest packet in bytes; 0 reads as 1000. */
-    uint32_t rtp_sequence_number;         /**< Next video sequence number; 16 bits are stored. */
-    uint32_t rtp_timestamp;               /**< Video RTP time. */
+    uint32_t rtp_sequence_number;         /**< Video sequence number used last, in 16 bits. */
+    uint32_t rtp_timestamp;               /**< RTP time of the first video frame. */
     uint32_t rtp_ssrc;                    /**< Video SSRC. */
     uint32_t rtp_audio_sample;            /**< Audio clock rate in Hz; should be a multiple of 1000. */
     uint32_t rtp_payload_type;            /**< Video payload type. */
@@ -285,8 +285,8 @@ typedef struct MXRtpParam {
     const void* rtp_audio_custom_data;    /**< Audio custom data; copied when its length is below 5. Not returned. */
     uint8_t rtp_audio_custom_data_length; /**< Its length in bytes. Not returned. */
     uint8_t reserved3[3];                 /**< Not read. */
-    uint32_t rtp_audio_sequence_number;   /**< Next audio sequence number; 16 bits are stored. */
-    uint32_t rtp_audio_timestamp;         /**< Audio RTP time. */
+    uint32_t rtp_audio_sequence_number;   /**< Audio sequence number used last, in 16 bits. */
+    uint32_t rtp_audio_timestamp;         /**< RTP time of the first audio frame. */
     uint32_t rtp_audio_ssrc;              /**< Audio SSRC. */
 } MXRtpParam;
 

@@ -25,22 +25,20 @@ bool NalReader::Next() {
     return true;
 }
 
-bool NalReader::EndsBehind(int64_t place) {
-    if (open_ && end_ <= place) {
-        const int64_t stop = std::min(length_, place + 1 + kUntried);
-        const auto code = NextStartCode(data_, static_cast<uint32_t>(stop), static_cast<uint32_t>(end_));
-        if (code) {
-            end_ = code.position;
-            open_ = false;
-            has_next_ = true;
-        } else if (stop == length_) {
-            end_ = length_;
-            open_ = false;
-        } else {
-            end_ = stop - kUntried;
-        }
+// Looks for the end as far as `place`, or closes the unit.
+void NalReader::Search(int64_t place) {
+    const int64_t stop = std::min(length_, place + 1 + kUntried);
+    const auto code = NextStartCode(data_, static_cast<uint32_t>(stop), static_cast<uint32_t>(end_));
+    if (code) {
+        end_ = code.position;
+        open_ = false;
+        has_next_ = true;
+    } else if (stop == length_) {
+        end_ = length_;
+        open_ = false;
+    } else {
+        end_ = stop - kUntried;
     }
-    return end_ > place;
 }
 
 void NalReader::Copy(uint8_t* out, int64_t from, int64_t count) {

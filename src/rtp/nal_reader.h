@@ -21,7 +21,10 @@ class NalReader {
     int64_t Start() const { return Position() + (IsShortCode() ? 3 : 4); }
 
     // Does the unit end behind `place`?
-    bool EndsBehind(int64_t place);
+    bool EndsBehind(int64_t place) {
+        if (end_ <= place && open_) Search(place);
+        return end_ > place;
+    }
 
     // Copies `count` bytes of the frame from `from` on. What is not known yet of the unit's end is found out on the
     // way.
@@ -32,6 +35,8 @@ class NalReader {
     bool IsLast() const { return !has_next_; }
 
   private:
+    void Search(int64_t place);
+
     const uint8_t* data_;
     int64_t length_;
     uint32_t skip_;

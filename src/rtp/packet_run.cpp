@@ -35,42 +35,37 @@ void HeaderExtension::Set(const void* data, uint32_t length) {
 
 void PacketRun::Begin(std::span<uint8_t> area, RtpStream& stream, const HeaderExtension& extension,
                       uint32_t max_length) {
-    area_ = area.first(std::min<size_t>(area.size(), std::numeric_limits<uint32_t>::max()));
+    begin_ = end_ = area.data();
+    room_ = static_cast<int64_t>(std::min<size_t>(area.size(), std::numeric_limits<uint32_t>::max()));
     stream_ = &stream;
     extension_ = &extension;
     max_length_ = max_length;
-    size_ = 0;
+    custom_length_ = static_cast<int64_t>(stream.custom_data.size());
+    header_length_ = kFixedHeaderLength + static_cast<int64_t>(extension.Block().size());
     packet_sizes_.clear();
-}
-
-uint8_t* PacketRun::Place(uint32_t prefix_length, int64_t count) const {
-    const int64_t head = HeadLength(prefix_length);
-    if (head + count > static_cast<int64_t>(area_.size()) - size_) return nullptr;
-    return area_.data() + size_ + head;
 }
 
 uint8_t* PacketRun::Add(uint32_t prefix_length, int64_t payload_length, bool marker) {
     if (Place(prefix_length, payload_length) == nullptr) return nullptr;
-    const std::vector<uint8_t>& custom = stream_->custom_data;
-    const std::vector<uint8_t>& extension = extension_->Block();
-    const uint8_t extension_bit = extension.empty() ? 0 : kExtensionBit;
+    const bool extended = header_length_ != kFixedHeaderLength;
+    const uint8_t extension_bit = extended ? kExtensionBit : 0;
     const uint8_t marker_bit = marker ? kMarkerBit : 0;
     ++stream_->sequence;  // raised first: the first packet carries the set value plus 1
 
-    uint8_t* const begin = area_.data() + size_;
-    uint8_t* out = begin;
-    if (!custom.empty()) out = std::copy(custom.begin(), custom.end(), out);
-    if (prefix_length != 0) out += PutBE16(out, static_cast<uint16_t>(HeaderLength() + payload_length));
+    uint8_t* out = end_;
+    if (custom_length_ != 0) out = std::copy(stream_->custom_data.begin(), stream_->custom_data.end(), out);
+    if (prefix_length != 0) out += PutBE16(out, static_cast<uint16_t>(header_length_ + payload_length));
     out += PutU8(out, kVersion2 | extension_bit);  // V, P, X, CC
     out += PutU8(out, static_cast<uint8_t>(marker_bit | (stream_->payload_type & kPayloadTypeMask)));
     out += PutBE16(out, stream_->sequence);
     out += PutBE32(out, stream_->timestamp);
     out += PutBE32(out, stream_->ssrc);
-    if (!extension.empty()) out = std::copy(extension.begin(), extension.end(), out);
+    if (extended) out = std::copy(extension_->Block().begin(), extension_->Block().end(), out);
 
-    const auto packet_size = static_cast<uint32_t>(out - begin + payload_length);
-    size_ += packet_size;
-    packet_sizes_.push_back(packet_size);
+    const int64_t packet_size = out - end_ + payload_length;
+    end_ += packet_size;
+    room_ -= packet_size;
+    packet_sizes_.push_back(static_cast<uint32_t>(packet_size));
     return out;
 }
 

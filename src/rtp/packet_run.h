@@ -47,7 +47,10 @@ class PacketRun {
 
     // Where the payload of the next packet will stand, if there is room for `count` bytes of it; null if not. The
     // caller may write them ahead of Add.
-    uint8_t* Place(uint32_t prefix_length, int64_t count) const;
+    uint8_t* Place(uint32_t prefix_length, int64_t count) const {
+        const int64_t head = custom_length_ + prefix_length + header_length_;
+        return head + count <= room_ ? end_ + head : nullptr;
+    }
 
     // Adds a packet up to its payload, and returns where the caller writes `payload_length` bytes; null if the area has
     // no room for it. `prefix_length` is kPrefixLength or 0.
@@ -55,22 +58,23 @@ class PacketRun {
 
     // The largest length that a packet should have.
     int64_t MaxLength() const { return max_length_; }
-    int64_t CustomLength() const { return static_cast<int64_t>(stream_->custom_data.size()); }
-    int64_t HeaderLength() const { return kFixedHeaderLength + static_cast<int64_t>(extension_->Block().size()); }
+    int64_t CustomLength() const { return custom_length_; }
+    int64_t HeaderLength() const { return header_length_; }
     int64_t ExtensionLength() const { return extension_->Length(); }
 
-    const uint8_t* Data() const { return area_.data(); }
-    uint32_t Size() const { return size_; }
+    const uint8_t* Data() const { return begin_; }
+    uint32_t Size() const { return static_cast<uint32_t>(end_ - begin_); }
     const std::vector<uint32_t>& PacketSizes() const { return packet_sizes_; }
 
   private:
-    int64_t HeadLength(uint32_t prefix_length) const { return CustomLength() + prefix_length + HeaderLength(); }
-
-    std::span<uint8_t> area_;
+    uint8_t* begin_ = nullptr;
+    uint8_t* end_ = nullptr;  // behind the last packet
+    int64_t room_ = 0;        // from there on
     RtpStream* stream_ = nullptr;
     const HeaderExtension* extension_ = nullptr;
     uint32_t max_length_ = 0;
-    uint32_t size_ = 0;
+    int64_t custom_length_ = 0;
+    int64_t header_length_ = 0;
     std::vector<uint32_t> packet_sizes_;
 };
 
