@@ -27,6 +27,8 @@ const ByteVector kPredicted = Bytes(
     "88 26 39 F4 CB 00 00 02  31 32 33 34 35 36 37 38 39  6F 72 76 78  31 00 00 00");
 const ByteVector kFrame = test::Text("123456789");
 
+// The pieces point into the bytes.
+std::vector<Piece> Read(const ByteVector&& bytes) = delete;
 std::vector<Piece> Read(const ByteVector& bytes) {
     Reader reader(bytes);
     std::vector<Piece> pieces;
@@ -108,7 +110,8 @@ TEST(OvxReader, Dates) {
 }
 
 TEST(OvxReader, NothingIsNoDamage) {
-    EXPECT_TRUE(Read({}).empty());
+    const ByteVector nothing;
+    EXPECT_TRUE(Read(nothing).empty());
 }
 
 TEST(OvxReader, WhatIsNoOvxIsOneLostPiece) {
@@ -374,7 +377,8 @@ TEST(OvxReader, Summary) {
     EXPECT_EQ(summary.DamageText(), "1 damaged unit (53 bytes), 1 lost stretch (18 bytes)");
 
     class Summary good;
-    for (const Piece& piece : Read(kKey + kKey))
+    file = kKey + kKey;
+    for (const Piece& piece : Read(file))
         good.Add(piece);
     EXPECT_FALSE(good.Damaged());
     EXPECT_EQ(good.video.jumps, 1u);
