@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "MuxoraAPI.h"
+#include "containers/wave_audio.h"
 
 namespace Orvane::Muxora {
 
@@ -70,10 +71,6 @@ constexpr uint32_t kTimeUnitsPerSecond = 10000000;  // 100 ns each
 // "zh-cn" in UTF-16LE with its end.
 constexpr uint8_t kLanguage[] = {'z', 0, 'h', 0, '-', 0, 'c', 0, 'n', 0, 0, 0};
 
-constexpr uint16_t kTagAlaw = 6;
-constexpr uint16_t kTagMulaw = 7;
-constexpr uint16_t kTagAac = 255;
-constexpr uint32_t kAacBlockAlign = 768;
 constexpr uint16_t kConfigSize = 2;
 constexpr uint32_t kExtraSize = 12;
 
@@ -87,12 +84,11 @@ constexpr uint8_t kReplicatedDataLength = 8;
 constexpr uint32_t kPaddingLengthAt = 5;
 constexpr uint32_t kOffsetAt = 15;
 
-static_assert(kAsfHeaderSize == 768 && kObjectHeadSize + kAsfMaxVideoConfig + kHeaderObjectHeadSize +
-                                               kFilePropertiesSize + kHeaderExtensionHeadSize + kLanguageListSize +
-                                               kExtendedStreamPropertiesSize + 2 * kStreamPropertiesHeadSize +
-                                               kVideoTypeDataSize + kAudioTypeDataSize + kAudioSpreadSize <=
-                                           kAsfHeaderSize,
-              "the padding has room for both streams and the largest configuration");
+// The padding has room for both streams and the largest configuration.
+static_assert(kHeaderObjectHeadSize + kFilePropertiesSize + kHeaderExtensionHeadSize + kLanguageListSize +
+                  kExtendedStreamPropertiesSize + kObjectHeadSize + kStreamPropertiesHeadSize + kVideoTypeDataSize +
+                  kAsfMaxVideoConfig + kStreamPropertiesHeadSize + kAudioTypeDataSize + kAudioSpreadSize <=
+              kAsfHeaderSize);
 
 ByteCursor& ObjectHead(ByteCursor& out, const Guid& guid, uint64_t size) {
     return out.Guid(guid.data()).LE64(size);
@@ -214,9 +210,7 @@ void AsfHeader::WriteVideoStreamProperties(ByteCursor& out) const {
 
 void AsfHeader::WriteAudioStreamProperties(ByteCursor& out) const {
     const uint32_t byte_rate = audio->channels * audio->samples_per_sec * audio->bits_per_sample / 8;
-    uint32_t block_align = audio->bits_per_sample / 8 * audio->channels;
-    if (audio->tag == kTagAac) block_align = audio->channels * kAacBlockAlign;
-    if (audio->tag == kTagAlaw || audio->tag == kTagMulaw) block_align = audio->channels;
+    const uint16_t block_align = WaveBlockAlign(audio->tag, audio->channels, audio->bits_per_sample);
     ObjectHead(out, kStreamPropertiesObject, AudioStreamSize())
         .Guid(kAudioMedia.data())                             // Stream Type
         .Guid(kAudioSpread.data())                            // Error Correction Type
@@ -229,7 +223,7 @@ void AsfHeader::WriteAudioStreamProperties(ByteCursor& out) const {
         .LE16(static_cast<uint16_t>(audio->channels))         // nChannels
         .LE32(audio->samples_per_sec)                         // nSamplesPerSec
         .LE32(byte_rate)                                      // nAvgBytesPerSec
-        .LE16(static_cast<uint16_t>(block_align))             // nBlockAlign
+        .LE16(block_align)                                    // nBlockAlign
         .LE16(static_cast<uint16_t>(audio->bits_per_sample))  // wBitsPerSample
         // Readers rely on this: the size says 2, and 12 bytes follow.
         .LE16(kConfigSize)                   // cbSize

@@ -7,6 +7,7 @@
 #include "codec/audio_specific_config.h"
 #include "codec/mpeg4_config.h"
 #include "codec/wave_tag.h"
+#include "containers/wave_audio.h"
 #include "core/clock.h"
 #include "core/frame_kinds.h"
 
@@ -25,14 +26,7 @@ constexpr uint64_t kTimeUnitsPerMs = 10000;     // 100 ns each
 
 constexpr MXCapacityEntry kEncodeVideo[] = {
     {MX_VIDEO_H264_ALT, 0, 0, 0, {}}, {MX_VIDEO_MPEG4, 0, 0, 0, {}}, {MX_VIDEO_MJPEG, 0, 0, 0, {}}};
-constexpr MXCapacityEntry kEncodeAudio[] = {{MX_AUDIO_ALAW, 0, 0, 0, {}},
-                                            {MX_AUDIO_MULAW, 0, 0, 0, {}},
-                                            {MX_AUDIO_AAC, 0, 0, 0, {}},
-                                            {MX_AUDIO_PCM16, 0, 0, 0, {}},
-                                            {MX_AUDIO_MULAW_ALT, 0, 0, 0, {}}};
 constexpr MXCapacityEntry kCodecVideo[] = {{2, 0, 0, 0, {}}, {1, 0, 0, 0, {}}, {3, 0, 0, 0, {}}};
-constexpr MXCapacityEntry kCodecAudio[] = {
-    {28, 0, 0, 0, {}}, {31, 0, 0, 0, {}}, {33, 0, 0, 0, {}}, {30, 0, 0, 0, {}}, {24, 0, 0, 0, {}}};
 
 uint32_t PacketCount(uint32_t size) {
     return size / kAsfPacketPayload + (size % kAsfPacketPayload != 0 ? 1 : 0);
@@ -98,20 +92,18 @@ bool CAsfPacket::checkFrame(const MXFrameInfo* frame) const {
             return IsH264(frame->encode_type) || frame->encode_type == MX_VIDEO_MPEG4 ||
                    frame->encode_type == MX_VIDEO_MJPEG;
         case MX_FRAME_AUDIO:
-            return frame->encode_type == MX_AUDIO_ALAW || frame->encode_type == MX_AUDIO_MULAW ||
-                   frame->encode_type == MX_AUDIO_AAC || frame->encode_type == MX_AUDIO_PCM16 ||
-                   frame->encode_type == MX_AUDIO_MULAW_ALT;
+            return IsWaveAudio(frame->encode_type);
         default:
             return false;
     }
 }
 
 uint32_t CAsfPacket::getEncodeCapacity(uint32_t type, const void** table, uint32_t* count) const {
-    return Capacity(type, kEncodeVideo, kEncodeAudio, table, count);
+    return Capacity(type, kEncodeVideo, kWaveEncodeAudio, table, count);
 }
 
 uint32_t CAsfPacket::getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const {
-    return Capacity(type, kCodecVideo, kCodecAudio, table, count);
+    return Capacity(type, kCodecVideo, kWaveCodecAudio, table, count);
 }
 
 uint32_t CAsfPacket::InputVideo(MXFrameInfo& frame) {

@@ -5,6 +5,7 @@
 
 #include "MuxoraAPI.h"
 #include "codec/wave_tag.h"
+#include "containers/wave_audio.h"
 #include "core/frame_kinds.h"
 
 namespace Orvane::Muxora {
@@ -32,12 +33,7 @@ constexpr uint16_t kBitCount = 24;
 constexpr uint32_t kBitmapInfoHeaderSize = 40;
 constexpr uint32_t kWaveFormatExSize = 18;
 
-constexpr uint16_t kTagPcm = 1;
-constexpr uint16_t kTagAlaw = 6;
-constexpr uint16_t kTagMulaw = 7;
-constexpr uint16_t kTagAac = 255;
 constexpr uint32_t kAacSamplesPerFrame = 1024;
-constexpr uint32_t kAacBlockAlign = 768;
 
 constexpr const char* kSizeTexts[] = {
     "WriteHeaderList Error! HeaderList Size = %d, Actual Size = %d \n",
@@ -84,10 +80,6 @@ const char* VideoFourCC(uint32_t encode_type) {
 void WriteJunk(ByteCursor& out, uint32_t size) {
     const SizeCheck check(AviRecord::Junk, kChunkHeaderSize + size, out);
     out.Text("JUNK").LE32(size).Zeros(size);
-}
-
-bool IsG711(uint16_t tag) {
-    return tag == kTagAlaw || tag == kTagMulaw;
 }
 
 }  // namespace
@@ -233,8 +225,8 @@ void AviHeaderBlock::WriteAudioStreamList(ByteCursor& out) const {
 
 void AviHeaderBlock::WriteAudioStreamHeader(ByteCursor& out) const {
     const SizeCheck check(AviRecord::StreamHeader, kStrhSize, out);
-    const bool aac = audio_.tag == kTagAac;
-    const bool linear = audio_.tag == kTagPcm || IsG711(audio_.tag);
+    const bool aac = audio_.tag == kWaveTagAac;
+    const bool linear = audio_.tag == kWaveTagPcm || IsG711(audio_.tag);
     const uint32_t scale = aac ? kAacSamplesPerFrame : IsG711(audio_.tag) ? 1 : 2;
     const uint32_t rate = aac ? audio_.samples_per_sec : linear ? audio_.samples_per_sec * scale : 0;
     out.Text("strh")
@@ -262,9 +254,7 @@ void AviHeaderBlock::WriteAudioStreamHeader(ByteCursor& out) const {
 
 void AviHeaderBlock::WriteWaveformat(ByteCursor& out) const {
     const SizeCheck check(AviRecord::Waveformat, kAudioStrfSize + audio_.config_size, out);
-    uint32_t block_align = audio_.bits_per_sample / 8 * audio_.channels;
-    if (audio_.tag == kTagAac) block_align = audio_.channels * kAacBlockAlign;
-    if (IsG711(audio_.tag)) block_align = audio_.channels;
+    const uint16_t block_align = WaveBlockAlign(audio_.tag, audio_.channels, audio_.bits_per_sample);
     uint8_t config[sizeof audio_.config];
     PutBE16(config, audio_.config);
     out.Text("strf")
@@ -274,7 +264,7 @@ void AviHeaderBlock::WriteWaveformat(ByteCursor& out) const {
         .LE32(audio_.samples_per_sec)                  // nSamplesPerSec
         // Readers rely on this: the channels are not counted.
         .LE32(audio_.samples_per_sec * audio_.bits_per_sample / 8)  // nAvgBytesPerSec
-        .LE16(static_cast<uint16_t>(block_align))                   // nBlockAlign
+        .LE16(block_align)                                          // nBlockAlign
         .LE16(static_cast<uint16_t>(audio_.bits_per_sample))        // wBitsPerSample
         .LE16(static_cast<uint16_t>(audio_.config_size))            // cbSize
         .Bytes(config, audio_.config_size);                         // AudioSpecificConfig

@@ -2,6 +2,7 @@
 
 #include "codec/audio_measures.h"
 #include "codec/audio_specific_config.h"
+#include "containers/wave_audio.h"
 #include "core/frame_kinds.h"
 
 namespace Orvane::Muxora {
@@ -12,14 +13,7 @@ constexpr MXCapacityEntry kEncodeVideo[] = {{MX_VIDEO_H264_ALT, 0, 0, 0, {}},
                                             {MX_VIDEO_MPEG4, 0, 0, 0, {}},
                                             {MX_VIDEO_H265, 0, 0, 0, {}},
                                             {MX_VIDEO_MJPEG, 0, 0, 0, {}}};
-constexpr MXCapacityEntry kEncodeAudio[] = {{MX_AUDIO_ALAW, 0, 0, 0, {}},
-                                            {MX_AUDIO_MULAW, 0, 0, 0, {}},
-                                            {MX_AUDIO_AAC, 0, 0, 0, {}},
-                                            {MX_AUDIO_PCM16, 0, 0, 0, {}},
-                                            {MX_AUDIO_MULAW_ALT, 0, 0, 0, {}}};
 constexpr MXCapacityEntry kCodecVideo[] = {{2, 0, 0, 0, {}}, {1, 0, 0, 0, {}}, {5, 0, 0, 0, {}}, {3, 0, 0, 0, {}}};
-constexpr MXCapacityEntry kCodecAudio[] = {
-    {28, 0, 0, 0, {}}, {31, 0, 0, 0, {}}, {33, 0, 0, 0, {}}, {30, 0, 0, 0, {}}, {24, 0, 0, 0, {}}};
 
 bool HasAdtsSync(const MXFrameInfo& frame) {
     return FrameBytes(frame)[0] == 0xFF && FrameBytes(frame)[1] == 0xF1;
@@ -85,20 +79,18 @@ bool CAviPacket::checkFrame(const MXFrameInfo* frame) const {
             return IsH264(frame->encode_type) || frame->encode_type == MX_VIDEO_MPEG4 ||
                    frame->encode_type == MX_VIDEO_H265 || frame->encode_type == MX_VIDEO_MJPEG;
         case MX_FRAME_AUDIO:
-            return frame->encode_type == MX_AUDIO_ALAW || frame->encode_type == MX_AUDIO_MULAW ||
-                   frame->encode_type == MX_AUDIO_AAC || frame->encode_type == MX_AUDIO_PCM16 ||
-                   frame->encode_type == MX_AUDIO_MULAW_ALT;
+            return IsWaveAudio(frame->encode_type);
         default:
             return false;
     }
 }
 
 uint32_t CAviPacket::getEncodeCapacity(uint32_t type, const void** table, uint32_t* count) const {
-    return Capacity(type, kEncodeVideo, kEncodeAudio, table, count);
+    return Capacity(type, kEncodeVideo, kWaveEncodeAudio, table, count);
 }
 
 uint32_t CAviPacket::getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const {
-    return Capacity(type, kCodecVideo, kCodecAudio, table, count);
+    return Capacity(type, kCodecVideo, kWaveCodecAudio, table, count);
 }
 
 // What is taken by the callback is not asked for: the indexes state where the chunks belong.

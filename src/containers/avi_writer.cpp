@@ -1,7 +1,7 @@
 #include "containers/avi_writer.h"
 
-#include <cstring>
 #include <limits>
+#include <utility>
 
 #include "core/frame_kinds.h"
 

@@ -115,7 +115,7 @@ void WriteAvcConfigTag(ByteCursor& out, const MXFrameInfo& frame) {
     out.U8(kAvcKeyFrame)
         .U8(kAvcSequenceHeader)
         .BE24(0)               // CompositionTime
-        .U8(sps_count)         // configurationVersion
+        .U8(sps_count)         // configurationVersion, 0 without an SPS
         .U8(sps.bytes[1])      // AVCProfileIndication
         .U8(sps.bytes[2])      // profile_compatibility
         .U8(sps.bytes[3])      // AVCLevelIndication
@@ -230,9 +230,10 @@ uint32_t CFlvPacket::InputAudio(const MXFrameInfo& frame) {
 
     const uint32_t payload = frame.frame_size - skipped;
     const bool opens_aac = aac && !audio_seen_;
-    const uint64_t config_tag = opens_aac ? FlvTagSize(kAacConfigDataSize) + kFlvPreviousTagSize : 0;
-    const uint64_t data_size = uint64_t{payload} + (aac ? 2 : 1);
-    if (config_tag + kFlvTagHeaderSize + data_size + kFlvPreviousTagSize > kWorkSize) return MX_FAILED;
+    const uint32_t config_tag = opens_aac ? FlvTagSize(kAacConfigDataSize) + kFlvPreviousTagSize : 0;
+    const uint32_t data_header = aac ? 2 : 1;
+    if (payload > kWorkSize - config_tag - FlvTagSize(data_header) - kFlvPreviousTagSize) return MX_FAILED;
+    const uint32_t data_size = data_header + payload;
 
     if (++audio_frames_ == 1) channel_ = frame.ma_cur_channel;
     if (frame.ma_cur_channel != channel_) return MX_OK;
@@ -252,11 +253,10 @@ uint32_t CFlvPacket::InputAudio(const MXFrameInfo& frame) {
             .BE16(AudioSpecificConfigFromAdts(FrameBytes(frame)))
             .BE32(FlvTagSize(kAacConfigDataSize));  // PreviousTagSize
     }
-    WriteFlvTagHeader(out, FlvTagType::Audio, static_cast<uint32_t>(data_size), audio_time_);
+    WriteFlvTagHeader(out, FlvTagType::Audio, data_size, audio_time_);
     out.U8(sound);
     if (aac) out.U8(kAacRaw);
-    out.Bytes(FrameBytes(frame) + skipped, payload)
-        .BE32(FlvTagSize(static_cast<uint32_t>(data_size)));  // PreviousTagSize
+    out.Bytes(FrameBytes(frame) + skipped, payload).BE32(FlvTagSize(data_size));  // PreviousTagSize
 
     if (aac) {
         if (frame.samples_per_sec != 0) audio_time_ += kAacSamplesTimes1000 / frame.samples_per_sec;
