@@ -20,7 +20,7 @@ SECONDS = 10
 FPS = 25
 WIDTH, HEIGHT = 640, 360
 SHEET_PICTURE = 130  # the picture that goes into the contact sheet
-RTP_PORT = 25004
+RTP_PORT = 25000 + 8 * (os.getpid() % 1000)  # not that of a demo beside this one
 RTP_SPEED = 4
 
 # The sounds that a format may take, by the name of the clip that holds them.
@@ -217,15 +217,17 @@ class Demo:
 
     def read_ovx(self, key, sound, out, report):
         prefix = self.path(f"unpacked-{key}")
-        found = json.loads(run(self.muxora, "inspect", out, "--json").stdout)
+        found = json.loads(run(self.muxora, "inspect", out, "--json", "--summary").stdout)
         run(self.muxora, "unpack", out, "-o", prefix)
         video, audio = prefix + ".h264", prefix + ".aac"
         counts, seconds, _ = probe(audio)
         source = ["-r", str(FPS), "-i", video]
         counts["video"] = self.check_pictures(*source)
         self.check_sound(sound, report, sound_samples("-i", audio))
-        units = found["units"] if isinstance(found["units"], int) else len(found["units"])
-        return counts, seconds, f"muxora inspect: {units} units; unpacked, ffmpeg: h264+aac", source
+        units = found["video"]["units"] + found["audio"]["units"]
+        if found["damaged_units"] + found["lost_bytes"] != 0:
+            raise Trouble("muxora inspect finds damage")
+        return counts, seconds, f"muxora inspect: {units} intact units; unpacked, ffmpeg: h264+aac", source
 
     def read_rtp(self, key, sound, out, report):
         sdp = self.path("demo.sdp")

@@ -40,7 +40,7 @@ class JsonValue {
     JsonValue& Add(std::string_view name, Number value) {
         if constexpr (std::is_floating_point_v<Number>) {
             char text[40];
-            std::snprintf(text, sizeof text, "%.3f", static_cast<double>(value));
+            std::snprintf(text, sizeof text, "%.6f", static_cast<double>(value));
             return Put(name, text);
         } else {
             return Put(name, std::to_string(value));

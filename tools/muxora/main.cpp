@@ -14,12 +14,7 @@ using namespace Orvane::Muxora::Tools;
 
 // A new subcommand adds its line here.
 constexpr void (*kCommands[])(CLI::App&) = {
-    AddFormats,
-    AddInspect,
-    AddPack,
-    AddRepair,
-    AddSend,
-    AddUnpack,
+    AddFormats, AddInspect, AddPack, AddRepair, AddSend, AddUnpack,
 };
 
 int Run(int argc, char** argv) {

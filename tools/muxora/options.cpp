@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <chrono>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <thread>
@@ -134,7 +135,7 @@ std::string SizeText(uint64_t bytes) {
 }
 
 std::string ClockText(double seconds) {
-    const auto whole = static_cast<int64_t>(seconds + 0.5);
+    const auto whole = static_cast<int64_t>(std::llround(seconds));
     char text[40];
     std::snprintf(text, sizeof text, "%d:%02d:%02d", static_cast<int>(whole / 3600), static_cast<int>(whole / 60 % 60),
                   static_cast<int>(whole % 60));

@@ -1,6 +1,7 @@
 // muxora pack: real media into any format.
 #include <algorithm>
 #include <chrono>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -236,6 +237,14 @@ class PackRun {
             notes.push_back("the video has B pictures: they keep their decoding order, and " +
                             std::string(format_.key) + " states no other; players sort them by the codec's own order");
         }
+        // Two headers are fixed, whatever the frames are.
+        const uint32_t fixed_rate = format_.number == MX_FORMAT_WAV ? 8000 : 16000;
+        const MediaStream* audio = input_.Audio();
+        if (audio != nullptr && (format_.number == MX_FORMAT_WAV || format_.number == MX_FORMAT_ASF_STREAM) &&
+            (audio->codec != MX_AUDIO_PCM16 || audio->samples_per_sec != fixed_rate || audio->channels != 1)) {
+            notes.push_back(std::string(format_.key) + " always states 16 bit PCM, " + std::to_string(fixed_rate) +
+                            " Hz, one channel: players take this sound for that");
+        }
         if (input_.DamagedFrames() != 0) {
             notes.push_back(std::to_string(input_.DamagedFrames()) + " damaged frames of the input were left out");
         }
@@ -250,16 +259,15 @@ class PackRun {
 
     std::string Summary() const {
         char text[400];
-        std::snprintf(text, sizeof text, "%s: %s, %llu bytes, %.2f s of media in %.2f s\n", output_->Path().c_str(),
-                      std::string(format_.key).c_str(), static_cast<unsigned long long>(output_->End()),
+        std::snprintf(text, sizeof text, "%s: %s, %" PRIu64 " bytes, %.2f s of media in %.2f s\n",
+                      output_->Path().c_str(), std::string(format_.key).c_str(), output_->End(),
                       static_cast<double>(media_ms_) / 1000, seconds_);
         std::string summary = text;
         const auto line = [&](const char* kind, const MediaStream* stream, const Tally& tally) {
             if (stream == nullptr) return;
-            std::snprintf(text, sizeof text, "  %s  %-24s  frames: %llu given, %llu written, %llu dropped%s\n", kind,
-                          StreamText(*stream).c_str(), static_cast<unsigned long long>(tally.given),
-                          static_cast<unsigned long long>(tally.written),
-                          static_cast<unsigned long long>(tally.dropped),
+            std::snprintf(text, sizeof text,
+                          "  %s  %-24s  frames: %" PRIu64 " given, %" PRIu64 " written, %" PRIu64 " dropped%s\n", kind,
+                          StreamText(*stream).c_str(), tally.given, tally.written, tally.dropped,
                           tally.refused != 0 ? (", " + std::to_string(tally.refused) + " refused").c_str() : "");
             summary += text;
         };

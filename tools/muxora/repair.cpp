@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cinttypes>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -154,9 +155,8 @@ void Report(const RepairArguments& arguments, const std::string& state, uint64_t
     } else if (!arguments.quiet && state == "complete") {
         std::printf("%s is complete; there is nothing to repair\n", arguments.path.c_str());
     } else if (!arguments.quiet) {
-        std::printf("%s: completed, %llu bytes; %llu bytes behind the last snapshot are cut off\n",
-                    arguments.path.c_str(), static_cast<unsigned long long>(bytes),
-                    static_cast<unsigned long long>(cut));
+        std::printf("%s: completed, %" PRIu64 " bytes; %" PRIu64 " bytes behind the last snapshot are cut off\n",
+                    arguments.path.c_str(), bytes, cut);
     }
 }
 

@@ -1,6 +1,7 @@
 // muxora send: paced RTP to a receiver.
 #include <algorithm>
 #include <chrono>
+#include <cinttypes>
 #include <cstdio>
 #include <deque>
 #include <memory>
@@ -85,11 +86,10 @@ class SendRun {
         }
         if (arguments_.quiet) return;
         char text[300];
-        std::snprintf(text, sizeof text, "%s: %llu frames in %llu packets, %llu bytes, %.2f s of media in %.2f s%s\n",
-                      arguments_.to.c_str(),
-                      static_cast<unsigned long long>(packer_->Video().given + packer_->Audio().given),
-                      static_cast<unsigned long long>(video_->Packets() + audio_->Packets()),
-                      static_cast<unsigned long long>(bytes_), static_cast<double>(media_ms_) / 1000, seconds_,
+        std::snprintf(text, sizeof text,
+                      "%s: %" PRIu64 " frames in %" PRIu64 " packets, %" PRIu64 " bytes, %.2f s of media in %.2f s%s\n",
+                      arguments_.to.c_str(), packer_->Video().given + packer_->Audio().given,
+                      video_->Packets() + audio_->Packets(), bytes_, static_cast<double>(media_ms_) / 1000, seconds_,
                       lost != 0 ? (", " + std::to_string(lost) + " packets not taken by the system").c_str() : "");
         out.Print(text);
     }

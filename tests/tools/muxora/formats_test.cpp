@@ -44,7 +44,7 @@ TEST(Formats, CodecsComeFromTheLibrary) {
 }
 
 TEST(Usage, EachCommandHasHelpWithAnExample) {
-    for (const std::string command : {"formats", "pack", "repair", "send"}) {
+    for (const std::string command : {"formats", "pack", "repair", "inspect", "unpack", "send"}) {
         const auto run = Muxora({command, "--help"});
         EXPECT_EQ(run.exit_code, 0) << command;
         EXPECT_TRUE(Contains(run.out, "Example")) << command;

@@ -280,6 +280,28 @@ TEST(Pack, TheSummaryCountsFrames) {
     EXPECT_EQ(Muxora({"pack", clip, "-o", out, "--quiet"}).out, "");
 }
 
+TEST(Pack, NotesTellWhatAFormatCannotSay) {
+    ClipSpec stereo = Clip("wav");
+    stereo.video = "";
+    stereo.audio = "pcm";
+    stereo.channels = 2;
+    const auto wav = Muxora({"pack", MakeClip(stereo), "-o", WorkPath("note.wav")});
+    EXPECT_TRUE(Contains(wav.out, "note: wav always states 16 bit PCM, 8000 Hz, one channel")) << wav.out;
+    const auto asf = Muxora({"pack", MakeClip(Clip("mp4")), "-o", WorkPath("note.asf"), "-f", "asfstream"});
+    EXPECT_TRUE(Contains(asf.out, "note: asfstream always states 16 bit PCM, 16000 Hz, one channel")) << asf.out;
+    const auto plain = Muxora({"pack", MakeClip(Clip("mp4")), "-o", WorkPath("note.mp4")});
+    EXPECT_FALSE(Contains(plain.out, "note:")) << plain.out;
+    const auto b_pictures = Muxora({"pack", MakeClip(Clip("mp4", 2)), "-o", WorkPath("note.mp4")});
+    EXPECT_TRUE(Contains(b_pictures.out, "note: the video has B pictures")) << b_pictures.out;
+    // 30000/1001 pictures a second.
+    const std::string film = WorkPath("film.mp4");
+    ASSERT_TRUE(test::Run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
+                           "testsrc2=size=160x120:rate=30000/1001:duration=1", "-c:v", "mpeg4", film})
+                    .Ok());
+    const auto rate = Muxora({"pack", film, "-o", WorkPath("note.mkv")});
+    EXPECT_TRUE(Contains(rate.out, "note: 29.970 frames a second are written as 30")) << rate.out;
+}
+
 TEST(Pack, OptionsDoWhatTheySay) {
     const std::string clip = MakeClip(Clip("mp4"));
     const std::string out = WorkPath("options.mp4");
