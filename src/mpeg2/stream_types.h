@@ -1,4 +1,4 @@
-// What the maps of program and transport streams name an elementary stream by.
+// What the packagers of program and transport streams share: stream types, the codecs they take, their results.
 #pragma once
 
 #include <cstdint>

@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(
              {V(kI, 0, 90000, 5, 29), V(kP, 0, 93103, 6, 29), V(kP, 0, 99309, 8, 29), V(kP, 0, 96206, 7, 29)}},
         Case{"SequenceThatRunsOver", {V(kI, 0, 90000, 0xFFFFFFFF), V(kP, 0, 93600, 0), V(kP, 0, 97200, 1)}},
         Case{"BackwardStepsAreOnePeriod",
-             {V(kI, 1000, 180000), V(kP, 1040, 183600), V(kP, 500, 187200), V(kP, 540, 190800), V(kP, 539, 194400)}},
+             {V(kI, 1000, 180000), V(kP, 1040, 183600), V(kP, 500, 187200), V(kP, 580, 194400), V(kP, 579, 198000)}},
         Case{"BackwardStepOfAnotherRate", {V(kI, 1000, 180000, 0, 30), V(kP, 10, 182970, 0, 30)}},  // 33 ms
         Case{"WrapAt32Bits", {V(kI, 47720858, 4294967220), V(kP, 47720898, 3524), V(kP, 47720938, 7124)}},
         Case{"AudioNearTheStartKeepsItsTime", {V(kI, 1000, 180000), A(1127, 191430)}},
@@ -103,7 +103,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"VideoJoinsAudio", {A(1000, 180000), A(1020, 181800), V(kI, 1100, 189000)}},
         Case{"VideoJoinsAudioFromAfar", {A(1000, 180000), A(1020, 181800), V(kI, 5000, 181800), V(kP, 5040, 185400)}},
         Case{"AudioWithoutTimesGoesByItsLength", {A(0, 90000), A(0, 91920), A(0, 93840), A(100, 102840), A(0, 104760)}},
-        Case{"AudioBackwardIsOneLength", {A(1000, 180000), A(1021, 181890), A(500, 183780), A(521, 185670)}},  // 21 ms
+        Case{"AudioBackwardIsOneLength", {A(1000, 180000), A(1021, 181890), A(500, 183780), A(600, 192780)}},  // 21 ms
         Case{"RebaseAfterABreak",
              {V(kI, 0, 90000), A(0, 90000), A(20, 91800), A(5000, 540000, true), V(kP, 40, 93600), A(5020, 541800),
               V(kI, 80, 97200), A(9999, 549000), A(10019, 550800)}},
@@ -113,8 +113,8 @@ INSTANTIATE_TEST_SUITE_P(
               A(80, 100800)}},
         Case{"FailedFramesMoveTheClock", {V(kI, 1000, 180000), FailingV(500), V(kP, 540, 187200)}},
         Case{"FailedIFramesMoveTheClock", {V(kI, 1000, 180000), FailingI(500), V(kP, 540, 187200)}},
-        Case{"AFailedStartStartsAgain", {FailingI(1000), V(kI, 5000, 540000)}},
-        Case{"AFailedStartBesideAudio", {A(1000, 180000), FailingI(5000), V(kI, 5000, 180000)}},
+        Case{"AFailedStartStartsAgain", {FailingI(1000), V(kI, 500, 135000)}},
+        Case{"AFailedStartBesideAudio", {A(1000, 180000), FailingI(5000), V(kI, 5040, 180000)}},
         Case{"HeldBackFramesLeaveTheClock", {HeldBack(7000), V(kI, 1000, 180000)}},
         Case{"RebaseOfTheFirstAudio", {A(0, 90000, true), V(kI, 40, 93600), A(40, 93600), A(60, 95400)}}),
     [](const auto& test) { return test.param.name; });

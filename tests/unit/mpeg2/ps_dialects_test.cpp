@@ -517,6 +517,10 @@ TEST(PsDialects, MapTypesThatTheirCheckRefuses) {
         other.frame_type = MX_FRAME_PRIVATE;
         EXPECT_EQ(dialect->package(&other, &out), -1);
     }
+    // The third number of H.264 has start codes as the others have.
+    ByteVector plain{0x65, 1, 2, 3, 4};
+    const MXFrameInfo undivided = test::VideoFrame(plain, MX_VIDEO_H264_STREAM, 0);
+    EXPECT_EQ(stds.package(&undivided, &out), -1);
     audio.encode_type = MX_AUDIO_STREAM_TYPE_92;
     EXPECT_FALSE(gays.checkFrame(&audio));
     EXPECT_GT(gays.packageAudio(&audio, &out), 0);  // of any sample rate: 8000 Hz is asked of A-law alone
