@@ -1,5 +1,5 @@
 // The kernels under the packagers, each against memcpy of the same bytes: the search for start codes, the conversion to
-// length prefixes, the CRC-32.
+// length prefixes, the cut into transport packets, the CRC-32.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
@@ -11,6 +11,7 @@
 #include "codec/crc32.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
+#include "mpeg2/full_packets.h"
 
 namespace {
 
@@ -33,7 +34,7 @@ template <typename Operation>
 void Measure(benchmark::State& state, Operation operation) {
     const auto size = static_cast<size_t>(state.range(0));
     const std::vector<uint8_t> data = Slice(size);
-    std::vector<uint8_t> out(size + 256);
+    std::vector<uint8_t> out(size + size / 16 + 256);
     for (auto _ : state) {
         benchmark::DoNotOptimize(operation(data.data(), static_cast<uint32_t>(size), out.data()));
         benchmark::ClobberMemory();
@@ -67,6 +68,14 @@ int main(int argc, char** argv) {
     Register("length_prefixed", [](const uint8_t* data, uint32_t size, uint8_t* out) {
         return CAvcConvert::ConvertToLengthPrefixed(data, size, out, size + 256);
     });
+    for (const CutKernel& kernel : CutKernels()) {
+        if (!kernel.supported()) continue;
+        Register(std::string("ts_packets/") + kernel.name,
+                 [cut = kernel.cut](const uint8_t* data, uint32_t size, uint8_t* out) {
+                     cut(out, data, size / kFullPayload, kVideoPid, 0);
+                     return out;
+                 });
+    }
     for (const Kernels::Crc32Kernel& kernel : Kernels::Crc32Kernels()) {
         if (!kernel.supported()) continue;
         Register(
