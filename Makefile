@@ -18,7 +18,7 @@ test: build ## Build and run every test
 	@ctest --preset release
 
 demo: build ## Pack a clip into every format, read each back, print the table
-	@scripts/demo.py build/release/bin out/demo
+	@scripts/demo.py build/release/bin build/demo
 
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench

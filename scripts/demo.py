@@ -319,7 +319,7 @@ def main():
         print(__doc__.strip().splitlines()[2], file=sys.stderr)
         return 2
     muxora = os.path.join(sys.argv[1], "muxora")
-    folder = sys.argv[2] if len(sys.argv) == 3 else "out/demo"
+    folder = sys.argv[2] if len(sys.argv) == 3 else "build/demo"
     for program in (muxora, "ffmpeg", "ffprobe", "mediainfo", "mkvinfo", "montage"):
         if shutil.which(program) is None:
             print(f"demo: {program} is missing; run scripts/setup.sh and build", file=sys.stderr)

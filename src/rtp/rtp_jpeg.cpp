@@ -117,7 +117,7 @@ uint32_t packetiseJpeg(const MXFrameInfo& frame, PacketRun& run) {
     const uint8_t q = tables.length != 0 ? kQInBand : 0;
 
     const int64_t custom = run.CustomLength();
-    // Only packets with custom data have a length prefix.
+    // Receivers rely on this: only packets with custom data have a length in front.
     const uint32_t prefix = custom != 0 ? kPrefixLength : 0;
     const int64_t room = run.MaxLength() - prefix - custom;
     // Receivers rely on this: custom data and prefix count twice against the payload.

@@ -121,6 +121,7 @@ uint32_t CRtpPacket::PackAudio(MXFrameInfo& frame, std::span<uint8_t> area, bool
     audio_.timestamp = clock_.StepAudio(frame, duration);
     // Receivers rely on this: PCM goes out in network order, and the caller's frame is left that way.
     if (swap_pcm && frame.encode_type == MX_AUDIO_PCM16 && !SwapPcm16(frame)) return MX_FAILED;
+    // Receivers rely on this: audio of another codec goes out as if it were video.
     Begin(area, IsRtpAudio(frame.encode_type) ? audio_ : video_);
     const uint32_t result = packetiseGeneric(frame, run_);
     clock_.EndAudio(frame, duration);

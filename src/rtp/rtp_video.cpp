@@ -97,7 +97,7 @@ uint32_t packetiseH265(const MXFrameInfo& frame, PacketRun& run) {
     NalReader units(data, frame.frame_size, 0);
 
     const int64_t custom = run.CustomLength();
-    // Only packets with custom data have a length prefix.
+    // Receivers rely on this: only packets with custom data have a length in front.
     const uint32_t prefix = custom != 0 ? kPrefixLength : 0;
     // Receivers rely on this: the NAL and FU headers are not reserved, so a packet may be up to 3 bytes too long.
     const int64_t payload_room = run.MaxLength() - prefix - custom - run.HeaderLength();

@@ -81,7 +81,10 @@ TEST_F(RtpJpeg, FourTablesAreTheMost) {
     const ByteVector four = Table(0) + Table(1) + Table(2) + Table(3);
     EXPECT_EQ(Video(kSoi + Dqt(four) + Sof0(64, 48) + kSos + Counting(10), 3), 0u);
     EXPECT_EQ(Slice(Plain()[0].payload, 8, 4), Bytes("00 00 01 00"));
-    EXPECT_EQ(Video(kSoi + Dqt(four + Table(0)) + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    const ByteVector five = kSoi + Dqt(four + Table(0)) + Sof0(64, 48) + kSos + Counting(10);
+    EXPECT_EQ(Video(five, 3), 3u);
+    JpegHeaders headers;
+    EXPECT_FALSE(parseJpegHeaders(five.data(), static_cast<uint32_t>(five.size()), headers));
 }
 
 TEST_F(RtpJpeg, RestartMarkersPutAHeaderIntoEachPacketAndLeaveTheType) {
@@ -106,6 +109,7 @@ TEST_F(RtpJpeg, ALargePictureTakesTheRecordsSize) {
     EXPECT_EQ(size_fields(2048, 1080, 2048, 1080), Bytes("00 87"));
     EXPECT_EQ(size_fields(2048, 1080, 640, 480), Bytes("50 3C"));
     EXPECT_EQ(size_fields(7, 1080, 640, 480), Bytes("50 3C"));
+    EXPECT_EQ(size_fields(1920, 7, 640, 480), Bytes("50 3C"));
 }
 
 TEST_F(RtpJpeg, AFrameWithoutSof0TakesTheRecordsSize) {

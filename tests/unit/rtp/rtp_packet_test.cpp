@@ -115,7 +115,14 @@ TEST_F(RtpPacket, CustomDataHas8BitsOfLength) {
     EXPECT_TRUE(packet.SetCustomData(bytes.data(), 258));
     Video(kPicture, 2);
     EXPECT_EQ(ReadPacket(sink.Last(), Prefixed::kYes, 2).custom, Slice(bytes, 0, 2));
-    // Null leaves what is there, a length of 0 takes it away.
+    // The library's own copy leaves what is there.
+    MXRtpParam record{};
+    record.rtp_custom_data = &record;
+    packet.GetRtpParam(record);
+    EXPECT_TRUE(packet.SetCustomData(record.rtp_custom_data, 1));
+    Video(kPicture, 2);
+    EXPECT_EQ(sink.Last().size(), 19u);
+    // So does null; a length of 0 takes it away.
     EXPECT_FALSE(packet.SetCustomData(nullptr, 3));
     Video(kPicture, 2);
     EXPECT_EQ(sink.Last().size(), 19u);
