@@ -1,5 +1,6 @@
 #include "codec/annexb.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "codec/start_code.h"
@@ -11,10 +12,30 @@ namespace {
 
 constexpr uint32_t kBadArguments = 0xFFFFFFFF;
 constexpr uint32_t kLengthSize = 4;
+constexpr uint32_t kFirstPiece = 128;
+constexpr uint32_t kLargestPiece = 4096;
 
 // A unit runs to the next start code, the last one to the end of the frame.
 uint32_t EndOfUnit(const StartCode& next, uint32_t length) {
     return next ? next.position : length;
+}
+
+// Copies the unit that begins at `start`, and perhaps what follows it in the frame. Returns the start code behind it,
+// as NextStartCode gives it.
+StartCode CopyUnit(const uint8_t* in, uint32_t inLen, uint32_t start, uint8_t* out) {
+    uint32_t at = start;
+    // In pieces, so that little is copied behind a short unit; each begins where a start code may lie across the last.
+    for (uint32_t piece = kFirstPiece;; piece = std::min(piece * 2, kLargestPiece)) {
+        const uint32_t stop = inLen - at > piece ? at + piece : inLen;
+        const uint8_t* const hit = CopyAndFindStartCode(out + (at - start), in + at, in + stop);
+        if (hit != in + stop) {
+            const auto position = static_cast<uint32_t>(hit - in);
+            if (position > start && hit[-1] == 0) return {position - 1, 4};
+            if (position < inLen - 3) return {position, 3};
+        }
+        if (stop == inLen) return {};
+        at = stop - 2;
+    }
 }
 
 }  // namespace
@@ -45,11 +66,17 @@ uint32_t AnnexBToLengthPrefixed(const uint8_t* in, uint32_t inLen, uint8_t* out,
     StartCode code = NextStartCode(in, inLen, 0);
     while (code) {
         const uint32_t start = code.Payload();
-        const StartCode next = NextStartCode(in, inLen, code.position + 3);
+        const uint64_t content = uint64_t{written} + kLengthSize;
+        // Where the rest of the frame has room, the unit is copied while its end is sought.
+        const bool roomy = content + (inLen - start) <= outCap;
+        const StartCode next =
+            roomy ? CopyUnit(in, inLen, start, out + content) : NextStartCode(in, inLen, code.position + 3);
         const uint32_t length = EndOfUnit(next, inLen) - start;
-        if (static_cast<uint64_t>(written) + length + kLengthSize > outCap) break;
+        if (!roomy) {
+            if (content + length > outCap) break;
+            std::memcpy(out + content, in + start, length);
+        }
         PutBE32(out + written, length);
-        std::memcpy(out + written + kLengthSize, in + start, length);
         written += kLengthSize + length;
         code = next;
     }

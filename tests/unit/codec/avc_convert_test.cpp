@@ -187,6 +187,31 @@ TEST(AvcConvert, AgreesWithTheStepByStepModel) {
     }
 }
 
+// Long units are copied in pieces while their end is sought: codes of both forms, and near misses, at every place
+// around the ends of the pieces, with the frame's end right behind or further off.
+TEST(AvcConvert, StartCodesAtEveryPlaceOfALongUnit) {
+    const ByteVector codes[] = {Bytes("00 00 01"), Bytes("00 00 00 01"), Bytes("00 00 00 00 01"),
+                                Bytes("00 00 02"), Bytes("00 01"),       Bytes("00 00")};
+    std::vector<size_t> places;
+    for (const size_t end : {128U, 382U, 892U, 1914U, 3960U, 8054U}) {
+        for (size_t place = end - 8; place < end + 8; ++place)
+            places.push_back(place);
+    }
+    for (const ByteVector& code : codes) {
+        for (const size_t place : places) {
+            for (const size_t behind : {0U, 1U, 2U, 3U, 200U}) {
+                const ByteVector in = Bytes("00 00 00 01") + ByteVector(place, 0xAB) + code + ByteVector(behind, 0xCD);
+                const auto cap = static_cast<uint32_t>(in.size() + 16);
+                const Outcome want = ModelConvert(in, cap);
+                ASSERT_EQ(Apply(kConverts[0], in, cap).out, want.out) << place << ' ' << test::Hex(code);
+                // No room to copy ahead of the end.
+                const auto tight = static_cast<uint32_t>(want.out.size());
+                ASSERT_EQ(Apply(kConverts[0], in, tight).out, want.out) << place << ' ' << test::Hex(code);
+            }
+        }
+    }
+}
+
 TEST(AvcConvert, HasOneVirtualOperationAndNoData) {
     EXPECT_TRUE(std::has_virtual_destructor_v<CAvcConvert>);
     EXPECT_EQ(sizeof(CAvcConvert), sizeof(void*));
