@@ -64,6 +64,7 @@ constexpr uint32_t kAudioSpreadSize = 8;
 constexpr uint32_t kMinHeaderObjects = 2;
 constexpr uint32_t kFlagSeekable = 2;
 constexpr uint32_t kFlagSeekableBroadcast = 3;
+// Readers rely on this: a constant, whatever the streams take.
 constexpr uint32_t kMaximumBitrate = 1511712;
 constexpr uint16_t kVideoStreamNumber = 1;
 constexpr uint16_t kAudioStreamNumber = 2;
