@@ -48,11 +48,11 @@ Mpeg4Config FindConfig(const MXFrameInfo& frame) {
 }  // namespace
 
 CAsfPacket::CAsfPacket(uint32_t format, const MXCreateParam* param)
-    : CPackage(format, param), work_(AllocateLarge(kWorkSize)) {
+    : CPackage(format, param), work_(AllocateLarge(kWorkSize)), index_(kAsfIndexHeadSize) {
 }
 
 uint32_t CAsfPacket::uninit() {
-    index_.clear();
+    index_.resize(kAsfIndexHeadSize);
     return MX_OK;
 }
 
@@ -74,7 +74,6 @@ uint32_t CAsfPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
         return MX_OK;
     }
 
-    if (index_.empty()) index_.resize(kAsfIndexHeadSize);
     ByteCursor index_head(index_.data(), kAsfIndexHeadSize);
     WriteAsfIndexHead(index_head, IndexEntries());
     position_ += EmitAt(index_.data(), static_cast<uint32_t>(index_.size()), position_);
@@ -119,6 +118,7 @@ uint32_t CAsfPacket::InputVideo(MXFrameInfo& frame) {
     const uint32_t skipped = config.offset + config.length;
     uint32_t at = opens ? kHeadSize : 0;
     if (!Fits(at, frame.frame_size - skipped)) return MX_FAILED;
+    if (IsFile()) MakeIndexRoom();
 
     // The caller's record loses the configuration too.
     frame.frame_pointer = static_cast<uint8_t*>(frame.frame_pointer) + skipped;
@@ -222,8 +222,12 @@ uint32_t CAsfPacket::SendTime() const {
     return std::min(audio_time_, video_time_);
 }
 
+// Room for one entry more, so that a frame for which memory runs out is known before anything has moved.
+void CAsfPacket::MakeIndexRoom() {
+    if (index_.capacity() - index_.size() < kAsfIndexEntrySize) index_.reserve(2 * index_.capacity());
+}
+
 void CAsfPacket::AddIndexEntry() {
-    if (index_.empty()) index_.resize(kAsfIndexHeadSize);
     uint8_t entry[kAsfIndexEntrySize];
     ByteCursor out(entry);
     out.LE32(key_packet_)          // Packet Number
@@ -232,7 +236,7 @@ void CAsfPacket::AddIndexEntry() {
 }
 
 uint32_t CAsfPacket::IndexEntries() const {
-    return index_.empty() ? 0 : static_cast<uint32_t>(index_.size() - kAsfIndexHeadSize) / kAsfIndexEntrySize;
+    return static_cast<uint32_t>(index_.size() - kAsfIndexHeadSize) / kAsfIndexEntrySize;
 }
 
 void CAsfPacket::EmitWork(uint32_t length) {

@@ -30,6 +30,7 @@ class CAsfPacket : public CPackage {
     void OpenAudio(const MXFrameInfo& frame);
     uint32_t WritePackets(const uint8_t* data, const AsfMediaObject& object, uint32_t at);
     uint32_t SendTime() const;
+    void MakeIndexRoom();
     void AddIndexEntry();
     uint32_t IndexEntries() const;
     void EmitWork(uint32_t length);

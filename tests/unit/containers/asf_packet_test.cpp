@@ -303,6 +303,57 @@ TEST_F(AsfPacket, AnIndexEntryIsTheLastKeyFrameAtTheFirstFramePastItsSecond) {
     EXPECT_EQ(Slice(index, 56, index.size() - 56), Bytes("00 00 00 00 02 00  1A 00 00 00 02 00  34 00 00 00 02 00"));
 }
 
+TEST_F(AsfPacket, OnlyTimesPastASecondsStartMakeAnIndexEntry) {
+    const auto entries = [&] {
+        file.createTailer(nullptr, 0);
+        const ByteVector& index = sink.blocks[sink.blocks.size() - 2].data;
+        EXPECT_EQ(index.size(), 56u + 6u * index.at(52));
+        return static_cast<int>(index.at(52));
+    };
+    Video(file, 1);
+    EXPECT_EQ(entries(), 0);  // at 0 ms
+    Video(file, 1, MX_SUB_P);
+    EXPECT_EQ(entries(), 1);  // 40
+    for (int i = 2; i <= 25; ++i)
+        Video(file, 1, MX_SUB_P);
+    EXPECT_EQ(PresentationTime(), 1000u);
+    EXPECT_EQ(entries(), 1);
+    Video(file, 1, MX_SUB_P);
+    EXPECT_EQ(entries(), 2);  // 1040
+}
+
+TEST_F(AsfPacket, AFrameWhoseIndexEntryHasNoMemoryLeavesNoTrace) {
+    ByteVector data(3, 0x55);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I, 500);
+    {
+        const test::FailingAllocations failing;
+        EXPECT_EQ(MX_InputFrame(&static_cast<CPackage&>(file), &frame), 4u);
+    }
+    EXPECT_TRUE(sink.blocks.empty());
+    EXPECT_EQ(Audio(file, ByteVector(160)), 0u);
+    EXPECT_TRUE(sink.blocks.empty());
+    EXPECT_EQ(Video(file, 3), 0u);
+    EXPECT_EQ(Slice(sink.file, 0, kDataStart), kFirstHead);
+    EXPECT_EQ(Slice(sink.file, kDataStart + 14, 1), Bytes("01"));
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(Slice(sink.Last(), 768 + 40, 8), Bytes(kOne8));
+}
+
+TEST_F(AsfPacket, TheFinalHeaderTellsOfTheFirstKeyFrame) {
+    Video(file, 3);
+    ByteVector data(3, 0x55);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MJPEG, MX_SUB_I);
+    frame.width = 640;
+    frame.height = 480;
+    frame.frame_rate = 50;
+    EXPECT_EQ(file.inputFrame(&frame, 0), 0u);
+    clock.Set(kNow + 3600);
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(Slice(sink.Last(), 30 + 48, 8), Bytes(kNowBytes));
+    EXPECT_EQ(Slice(sink.Last(), 134 + 46 + 39 + 76, 8), Bytes(k400000));
+    EXPECT_EQ(Slice(sink.Last(), 768 - 129, 129), kH264Stream);
+}
+
 TEST_F(AsfPacket, UninitEmptiesTheIndex) {
     for (int i = 0; i < 30; ++i)
         Video(file, 1);
@@ -565,7 +616,7 @@ TEST_F(AsfPacket, ASteadyStreamAllocatesForItsIndexAlone) {
             packet->inputFrame(&video, 0);
             packet->inputFrame(&audio, 0);
         }
-        // An hour's index of 21600 bytes doubles from 62 in nine steps; the stream form has none.
+        // An hour's index of 21600 bytes doubles from 56 in nine steps; the stream form has none.
         EXPECT_LE(allocations.Count(), packet == &file ? 12u : 0u);
     }
 }
