@@ -61,8 +61,7 @@ uint32_t CGrowBuffer::Reserve(uint32_t length) {
         grown.reset(new (std::nothrow) uint8_t[static_cast<size_t>(capacity)]);
     }
     if (grown == nullptr) {
-        data_.reset();
-        capacity_ = 0;
+        // The block stays: what was handed out of it may still be looked at.
         size_ = 0;
         return MX_NO_RESOURCES;
     }

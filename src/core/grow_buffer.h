@@ -9,7 +9,7 @@ namespace Orvane::Muxora {
 // The byte buffer in which packagers put headers, box trees and frames together. Reset() keeps the memory, so that a
 // steady stream does not allocate. The fill size never exceeds the capacity.
 //
-// Results are MX_OK, MX_NULL_RECORD for null data, or MX_NO_RESOURCES when memory ran out; the content is then lost.
+// Results are MX_OK, MX_NULL_RECORD for null data, or MX_NO_RESOURCES when memory ran out; the buffer is then empty.
 class CGrowBuffer {
   public:
     // Drops everything and allocates `capacity` bytes, zeroed.

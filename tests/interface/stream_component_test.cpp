@@ -176,6 +176,24 @@ TEST_F(StreamComponent, AFrameWithoutABlockLeavesThePacketOfTheFrameBefore) {
     EXPECT_EQ(Fetch(stream).size(), 24u + 16 + 9 + 8);
 }
 
+TEST_F(StreamComponent, AFrameWithoutMemoryLeavesThePacketOfTheFrameBefore) {
+    for (const char* key : {"ovx", "ps"}) {
+        CMuxora stream(key);
+        CMuxora same(key);
+        const AttributeMap attributes = KeyFrame();
+        ASSERT_TRUE(Give(stream, Nal(100), attributes));
+        ASSERT_TRUE(Give(same, Nal(100), attributes));
+        const ByteVector large = Nal(100000);
+        {
+            const test::FailingAllocations failing;
+            stream.inputFrame(large.data(), static_cast<unsigned>(large.size()), attributes);
+        }
+        const ByteVector kept = Fetch(stream);
+        EXPECT_EQ(test::Slice(kept, 28, kept.size() - 28), test::Slice(Fetch(same), 28, kept.size() - 28)) << key;
+        EXPECT_EQ(test::Slice(kept, 0, 4), std::strcmp(key, "ps") == 0 ? Bytes("00 00 01 BA") : Text("ORVX"));
+    }
+}
+
 TEST_F(StreamComponent, ALaterPacketReplacesAnEarlierOne) {
     CMuxora stream("ovx");
     unsigned char bytes[] = {1, 2, 3};

@@ -119,16 +119,19 @@ TEST(GrowBuffer, ExtendGivesRoomBehindTheLastByte) {
     EXPECT_EQ(Content(buffer), test::Text("abccc"));
 }
 
-TEST(GrowBuffer, LosesItsContentWhenMemoryRunsOut) {
+TEST(GrowBuffer, IsEmptyWhenMemoryRunsOutAndKeepsItsBlock) {
     CGrowBuffer buffer;
     const ByteVector data(20000, 7);
     buffer.Append(data.data(), 10);
+    const uint8_t* const block = buffer.Data();
     {
         const test::FailingAllocations none;
         EXPECT_EQ(buffer.Append(data.data(), 20000), 4u);
     }
     EXPECT_EQ(buffer.Size(), 0u);
-    EXPECT_EQ(buffer.Capacity(), 0);
+    EXPECT_EQ(buffer.Capacity(), 16384);
+    ASSERT_EQ(buffer.Data(), block);
+    EXPECT_EQ(block[9], 7);
     {
         const test::FailingAllocations none;
         EXPECT_EQ(buffer.Create(100), 4u);
@@ -144,7 +147,7 @@ TEST(GrowBuffer, MoreThanASignedCapacityCanSayIsRefused) {
     buffer.Append("ab", 2);
     EXPECT_EQ(buffer.Extend(0x80000000u), nullptr);
     EXPECT_EQ(buffer.Size(), 0u);
-    EXPECT_EQ(buffer.Capacity(), 0);
+    EXPECT_EQ(buffer.Capacity(), 16384);
     buffer.Append("ab", 2);
     EXPECT_EQ(buffer.Extend(0xFFFFFFFFu), nullptr);
     EXPECT_EQ(buffer.Size(), 0u);
