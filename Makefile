@@ -17,8 +17,11 @@ build: setup build/release/build.ninja ## Build library, tool, tests and example
 test: build ## Build and run every test
 	@ctest --preset release
 
-demo: build ## Pack a clip into every format, read each back, print the table
-	@scripts/demo.py build/release/bin build/demo
+demo: ## Pack a clip into every format, read each back, print the table
+	@scripts/setup.sh demo
+	@mkdir -p build && cmake --preset demo >build/demo-configure.log 2>&1 || { cat build/demo-configure.log; exit 1; }
+	@cmake --build --preset demo
+	@scripts/demo.py build/demo/bin build/demo/files
 
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench

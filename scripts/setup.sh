@@ -1,23 +1,28 @@
 #!/usr/bin/env bash
-# Installs what a bare Debian 12 lacks to build, test and try Muxora. Does nothing where all is there.
+# Installs what a bare Debian 12 lacks. Does nothing where all is there.
+#
+#   scripts/setup.sh         to build, test and measure
+#   scripts/setup.sh demo    to build the tool and run the demo: far less
 set -eu
 cd "$(dirname "$0")/.."
+purpose=${1:-all}
 
-build=(g++ clang cmake ninja-build make git pkg-config ccache)
-checks=(clang-format clang-tidy libclang-rt-14-dev python3 binutils)
-libraries=(libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev libasio-dev
-    libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev)
-# The programs that the player tests and the demo read our output with.
-players=(ffmpeg mediainfo mkvtoolnix flvmeta tshark imagemagick
-    gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav
-    chromium fontconfig fonts-dejavu-core)
+# To build the library and the tool, and the programs that the demo reads its files with.
+packages=(g++ cmake ninja-build make git pkg-config python3
+    libcli11-dev libasio-dev libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
+    ffmpeg mediainfo mkvtoolnix imagemagick fontconfig fonts-dejavu-core)
+# The tests, their other players, and the checks.
+[ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache
+    clang clang-format clang-tidy libclang-rt-14-dev binutils
+    flvmeta tshark chromium
+    gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
 
 missing=()
-for package in "${build[@]}" "${checks[@]}" "${libraries[@]}" "${players[@]}"; do
+for package in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing+=("$package")
 done
 # Node may come from elsewhere, with an npm of its own.
-command -v npm >/dev/null || missing+=(nodejs npm)
+[ "$purpose" = demo ] || command -v npm >/dev/null || missing+=(nodejs npm)
 if [ "${#missing[@]}" -gt 0 ]; then
     echo "Installing: ${missing[*]}"
     as_root=()
@@ -32,6 +37,8 @@ if [ "${#missing[@]}" -gt 0 ]; then
     fi
     rm -f "$log"
 fi
+
+[ "$purpose" != demo ] || exit 0
 
 # The JavaScript of the browser tests, in the versions of the lock file.
 browser=build/browser
