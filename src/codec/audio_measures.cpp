@@ -53,6 +53,13 @@ double GetAudioFrameDuration(const MXFrameInfo& frame) {
     }
 }
 
+std::span<const uint8_t> AdtsPayload(const uint8_t* data, uint32_t length) {
+    if (length < kAdtsHeaderSize || data[0] != 0xFF || (data[1] & 0xF1) != 0xF1) return {};
+    const uint32_t frame_length = AdtsFrameLength(data);
+    if (frame_length < kAdtsHeaderSize || frame_length > length) return {};
+    return {data + kAdtsHeaderSize, frame_length - kAdtsHeaderSize};
+}
+
 uint32_t CountAdtsFrames(const uint8_t* data, uint32_t length) {
     if (data == nullptr) return 0;
     const PaddedBytes bytes(data, length);

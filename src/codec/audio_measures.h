@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 
 #include "MuxoraAPI.h"
 
@@ -17,6 +18,11 @@ constexpr uint32_t kAdtsSamplesPerFrame = 1024;
 inline uint32_t AdtsFrameLength(const uint8_t* adts) {
     return (adts[3] & 3u) << 11 | static_cast<uint32_t>(adts[4]) << 3 | adts[5] >> 5;
 }
+
+// The raw frame behind an ADTS header without a CRC. Null data if there is no such header, or if its aac_frame_length
+// is smaller than the header or reaches behind the end. ID and layer may be anything: only the sync word and
+// protection_absent are looked at.
+std::span<const uint8_t> AdtsPayload(const uint8_t* data, uint32_t length);
 
 // Number of ADTS frames with the header FF F1. A header that is cut off by the end counts, one that states a length of
 // 0 does not.

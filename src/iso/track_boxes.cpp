@@ -2,34 +2,22 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <span>
 
 #include "MuxoraAPI.h"
+#include "codec/audio_measures.h"
 #include "core/frame_kinds.h"
 
 namespace Orvane::Muxora {
 
 namespace {
 
-constexpr uint32_t kAdtsHeaderSize = 7;  // without a CRC
-
-// Does an ADTS header without a CRC begin here (ISO/IEC 13818-7 6.2)? syncword, layer 0, protection_absent 1; the ID
-// bit may be either.
-bool HasAdtsHeader(const SampleInfo& sample) {
-    return sample.length >= kAdtsHeaderSize && sample.data[0] == 0xFF && (sample.data[1] & 0xF1) == 0xF1;
-}
-
-// aac_frame_length, header included.
-uint32_t AdtsFrameLength(const uint8_t* adts) {
-    return (adts[3] & 3U) << 11 | uint32_t{adts[4]} << 3 | uint32_t{adts[5]} >> 5;
-}
-
 // A sample of several ADTS frames becomes the first of them. A length that can't be right leaves it as it came.
 void StripAdtsHeader(SampleInfo& sample) {
-    if (!HasAdtsHeader(sample)) return;
-    const uint32_t frame_length = AdtsFrameLength(sample.data);
-    if (frame_length < kAdtsHeaderSize || frame_length > sample.length) return;
-    sample.data += kAdtsHeaderSize;
-    sample.length = frame_length - kAdtsHeaderSize;
+    const std::span<const uint8_t> payload = AdtsPayload(sample.data, sample.length);
+    if (payload.data() == nullptr) return;
+    sample.data = payload.data();
+    sample.length = static_cast<uint32_t>(payload.size());
 }
 
 // Single precision is part of the output. By way of 64 bits, as the value may be beyond 32.

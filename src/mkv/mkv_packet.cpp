@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "codec/audio_measures.h"
 #include "codec/audio_specific_config.h"
 #include "core/byte_writer.h"
 #include "core/frame_kinds.h"
@@ -39,7 +40,6 @@ constexpr uint8_t kAudioTrack = 2;
 constexpr uint32_t kMillisecondsPerCluster = 1000;
 constexpr uint64_t kAacFrameMilliseconds = 1024000;  // of a frame's 1024 samples, times the sample rate
 constexpr uint32_t kMaxBitDepth = 16;
-constexpr uint32_t kAdtsHeaderSize = 7;
 
 // Readers rely on this: the video names carry their terminating zero, the audio one does not.
 constexpr char kAvcCodecId[] = "V_MPEG4/ISO/AVC";
@@ -62,15 +62,6 @@ uint32_t WriteEbmlHeader(uint8_t (&out)[kEbmlHeaderSize]) {
     PutElement(header, ElementId::kDocTypeVersion, 1).U8(4);
     PutElement(header, ElementId::kDocTypeReadVersion, 1).U8(2);
     return header.Size();
-}
-
-// The payload behind the ADTS header (ISO/IEC 13818-7 6.2). Empty without a header, and for a frame length that leaves
-// nothing or reaches behind the frame.
-std::span<const uint8_t> AdtsPayload(const uint8_t* data, uint32_t length) {
-    if (length < kAdtsHeaderSize || data[0] != 0xFF || (data[1] & 0xF1) != 0xF1) return {};
-    const uint32_t frame_length = (data[3] & 0x03u) << 11 | uint32_t{data[4]} << 3 | data[5] >> 5;
-    if (frame_length < kAdtsHeaderSize || frame_length > length) return {};
-    return {data + kAdtsHeaderSize, frame_length - kAdtsHeaderSize};
 }
 
 }  // namespace
@@ -163,6 +154,7 @@ uint32_t CMkvPacket::InputAudio(const MXFrameInfo& frame) {
         const uint64_t elapsed = (audio_frames_ - 1) * kAacFrameMilliseconds;
         time = (frame.samples_per_sec == 0 ? 0 : elapsed / frame.samples_per_sec) - cluster_.timecode;
     }
+    // Without a sound header the block has no data.
     const std::span<const uint8_t> payload = AdtsPayload(FrameBytes(frame), frame.frame_size);
     WriteBlock(kAudioTrack,
                {payload.data(), static_cast<uint32_t>(payload.size()), MX_FRAME_AUDIO, static_cast<uint16_t>(time)});

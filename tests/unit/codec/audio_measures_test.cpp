@@ -110,6 +110,35 @@ TEST(AdtsFrames, AreCountedByTheirLengths) {
     EXPECT_EQ(AdtsFrameLength(Adts(5000).data()), 5000u);
 }
 
+TEST(AdtsPayload, IsTheFirstFrameBehindItsHeader) {
+    const ByteVector data = Bytes("FF F1 50 80 01 7F FC 11 22 33 44 FF F1 50 80");
+    const std::span<const uint8_t> payload = AdtsPayload(data.data(), static_cast<uint32_t>(data.size()));
+    EXPECT_EQ(payload.data(), data.data() + 7);
+    EXPECT_EQ(payload.size(), 4u);
+    // Neither the ID bit nor the layer is looked at.
+    for (const uint8_t second : Bytes("F3 F5 F9 FF")) {
+        ByteVector other = data;
+        other[1] = second;
+        EXPECT_EQ(AdtsPayload(other.data(), 11).size(), 4u);
+    }
+    // A header with nothing behind it has an empty frame.
+    const ByteVector header = Bytes("FF F1 50 80 00 FF FC");
+    EXPECT_EQ(AdtsPayload(header.data(), 7).data(), header.data() + 7);
+    EXPECT_TRUE(AdtsPayload(header.data(), 7).empty());
+}
+
+TEST(AdtsPayload, IsNullWithoutASoundHeader) {
+    // No sync word; a CRC; lengths of 6, 0, 12 of 11 and 8191; headers that are cut off.
+    for (const char* const hex :
+         {"FE F1 50 80 01 7F FC 11 22 33 44", "FF E1 50 80 01 7F FC 11 22 33 44", "FF F0 50 80 01 7F FC 11 22 33 44",
+          "FF F1 50 80 00 DF FC 11 22 33 44", "FF F1 50 80 00 1F FC 11 22 33 44", "FF F1 50 80 01 9F FC 11 22 33 44",
+          "FF F1 50 83 FF FF FC 11 22 33 44", "FF F1 50 80 00 DF", "FF F1", "FF"}) {
+        const ByteVector data = Bytes(hex);
+        EXPECT_EQ(AdtsPayload(data.data(), static_cast<uint32_t>(data.size())).data(), nullptr) << hex;
+    }
+    EXPECT_EQ(AdtsPayload(nullptr, 0).data(), nullptr);
+}
+
 TEST(AdtsFrames, OnlyTheHeaderF1Counts) {
     for (const int second : {0xF0, 0xF8, 0xF9})
         EXPECT_EQ(CountAdts(Adts(100, static_cast<uint8_t>(second))), 0u);
