@@ -1,7 +1,5 @@
 #include "codec/mpeg4_config.h"
 
-#include <cstring>
-
 #include "codec/start_code.h"
 
 namespace Orvane::Muxora {
@@ -47,21 +45,6 @@ Mpeg4Config FindMpeg4Config(const uint8_t* data, uint32_t length) {
     });
     if (begin == kNone) return {};
     const uint32_t end = FindValue(data, begin, limit, [](uint8_t value) { return value == kVop; });
-    return {true, begin, end == kNone ? 0 : end - begin};
-}
-
-Mpeg4Config FindMpeg4SequenceHeader(const uint8_t* data, uint32_t length) {
-    const uint32_t limit = Limit(data, length);
-    const uint32_t begin = FindValue(
-        data, 0, limit, [](uint8_t value) { return value == kVisualObjectSequence || value == kVisualObject; });
-    if (begin == kNone) return {};
-    uint32_t end = kNone;
-    if (const void* const byte = std::memchr(data + begin + 3, kVop, limit - begin); byte != nullptr) {
-        end = static_cast<uint32_t>(static_cast<const uint8_t*>(byte) - data) - 3;
-    }
-    const uint32_t group =
-        FindValue(data, begin, end < limit ? end : limit, [](uint8_t value) { return value == kGroupOfVop; });
-    if (group != kNone) end = group;
     return {true, begin, end == kNone ? 0 : end - begin};
 }
 

@@ -16,9 +16,4 @@ struct Mpeg4Config {
 // first byte lies below length - 4.
 Mpeg4Config FindMpeg4Config(const uint8_t* data, uint32_t length);
 
-// What Matroska takes: from the first start code B0 or B5, up to the first group of VOPs (B3). Positions are seen below
-// length - 4, as above.
-// Readers rely on this: a byte B6 three positions on ends it as well, whatever stands before that byte.
-Mpeg4Config FindMpeg4SequenceHeader(const uint8_t* data, uint32_t length);
-
 }  // namespace Orvane::Muxora

@@ -34,11 +34,10 @@ TEST(WaveFormatTag, EveryCodec) {
         EXPECT_EQ(WaveFormatTag(type), 0);
 }
 
-template <typename Search>
-Mpeg4Config Find(Search search, const ByteVector& data) {
+Mpeg4Config Find(const ByteVector& data) {
     const auto block = std::make_unique<uint8_t[]>(data.size());
     std::copy(data.begin(), data.end(), block.get());
-    return search(block.get(), static_cast<uint32_t>(data.size()));
+    return FindMpeg4Config(block.get(), static_cast<uint32_t>(data.size()));
 }
 
 bool Code(const ByteVector& d, size_t i) {
@@ -51,15 +50,15 @@ bool BeginsConfig(uint8_t value) {
 }
 
 // One position at a time, with the bound as it is told: a signed i below length - 4.
-Mpeg4Config Model(const ByteVector& d, bool (*begins)(uint8_t), bool (*ends)(const ByteVector&, size_t)) {
+Mpeg4Config Model(const ByteVector& d) {
     const auto limit = static_cast<std::ptrdiff_t>(d.size()) - 4;
     std::ptrdiff_t i = 0;
     const auto at = [&] { return static_cast<size_t>(i); };
-    while (i < limit && !(Code(d, at()) && begins(d[at() + 3])))
+    while (i < limit && !(Code(d, at()) && BeginsConfig(d[at() + 3])))
         ++i;
     if (i >= limit) return {};
     const std::ptrdiff_t begin = i;
-    while (i < limit && !ends(d, at()))
+    while (i < limit && !(Code(d, at()) && d[at() + 3] == 0xB6))
         ++i;
     return {true, static_cast<uint32_t>(begin), i < limit ? static_cast<uint32_t>(i - begin) : 0};
 }
@@ -70,48 +69,35 @@ bool operator==(const Mpeg4Config& a, const Mpeg4Config& b) {
 
 TEST(Mpeg4Config, RunsToTheFirstVop) {
     const ByteVector frame = Bytes("00 00 01 B0 01 00 00 01 B5 09 00 00 01 00 00 00 01 20 0A 00 00 01 B6 10 20 30");
-    EXPECT_TRUE(Find(FindMpeg4Config, frame) == (Mpeg4Config{true, 0, 19}));
+    EXPECT_TRUE(Find(frame) == (Mpeg4Config{true, 0, 19}));
 }
 
 TEST(Mpeg4Config, WhatLiesAheadIsSkipped) {
-    EXPECT_TRUE(Find(FindMpeg4Config, Bytes("47 11 00 00 01 20 AA 00 00 01 B6 11 22")) == (Mpeg4Config{true, 2, 5}));
+    EXPECT_TRUE(Find(Bytes("47 11 00 00 01 20 AA 00 00 01 B6 11 22")) == (Mpeg4Config{true, 2, 5}));
 }
 
 TEST(Mpeg4Config, OnlyTheListedKindsBeginOne) {
     for (uint32_t value = 0; value < 256; ++value) {
         ByteVector frame = Bytes("00 00 01 FF 55 55 00 00 01 B6 11 22");
         frame[3] = static_cast<uint8_t>(value);
-        EXPECT_EQ(Find(FindMpeg4Config, frame).found, BeginsConfig(frame[3])) << value;
+        EXPECT_EQ(Find(frame).found, BeginsConfig(frame[3])) << value;
     }
 }
 
 TEST(Mpeg4Config, StartCodesInTheLastFourBytesAreNotSeen) {
-    EXPECT_FALSE(Find(FindMpeg4Config, Bytes("00 00 01 B0")).found);
-    EXPECT_TRUE(Find(FindMpeg4Config, Bytes("00 00 01 B0 01")).found);
-    EXPECT_EQ(Find(FindMpeg4Config, Bytes("00 00 01 B0 01 00 00 01 B6")).length, 0u);
-    EXPECT_EQ(Find(FindMpeg4Config, Bytes("00 00 01 B0 01 00 00 01 B6 10")).length, 5u);
+    EXPECT_FALSE(Find(Bytes("00 00 01 B0")).found);
+    EXPECT_TRUE(Find(Bytes("00 00 01 B0 01")).found);
+    EXPECT_EQ(Find(Bytes("00 00 01 B0 01 00 00 01 B6")).length, 0u);
+    EXPECT_EQ(Find(Bytes("00 00 01 B0 01 00 00 01 B6 10")).length, 5u);
 }
 
 TEST(Mpeg4Config, WithoutAVopTheLengthIsZero) {
-    EXPECT_TRUE(Find(FindMpeg4Config, Bytes("00 00 01 B0 01 02 03 04 05")) == (Mpeg4Config{true, 0, 0}));
-    EXPECT_FALSE(Find(FindMpeg4Config, Bytes("00 00 01 B6 01 02 03 04 05")).found);
+    EXPECT_TRUE(Find(Bytes("00 00 01 B0 01 02 03 04 05")) == (Mpeg4Config{true, 0, 0}));
+    EXPECT_FALSE(Find(Bytes("00 00 01 B6 01 02 03 04 05")).found);
     EXPECT_FALSE(FindMpeg4Config(nullptr, 0).found);
 }
 
-TEST(Mpeg4SequenceHeader, RunsToTheGroupOrAnyB6) {
-    EXPECT_TRUE(Find(FindMpeg4SequenceHeader, Bytes("00 00 01 20 00 00 01 B0 01 02 00 00 01 B3 10 00 00 01 B6")) ==
-                (Mpeg4Config{true, 4, 6}));
-    EXPECT_TRUE(Find(FindMpeg4SequenceHeader, Bytes("00 00 01 B5 01 02 00 00 01 B6 10 20")) ==
-                (Mpeg4Config{true, 0, 6}));
-    // A stray B6 ends it three bytes early.
-    EXPECT_TRUE(Find(FindMpeg4SequenceHeader, Bytes("00 00 01 B0 01 02 03 04 B6 05 06 07")) ==
-                (Mpeg4Config{true, 0, 5}));
-    EXPECT_TRUE(Find(FindMpeg4SequenceHeader, Bytes("00 00 01 B0 01 02 03 04 05 06")) == (Mpeg4Config{true, 0, 0}));
-    EXPECT_FALSE(Find(FindMpeg4SequenceHeader, Bytes("00 00 01 B2 01 02 03 04 05 06")).found);
-    EXPECT_FALSE(FindMpeg4SequenceHeader(nullptr, 0).found);
-}
-
-TEST(Mpeg4Config, BothSearchesAgreeWithTheStepByStepRules) {
+TEST(Mpeg4Config, AgreesWithTheStepByStepRules) {
     std::mt19937 random(30);
     constexpr uint8_t kKinds[] = {0x00, 0x01, 0x20, 0xB0, 0xB2, 0xB3, 0xB5, 0xB6, 0xB6, 0xB6, 0xB3, 0xB7};
     for (int round = 0; round < 30000; ++round) {
@@ -119,16 +105,7 @@ TEST(Mpeg4Config, BothSearchesAgreeWithTheStepByStepRules) {
         for (uint8_t& byte : data) {
             if (random() % 8 == 0) byte = kKinds[random() % std::size(kKinds)];
         }
-        ASSERT_TRUE(
-            Find(FindMpeg4Config, data) ==
-            Model(data, BeginsConfig, [](const ByteVector& d, size_t i) { return Code(d, i) && d[i + 3] == 0xB6; }))
-            << test::Hex(data);
-        ASSERT_TRUE(
-            Find(FindMpeg4SequenceHeader, data) ==
-            Model(
-                data, [](uint8_t value) { return value == 0xB0 || value == 0xB5; },
-                [](const ByteVector& d, size_t i) { return (Code(d, i) && d[i + 3] == 0xB3) || d[i + 3] == 0xB6; }))
-            << test::Hex(data);
+        ASSERT_TRUE(Find(data) == Model(data)) << test::Hex(data);
     }
 }
 
