@@ -278,6 +278,25 @@ TEST_F(FlvPacket, TagTimesStartAgainPast24Bits) {
     EXPECT_EQ(Slice(sink.blocks[sink.blocks.size() - 2].data, 4, 4), Bytes("00 06 F8 00"));  // 16779000
 }
 
+TEST_F(FlvPacket, TheProductOfATimeHas32Bits) {
+    static uint32_t time;
+    stream.setCallback(
+        [](const MXOutputBlock* block, void* /*user*/) {
+            const auto* const tag = static_cast<const uint8_t*>(block->data);
+            time = uint32_t{tag[4]} << 16 | uint32_t{tag[5]} << 8 | tag[6];
+            return 0;
+        },
+        nullptr);
+    ByteVector data = Bytes("00 00 01 41 9A");
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    for (uint32_t i = 0; i <= 4294967; ++i)
+        stream.inputFrame(&frame, 0);
+    EXPECT_EQ(time, 4026520u);  // 171798680 ms in 24 bits
+    // Frame 4294968, two days on: times 1000 it is 704 past 2^32.
+    stream.inputFrame(&frame, 0);
+    EXPECT_EQ(time, 28u);
+}
+
 TEST_F(FlvPacket, AacTimeAddsWholeMilliseconds) {
     Video(file, Bytes(kKeyFrame));
     const uint32_t expected[] = {0, 23, 46, 69};  // 1024000 / 44100
@@ -353,6 +372,33 @@ TEST_F(FlvPacket, PcmTimeLagsByAFrameAndStartsAgainBehindEachVideoFrame) {
     }
 }
 
+TEST_F(FlvPacket, AacCountsTowardsThePcmTimeWithoutItsHeader) {
+    Video(file, Bytes(kKeyFrame));
+    Aac(file, Bytes("FF F1 4C 80 8A 7F FC") + ByteVector(1100));
+    const uint32_t times[] = {21, 100, 200};  // 1100 bytes are 100 ms
+    for (const uint32_t time : times) {
+        Pcm(file, ByteVector(1100));
+        EXPECT_EQ(LastTime(), time);
+    }
+}
+
+TEST_F(FlvPacket, TheMetadataDescribesTheLastAudioFrameThatWasTaken) {
+    Video(file, Bytes(kKeyFrame));
+    Aac(file, Bytes(kAdtsFrame), 1);
+    ByteVector data = Bytes(kAdtsFrame);
+    MXFrameInfo frame = test::AudioFrame(data, MX_AUDIO_AAC);
+    frame.ma_cur_channel = 1;
+    frame.samples_per_sec = 11000;
+    frame.bits_per_sample = 8;
+    frame.channels = 6;  // neither mono nor stereo: the word before stays
+    file.inputFrame(&frame, 0);
+    Aac(file, Bytes(kAdtsFrame), 2);
+    file.createTailer(nullptr, 0);
+    // 361 + 40 + 21 + 20 bytes
+    EXPECT_EQ(Slice(sink.Last(), 13, 266),
+              Metadata(k0_04, k1920, k1080, k25, k7, k11000, k8, "01", k10, "40 7B A0 00 00 00 00 00"));
+}
+
 TEST_F(FlvPacket, ThePcmFileAtItsEnd) {
     Video(file, Bytes(kKeyFrame));
     Pcm(file, Bytes("01 02 03"));
@@ -417,6 +463,21 @@ TEST_F(FlvPacket, ASinkThatTakesLessMovesTheNextTag) {
     Video(file, Bytes("00 00 01 41 9A"), MX_SUB_P);
     EXPECT_EQ(sink.blocks[1].offset, 100);
     EXPECT_EQ(sink.blocks[2].offset, 100);
+    // `filesize` is what was composed: 361 + 26 + 26 + 20.
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(Slice(sink.Last(), 264, 8), Bytes("40 7B 10 00 00 00 00 00"));
+}
+
+TEST_F(FlvPacket, TheTailResetsNothing) {
+    Video(file, Bytes(kKeyFrame));
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(Video(file, Bytes("00 00 01 41 9A"), MX_SUB_P), 0u);
+    EXPECT_EQ(sink.blocks.back().offset, 361 + 20);
+    EXPECT_EQ(LastTime(), 40u);
+    EXPECT_EQ(file.createTailer(nullptr, 0), 0u);
+    const Sink::Block& end = sink.blocks[sink.blocks.size() - 2];
+    EXPECT_EQ(end.offset, 361 + 20 + 26);
+    EXPECT_EQ(Slice(end.data, 4, 3), Bytes("00 00 50"));
 }
 
 // A picture of one NAL unit behind a 4-byte start code, `size` bytes in all.
