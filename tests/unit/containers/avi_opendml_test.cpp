@@ -325,6 +325,8 @@ TEST_F(AviLimit, ARiffOfExactlyOneGibibyteGoesOn) {
     const ByteVector list = sink.At(12);
     EXPECT_EQ(FourCC(list, 76 + 124), "JUNK");
     EXPECT_EQ(FourCC(list, 76 + 1156), "JUNK");  // no odml
+    // dwMaxBytesPerSec: 1073737632 bytes times 25 in 32 bits, over 8 frames.
+    EXPECT_EQ(Le32(list, 24), 134204628u);
     EXPECT_EQ(Le32(sink.At(0), 4), 0x40000000u + 8 + 16 * 8);
     EXPECT_EQ(Le32(sink.At(4116), 4), 0x40000000u - 4124);
 }

@@ -365,6 +365,33 @@ TEST_F(AviPacket, NothingHappensAheadOfTheHeader) {
     EXPECT_TRUE(sink.blocks.empty());
 }
 
+TEST_F(AviPacket, ASecondHeaderChangesNothing) {
+    packet.createHeader(nullptr, 0);
+    Video(ByteVector(4));
+    Audio(Bytes(kAdtsFrame), MX_AUDIO_AAC);
+    EXPECT_EQ(packet.createHeader(nullptr, 0), 0u);
+    Video(ByteVector(4));
+    EXPECT_EQ(sink.blocks.back().offset, 4128 + 12 + 14);
+    packet.createTailer(nullptr, 0);
+    const ByteVector file = sink.file;
+    EXPECT_EQ(packet.createHeader(nullptr, 0), 0u);
+    EXPECT_EQ(sink.file, file);
+}
+
+TEST_F(AviPacket, AFrameWithoutMemoryIsDropped) {
+    packet.createHeader(nullptr, 0);
+    ByteVector data(4);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    {
+        const test::FailingAllocations failing;
+        EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
+    }
+    EXPECT_EQ(sink.blocks.size(), 3u);
+    EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
+    EXPECT_EQ(sink.blocks.back().offset, 4128);
+    EXPECT_EQ(Slice(TailList(), 12 + 24, 4), Bytes("01 00 00 00"));  // dwTotalFrames
+}
+
 TEST_F(AviPacket, BehindTheTailFramesAreDroppedAndTheTailMayBeRepeated) {
     packet.createHeader(nullptr, 0);
     Video(ByteVector(4));
