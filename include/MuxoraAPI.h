@@ -402,6 +402,10 @@ MX_API const char* MX_GetVersion(void) MX_NOEXCEPT;
  * Gives a snapshot of the index of an MP4 or MOV recording: written at the stated position, it makes the file so far
  * readable, for instance after a crash. May run on a second thread beside MX_InputFrame.
  *
+ * Where one media box holds all samples, the size in its header is only written by MX_CreateTailer: whoever completes
+ * such a file sets it, too, from the start of that box up to the stated position. With MX_FORMAT_MP4_NOSEEK there is
+ * nothing to set.
+ *
  * @param block Receives bytes, length and position. The bytes are the library's, good until the next MX_GetBackup or
  *              MX_DestroyHandle on this handle.
  * @return The number of bytes, 0 if the format has no backup or `block` is null, MX_NULL_HANDLE (1) for a null handle,
