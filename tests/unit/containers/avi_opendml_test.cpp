@@ -378,6 +378,50 @@ TEST_F(AviLimit, NoStreamOpensInAnAvixAndItsFramesAreWritten) {
     EXPECT_EQ(FourCC(list, 76 + 1156), "odml");  // no second stream list
 }
 
+TEST_F(AviLimit, AStandardIndexMarksPredictedPicturesAlone) {
+    Give(kRest + 2);
+    const uint64_t avix = 0x40000002 + 128 + 136;
+    ByteVector expected;
+    for (const auto& [sub_type, size] : {std::pair(0u, "02 00 00 00"),
+                                         {1u, "02 00 00 80"},
+                                         {2u, "02 00 00 00"},
+                                         {3u, "02 00 00 00"},
+                                         {8u, "02 00 00 00"},
+                                         {18u, "02 00 00 00"},
+                                         {19u, "02 00 00 80"},
+                                         {20u, "02 00 00 00"}}) {
+        MXFrameInfo frame = test::VideoFrame(pool, MX_VIDEO_H264, sub_type);
+        frame.frame_size = 2;
+        EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
+        expected = expected + Bytes(size);
+    }
+    MXFrameInfo sound = test::AudioFrame(pool, MX_AUDIO_ALAW);
+    sound.frame_sub_type = 1;
+    sound.frame_size = 2;
+    EXPECT_EQ(packet.inputFrame(&sound, 0), 0u);
+    packet.createTailer(nullptr, 0);
+    // Nine chunks of ten bytes, then the indexes.
+    const ByteVector video = sink.At(avix + 24 + 90);
+    ASSERT_EQ(video.size(), 32u + 8 * 8);
+    ByteVector sizes;
+    for (size_t i = 0; i < 8; ++i)
+        sizes = sizes + Slice(video, 32 + 8 * i + 4, 4);
+    EXPECT_EQ(sizes, expected);
+    EXPECT_EQ(Slice(sink.At(avix + 24 + 90 + 96), 32, 8), Bytes("5C 00 00 00  02 00 00 00"));
+}
+
+TEST_F(AviLimit, AacInAnAvixLosesItsHeaderWhateverItIs) {
+    Give(kRest + 2);
+    ByteVector data = Bytes("00 00 4C 80 01 7F FC  21 10");
+    MXFrameInfo frame = test::AudioFrame(data, MX_AUDIO_AAC);
+    EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
+    EXPECT_EQ(sink.frames.rbegin()->second, (FrameChunk{"01wb", 2, 0, Hash("\x21\x10", 2)}));
+    const uint64_t end = sink.end;
+    frame.frame_size = 6;
+    EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
+    EXPECT_EQ(sink.end, end);
+}
+
 TEST_F(AviLimit, BehindTheTailThereIsNoWriter) {
     Give(kRest + 2);
     packet.createTailer(nullptr, 0);

@@ -330,6 +330,18 @@ TEST_F(AviPacket, ARateOfZeroStaysZero) {
     EXPECT_EQ(Slice(list, 76 + 12 + 32, 4), ByteVector(4));
 }
 
+TEST_F(AviPacket, AnAnnouncedRateBelowZeroIsTakenAs32Bits) {
+    MXHeaderInfo info{};
+    info.video_present = 1;
+    info.video_encode_type = MX_VIDEO_H264;
+    info.frame_rate = -1;
+    packet.createHeader(&info, 0);
+    Video(ByteVector(4));
+    const ByteVector& list = TailList();
+    EXPECT_EQ(Slice(list, 12 + 8, 8), Bytes("00 00 00 00  FC FF FF FF"));  // 4 times 2^32 - 1 in 32 bits
+    EXPECT_EQ(Slice(list, 76 + 12 + 32, 4), Bytes("FF FF FF FF"));         // dwRate
+}
+
 TEST_F(AviPacket, WhatItTakes) {
     ByteVector data(4);
     for (uint32_t codec = 0; codec < 256; ++codec) {
@@ -494,7 +506,9 @@ TEST(AviIndex, OneThatLostItsMemoryStartsAgain) {
         const test::FailingAllocations failing;
         index.Add(1, 1);
         EXPECT_EQ(index.Entries(), 0u);
-        EXPECT_TRUE(index.Compose(0).empty());
+        EXPECT_EQ(index.Compose(0).size(), 32u);
+        AviStandardIndex without_memory(AviStream::Video);
+        EXPECT_TRUE(without_memory.Compose(0).empty());
     }
     index.Add(7, 8);
     EXPECT_EQ(index.Entries(), 1u);
