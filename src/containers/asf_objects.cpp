@@ -1,7 +1,6 @@
 #include "containers/asf_objects.h"
 
 #include <array>
-#include <cstring>
 
 #include "MuxoraAPI.h"
 #include "containers/wave_audio.h"
@@ -82,8 +81,6 @@ constexpr uint8_t kErrorCorrectionPresent = 0x82;  // two bytes of opaque data
 constexpr uint8_t kLengthTypeFlags = 0x90;         // 16-bit padding length
 constexpr uint8_t kPropertyFlags = 0x5D;           // 8-bit object number, 32-bit offset, 8-bit replicated data length
 constexpr uint8_t kReplicatedDataLength = 8;
-constexpr uint32_t kPaddingLengthAt = 5;
-constexpr uint32_t kOffsetAt = 15;
 
 // The padding has room for both streams and the largest configuration.
 static_assert(kHeaderObjectHeadSize + kFilePropertiesSize + kHeaderExtensionHeadSize + kLanguageListSize +
@@ -267,12 +264,6 @@ AsfPacketHead::AsfPacketHead(const AsfMediaObject& object) {
         .U8(kReplicatedDataLength)        // Replicated Data Length
         .LE32(object.size)                // Media Object Size
         .LE32(object.presentation_time);  // Presentation Time
-}
-
-void AsfPacketHead::Write(uint8_t* out, uint32_t offset, uint32_t payload_size) const {
-    std::memcpy(out, bytes_, kAsfPacketHeadSize);
-    PutLE16(out + kPaddingLengthAt, static_cast<uint16_t>(kAsfPacketPayload - payload_size));
-    PutLE32(out + kOffsetAt, offset);
 }
 
 void WriteAsfIndexHead(ByteCursor& out, uint32_t entries) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <optional>
 
 #include "core/byte_writer.h"
@@ -73,9 +74,16 @@ class AsfPacketHead {
   public:
     explicit AsfPacketHead(const AsfMediaObject& object);
     // Writes kAsfPacketHeadSize bytes for the piece at `offset` of the frame.
-    void Write(uint8_t* out, uint32_t offset, uint32_t payload_size) const;
+    void Write(uint8_t* out, uint32_t offset, uint32_t payload_size) const {
+        std::memcpy(out, bytes_, kAsfPacketHeadSize);
+        PutLE16(out + kPaddingLengthAt, static_cast<uint16_t>(kAsfPacketPayload - payload_size));
+        PutLE32(out + kOffsetAt, offset);
+    }
 
   private:
+    static constexpr uint32_t kPaddingLengthAt = 5;
+    static constexpr uint32_t kOffsetAt = 15;
+
     uint8_t bytes_[kAsfPacketHeadSize];
 };
 

@@ -21,6 +21,8 @@ class AviStandardIndex {
   public:
     explicit AviStandardIndex(AviStream stream) : stream_(stream) {}
 
+    // Drops the entries and keeps their memory.
+    void Reset() { chunk_.Reset(); }
     // `offset` of a chunk's data from the base; its length, with the top bit set if it is no key frame.
     void Add(uint32_t offset, uint32_t size);
     uint32_t Entries() const;

@@ -31,8 +31,7 @@ std::optional<AviChunk> MakeChunk(const MXFrameInfo& frame) {
 
 }  // namespace
 
-CAviPacket::CAviPacket(uint32_t format, const MXCreateParam* param)
-    : CPackage(format, param), riff_(Output(), scratch_) {
+CAviPacket::CAviPacket(uint32_t format, const MXCreateParam* param) : CPackage(format, param), riff_(Output(), work_) {
 }
 
 uint32_t CAviPacket::createHeader(MXHeaderInfo* info, uint32_t /*unused*/) {
@@ -169,7 +168,7 @@ void CAviPacket::EndRiff(const AviRiff& riff) {
 void CAviPacket::BeginAvix() {
     past_first_ = true;
     avix_.reset();
-    avix_ = std::make_unique<AvixWriter>(Output(), scratch_, next_riff_);
+    avix_ = std::make_unique<AvixWriter>(Output(), work_, next_riff_);
 }
 
 }  // namespace Orvane::Muxora

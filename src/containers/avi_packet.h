@@ -34,7 +34,7 @@ class CAviPacket : public CPackage {
     void EndRiff(const AviRiff& riff);
     void BeginAvix();
 
-    CGrowBuffer scratch_;
+    AviWork work_;
     AviHeaderBlock header_;
     AviRiffWriter riff_;
     std::unique_ptr<AvixWriter> avix_;

@@ -1,7 +1,6 @@
 #include "containers/avi_writer.h"
 
 #include <limits>
-#include <utility>
 
 #include "core/frame_kinds.h"
 
@@ -38,8 +37,10 @@ uint32_t LegacyIndexFlags(const AviChunk& chunk) {
 
 }  // namespace
 
-AviRiff::AviRiff(AviOutput output, CGrowBuffer& scratch, uint64_t base, uint32_t movi_at)
-    : output_(output), scratch_(scratch), base_(base), movi_at_(movi_at), size_(movi_at + kFourCCSize) {
+AviRiff::AviRiff(AviOutput output, AviWork& work, uint64_t base, uint32_t movi_at)
+    : output_(output), work_(work), base_(base), movi_at_(movi_at), size_(movi_at + kFourCCSize) {
+    work_.video_index.Reset();
+    work_.audio_index.Reset();
 }
 
 bool AviRiff::PastLimit() const {
@@ -47,10 +48,11 @@ bool AviRiff::PastLimit() const {
 }
 
 void AviRiff::EnterSuperIndexes(AviHeaderBlock& header) const {
-    for (const auto& [stream, kind] : {std::pair(&video_, AviStream::Video), std::pair(&audio_, AviStream::Audio)}) {
-        if (stream->index.Entries() == 0) continue;
-        header.SuperIndex(kind).Add(stream->position, stream->size, stream->index.Entries());
-    }
+    const auto enter = [&](AviStream stream, const AviStandardIndex& index, const Place& place) {
+        if (index.Entries() != 0) header.SuperIndex(stream).Add(place.position, place.size, index.Entries());
+    };
+    enter(AviStream::Video, work_.video_index, video_index_);
+    enter(AviStream::Audio, work_.audio_index, audio_index_);
 }
 
 bool AviRiff::AppendChunk(const AviChunk& chunk) {
@@ -58,8 +60,8 @@ bool AviRiff::AppendChunk(const AviChunk& chunk) {
     if (chunk.length > std::numeric_limits<int32_t>::max() - kChunkHeaderSize - pad) return false;
     const uint32_t total = kChunkHeaderSize + chunk.length + pad;
 
-    scratch_.Reset();
-    uint8_t* const bytes = scratch_.Extend(total);
+    work_.chunk.Reset();
+    uint8_t* const bytes = work_.chunk.Extend(total);
     if (bytes == nullptr) return false;
     ByteCursor(bytes, total)
         .Bytes(AviChunkId(chunk.stream), kFourCCSize)
@@ -67,22 +69,22 @@ bool AviRiff::AppendChunk(const AviChunk& chunk) {
         .Bytes(chunk.data, chunk.length)
         .Zeros(pad);
 
-    AviStandardIndex& index = chunk.stream == AviStream::Video ? video_.index : audio_.index;
+    AviStandardIndex& index = chunk.stream == AviStream::Video ? work_.video_index : work_.audio_index;
     index.Add(MoviOffset() + kChunkHeaderSize, StandardIndexSize(chunk));
     Append({bytes, total});
     return true;
 }
 
 void AviRiff::AppendStandardIndexes() {
-    AppendStandardIndex(video_);
-    AppendStandardIndex(audio_);
+    video_index_ = AppendStandardIndex(work_.video_index);
+    audio_index_ = AppendStandardIndex(work_.audio_index);
 }
 
-void AviRiff::AppendStandardIndex(Stream& stream) {
-    const std::span<const uint8_t> chunk = stream.index.Compose(base_ + movi_at_);
-    stream.position = base_ + size_;
-    stream.size = static_cast<uint32_t>(chunk.size());
+AviRiff::Place AviRiff::AppendStandardIndex(AviStandardIndex& index) {
+    const std::span<const uint8_t> chunk = index.Compose(base_ + movi_at_);
+    const Place place{base_ + size_, static_cast<uint32_t>(chunk.size())};
     Append(chunk);
+    return place;
 }
 
 void AviRiff::Append(std::span<const uint8_t> bytes) {
@@ -95,7 +97,7 @@ void AviRiff::WriteAt(uint32_t at, const ByteCursor& bytes) const {
     output_.write(output_.user, bytes.Data(), bytes.Size(), base_ + at);
 }
 
-AviRiffWriter::AviRiffWriter(AviOutput output, CGrowBuffer& scratch) : AviRiff(output, scratch, 0, kMoviFourCCAt) {
+AviRiffWriter::AviRiffWriter(AviOutput output, AviWork& work) : AviRiff(output, work, 0, kMoviFourCCAt) {
 }
 
 void AviRiffWriter::WriteStart(const AviHeaderBlock& header) {
@@ -144,8 +146,8 @@ void AviRiffWriter::WriteMoviHeader() {
     WriteAt(kMoviListAt, out);
 }
 
-AvixWriter::AvixWriter(AviOutput output, CGrowBuffer& scratch, uint64_t base)
-    : AviRiff(output, scratch, base, kAvixMoviFourCCAt) {
+AvixWriter::AvixWriter(AviOutput output, AviWork& work, uint64_t base)
+    : AviRiff(output, work, base, kAvixMoviFourCCAt) {
 }
 
 void AvixWriter::Close() {

@@ -25,6 +25,13 @@ struct AviChunk {
     uint32_t length;
 };
 
+// What one RIFF leaves to the next, so that a long file goes on in the memory that it has.
+struct AviWork {
+    CGrowBuffer chunk;  // each chunk is composed here
+    AviStandardIndex video_index{AviStream::Video};
+    AviStandardIndex audio_index{AviStream::Audio};
+};
+
 // What both kinds have: chunks in a "movi" list, a standard index over each stream, and the limit.
 class AviRiff {
   public:
@@ -36,7 +43,7 @@ class AviRiff {
 
   protected:
     // `movi_at` is the place of the "movi" fourcc in the RIFF; the chunks begin behind it.
-    AviRiff(AviOutput output, CGrowBuffer& scratch, uint64_t base, uint32_t movi_at);
+    AviRiff(AviOutput output, AviWork& work, uint64_t base, uint32_t movi_at);
     ~AviRiff() = default;
 
     // Writes a chunk at the end and enters it into the standard index. False, with nothing written, when memory ran
@@ -49,26 +56,26 @@ class AviRiff {
     uint32_t MoviOffset() const { return size_ - movi_at_; }
 
   private:
-    struct Stream {
-        AviStandardIndex index;
-        uint64_t position = 0;  // of the index as written last
-        uint32_t size = 0;      // of the index as written last, in bytes
+    // Where a standard index was written last.
+    struct Place {
+        uint64_t position = 0;
+        uint32_t size = 0;
     };
 
-    void AppendStandardIndex(Stream& stream);
+    Place AppendStandardIndex(AviStandardIndex& index);
 
     AviOutput output_;
-    CGrowBuffer& scratch_;  // each chunk is composed here
+    AviWork& work_;
     uint64_t base_;
     uint32_t movi_at_;
     uint32_t size_;
-    Stream video_{AviStandardIndex(AviStream::Video)};
-    Stream audio_{AviStandardIndex(AviStream::Audio)};
+    Place video_index_;
+    Place audio_index_;
 };
 
 class AviRiffWriter : public AviRiff {
   public:
-    AviRiffWriter(AviOutput output, CGrowBuffer& scratch);
+    AviRiffWriter(AviOutput output, AviWork& work);
 
     // The start of the file: RIFF header, header list, header of the "movi" list.
     void WriteStart(const AviHeaderBlock& header);
@@ -88,7 +95,7 @@ class AviRiffWriter : public AviRiff {
 
 class AvixWriter : public AviRiff {
   public:
-    AvixWriter(AviOutput output, CGrowBuffer& scratch, uint64_t base);
+    AvixWriter(AviOutput output, AviWork& work, uint64_t base);
 
     bool Write(const AviChunk& chunk) { return AppendChunk(chunk); }
     void Close();

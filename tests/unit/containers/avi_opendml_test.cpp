@@ -435,6 +435,19 @@ int32_t DropBlock(const MXOutputBlock* /*block*/, void* /*user*/) {
     return 0;
 }
 
+// The next RIFF goes on in the memory of the one before. What is made: its writer, and the index of the sound that
+// never came, which is written all the same.
+TEST_F(AviLimit, AnAvixTakesOverTheIndexes) {
+    packet.setCallback(DropBlock, nullptr);
+    for (int i = 0; i < 5000; ++i)
+        Give(16);
+    const test::AllocationCounter allocations;
+    EXPECT_EQ(Give(kRest), 0u);  // ends the first RIFF
+    for (int i = 0; i < 5000; ++i)
+        Give(16);
+    EXPECT_EQ(allocations.Count(), 2u);
+}
+
 TEST_F(AviLimit, AWriterThatCannotBeMadeIsMissedByTheNextFrame) {
     packet.setCallback(DropBlock, nullptr);
     EXPECT_EQ(Give(kRest - 100), 0u);
