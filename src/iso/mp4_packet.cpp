@@ -195,8 +195,17 @@ void CMp4Packet::WriteCopied(uint32_t trackType, const MXFrameInfo& frame) {
     moov_->Update(trackType, sample);
     mdat_->Update(sample.length);
     if (HasMdatPerSample(variant_)) mdat_->Write(&workBuffer_);
-    if (workBuffer_.Append(sample.data, sample.length) != MX_OK) return;
-    writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), writePos_);
+    if (workBuffer_.Append(sample.data, sample.length) == MX_OK) {
+        writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), writePos_);
+        return;
+    }
+    // No room for a copy. The tables and mdat count the sample by now, so it goes out from where it lies.
+    workBuffer_.Reset();
+    if (HasMdatPerSample(variant_)) {
+        if (mdat_->Write(&workBuffer_) != workBuffer_.Size()) return;
+        writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), writePos_);
+    }
+    writePos_ += EmitAt(sample.data, sample.length, writePos_);
 }
 
 uint32_t CMp4Packet::createTailer(const void* /*info*/, uint32_t /*unused*/) {
@@ -214,7 +223,10 @@ uint32_t CMp4Packet::createTailer(const void* /*info*/, uint32_t /*unused*/) {
         moovPos = freePos_;
     }
     written += moov_->Write(&workBuffer_);
-    if (workBuffer_.Size() != written) return MX_NO_RESOURCES;
+    if (workBuffer_.Size() != written) {
+        if (gap >= need) free_->Init(gap);  // the gap is still whole when the tail is asked for again
+        return MX_NO_RESOURCES;
+    }
     writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), moovPos);
     if (HasMdatPerSample(variant_)) return MX_OK;
     if (mdat_ == nullptr) return MX_FAILED;
