@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
-#include <vector>
 
 #include "codec/audio_measures.h"
 #include "codec/audio_specific_config.h"
@@ -95,7 +94,7 @@ uint32_t CMkvPacket::createHeader(MXHeaderInfo* /*info*/, uint32_t /*unused*/) {
     Emit(tracks, elements_->tracks.WriteId(tracks));
     position_ += kSizeSize;  // the tail fills it in
     first_cluster_position_ = segment_position_ + elements_->seek_head.GetTotalSize() + kTracksSpan;
-    cluster_.position = first_cluster_position_;
+    if (cluster_index_ == 0) cluster_.position = first_cluster_position_;
     return MX_OK;
 }
 
@@ -254,6 +253,8 @@ uint32_t CMkvPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     const CMXAutoMutexLock lock(mutex_);
     if (work_ == nullptr || !elements_) return MX_FAILED;
 
+    // Ahead of everything else: when there is no memory for it, nothing has gone out.
+    const std::vector<uint8_t> cues = ComposeCues();
     WriteTrackEntries();
     const uint64_t clusters = finished_clusters_ + cluster_.total;
     const uint64_t cues_position = first_cluster_position_ + clusters;
@@ -262,8 +263,8 @@ uint32_t CMkvPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
         WriteSeekEntries(seek, info_position_ - segment_position_, tracks_position_ - segment_position_,
                          static_cast<uint32_t>(cues_position - segment_position_));
     EmitAt(seek, seek_size, uint64_t{segment_position_} + kSeekEntriesOffset);
-    const uint64_t cues = WriteCues(cues_position);
-    EmitSize8(clusters + cues + CMetaseekBox::kTotalSize + kTracksSpan, segment_size_position_);
+    EmitAt(cues.data(), static_cast<uint32_t>(cues.size()), cues_position);
+    EmitSize8(clusters + cues.size() + CMetaseekBox::kTotalSize + kTracksSpan, segment_size_position_);
     return MX_OK;
 }
 
@@ -281,7 +282,7 @@ void CMkvPacket::WriteTrackEntries() {
     EmitSize8(kTrackEntriesRoom - size, position + size + 1);
 }
 
-uint64_t CMkvPacket::WriteCues(uint64_t position) {
+std::vector<uint8_t> CMkvPacket::ComposeCues() const {
     std::vector<uint8_t> bytes(kMasterHeadSize + size_t{cue_count_} * kCuePointSize);
     const auto size = static_cast<uint32_t>(bytes.size());
     ByteCursor out(bytes.data(), size);
@@ -295,8 +296,7 @@ uint64_t CMkvPacket::WriteCues(uint64_t position) {
         PutElement(out, ElementId::kCueClusterPosition, 4).BE32(cues_[i].cluster_position);
         PutElement(out, ElementId::kCueRelativePosition, 2).BE16(cues_[i].relative_position);
     }
-    EmitAt(bytes.data(), size, position);
-    return size;
+    return bytes;
 }
 
 uint32_t CMkvPacket::getBackup(MXOutputBlock* /*block*/) {

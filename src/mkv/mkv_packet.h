@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 #include "core/mutex.h"
 #include "core/package.h"
@@ -67,7 +68,7 @@ class CMkvPacket : public CPackage {
     bool Fits(uint32_t kind, uint32_t data_length) const;
     void WriteBlock(uint8_t track, const MkvBlock& block);
     void WriteTrackEntries();
-    uint64_t WriteCues(uint64_t position);
+    std::vector<uint8_t> ComposeCues() const;
     // At the write position, which moves on.
     void Emit(const void* data, uint32_t length);
     void EmitId(ElementId id);

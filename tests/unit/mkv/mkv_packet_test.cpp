@@ -454,6 +454,23 @@ TEST_F(MkvPacket, TheTailMayBeRepeatedAndFramesMayFollow) {
     EXPECT_EQ(packet.uninit(), 0u);
 }
 
+TEST_F(MkvPacket, ASecondHeaderMovesOnlyAFirstClusterThatIsStillToCome) {
+    Start();
+    ASSERT_EQ(packet.createHeader(nullptr, 0), 0u);
+    // The second head begins behind the first one's Tracks size.
+    EXPECT_EQ(sink.blocks[0].offset, 633);
+    sink.blocks.clear();
+    Key(1);
+    EXPECT_EQ(sink.blocks[0].offset, 633 + 1059);
+    P(1);
+    EXPECT_EQ(LastBlock().offset, 633 + 1059 + 16 + 29 + 16);
+    // In the second cluster it is the next one that counts, and that begins where the second one ends.
+    ASSERT_EQ(packet.createHeader(nullptr, 0), 0u);
+    sink.blocks.clear();
+    P(1);
+    EXPECT_EQ(sink.blocks[0].offset, 633 + 1059 + 16 + 29 + 16 + 13);
+}
+
 TEST_F(MkvPacket, BackupLeavesTheBlockAlone) {
     MXOutputBlock block{};
     block.length = 77;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "mkv/mkv_packet.h"
 #include "mkv_file.h"
@@ -79,6 +80,22 @@ TEST(MkvResources, OnlyTheTailAllocates) {
     EXPECT_EQ(counter.Count(), 0u);
     packet->createTailer(nullptr, 0);
     EXPECT_EQ(counter.Count(), 1u);  // the Cues
+}
+
+TEST(MkvResources, ATailWithoutMemoryWritesNothingAndMayBeRepeated) {
+    File file(4096);
+    const MXCreateParam param = file.Param();
+    const auto packet = std::make_unique<CMkvPacket>(MX_FORMAT_MKV, &param);
+    Start(*packet);
+    Give(*packet, MX_SUB_I, 25);
+    {
+        const test::FailingAllocations no_memory;
+        EXPECT_THROW(packet->createTailer(nullptr, 0), std::bad_alloc);
+    }
+    EXPECT_EQ(file.Number(625, 8), 0u);  // the size of Tracks
+    EXPECT_EQ(packet->createTailer(nullptr, 0), 0u);
+    EXPECT_NE(file.Number(625, 8), 0u);
+    EXPECT_EQ(file.Number(1059 + 16 + kBlock, 4), 0x1C53BB6Bu);
 }
 
 // About 3.5 MiB are the most that a handle may take beside its work buffer.
