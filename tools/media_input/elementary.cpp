@@ -141,7 +141,7 @@ std::array<uint8_t, 7> AdtsConfig::Header(size_t payload_size) const {
     return {0xFF,
             0xF1,
             static_cast<uint8_t>((object_type - 1) << 6 | rate_index << 2 | channel_config >> 2),
-            static_cast<uint8_t>((channel_config & 3) << 6 | (size >> 11 & 3)),
+            static_cast<uint8_t>((channel_config & 3u) << 6 | (size >> 11 & 3u)),
             static_cast<uint8_t>(size >> 3 & 0xFF),
             static_cast<uint8_t>((size & 7) << 5 | 0x1F),
             0xFC};
