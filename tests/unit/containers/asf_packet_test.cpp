@@ -339,8 +339,10 @@ TEST_F(AsfPacket, AFrameWhoseIndexEntryHasNoMemoryLeavesNoTrace) {
     EXPECT_EQ(Slice(sink.Last(), 768 + 40, 8), Bytes(kOne8));
 }
 
-TEST_F(AsfPacket, TheFinalHeaderTellsOfTheFirstKeyFrame) {
+TEST_F(AsfPacket, TheFinalHeaderTellsOfTheFirstFrames) {
     Video(file, 3);
+    Audio(file, ByteVector(160));
+    Audio(file, ByteVector(160), MX_AUDIO_PCM16);
     ByteVector data(3, 0x55);
     MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MJPEG, MX_SUB_I);
     frame.width = 640;
@@ -351,7 +353,8 @@ TEST_F(AsfPacket, TheFinalHeaderTellsOfTheFirstKeyFrame) {
     file.createTailer(nullptr, 0);
     EXPECT_EQ(Slice(sink.Last(), 30 + 48, 8), Bytes(kNowBytes));
     EXPECT_EQ(Slice(sink.Last(), 134 + 46 + 39 + 76, 8), Bytes(k400000));
-    EXPECT_EQ(Slice(sink.Last(), 768 - 129, 129), kH264Stream);
+    EXPECT_EQ(Slice(sink.Last(), 768 - 129 - 116, 245),
+              kH264Stream + AudioStream("06 00  01 00  40 1F 00 00  80 3E 00 00  01 00  10 00", "00 00"));
 }
 
 TEST_F(AsfPacket, UninitEmptiesTheIndex) {
@@ -521,6 +524,15 @@ TEST_F(AsfMpeg4, WithoutAPictureStartThereIsNoConfiguration) {
     ByteVector data = Bytes("00 00 01 B0 01 02 03 04 05 06 07 08");
     EXPECT_EQ(Give(file, data), data);
     EXPECT_EQ(Slice(sink.file, 768 - 129, 129), VideoStream("81", "33", "28", "M4S2"));
+}
+
+TEST_F(AsfMpeg4, OtherCodecsKeepWhatLooksLikeAConfiguration) {
+    ByteVector data = Bytes("00 00 01 20 AA") + vop;
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    EXPECT_EQ(file.inputFrame(&frame, 0), 0u);
+    EXPECT_EQ(frame.frame_size, 12u);
+    EXPECT_EQ(Slice(sink.file, kDataStart + 28, 12), data);
+    EXPECT_EQ(Slice(sink.file, 768 - 129, 129), kH264Stream);
 }
 
 TEST_F(AsfPacket, AFrameMustFitTheWorkBufferWithItsHeaders) {

@@ -183,6 +183,39 @@ TEST_F(AviPacket, AnOddFrameMovesTheNextOffsetByItsPad) {
     EXPECT_EQ(Slice(sink.file, 4116, 12), Text("LIST") + Bytes("1A 00 00 00") + Text("movi"));
 }
 
+TEST_F(AviPacket, TheLargestFrameOfBothStreamsSuggestsTheBuffer) {
+    packet.createHeader(nullptr, 0);
+    Video(ByteVector(8));
+    Audio(ByteVector(6));
+    EXPECT_EQ(Slice(TailList(), 12 + 36, 4), Bytes("08 00 00 00"));
+    CAviPacket loud(MX_FORMAT_AVI, &param);
+    loud.createHeader(nullptr, 0);
+    ByteVector data(8);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    frame.frame_size = 4;
+    loud.inputFrame(&frame, 0);
+    frame = test::AudioFrame(data, MX_AUDIO_ALAW);
+    loud.inputFrame(&frame, 0);
+    loud.createTailer(nullptr, 0);
+    EXPECT_EQ(Slice(sink.Last(), 12 + 36, 4), Bytes("08 00 00 00"));
+}
+
+TEST_F(AviPacket, AStreamStaysAsItOpened) {
+    packet.createHeader(nullptr, 0);
+    Video(ByteVector(4));
+    Audio(ByteVector(160));
+    ByteVector data(4);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
+    frame.width = 640;
+    frame.frame_rate = 50;
+    packet.inputFrame(&frame, 0);
+    Audio(ByteVector(160), MX_AUDIO_PCM16, 48000, 8, 2);
+    EXPECT_EQ(Slice(TailList(), 76, 1156 + 1134),
+              VideoList("H264", "02 00 00 00", "04 00 00 00") +
+                  AudioList("66 04 00 00", "01 00 00 00", "40 1F 00 00", "02 00 00 00", "A0 00 00 00", "02 00 00 00",
+                            "00 00 00 00 80 07 38 04", "06 00  01 00  40 1F 00 00  80 3E 00 00  01 00  10 00  00 00"));
+}
+
 TEST_F(AviPacket, IndexFlagsByKindOfFrame) {
     packet.createHeader(nullptr, 0);
     Video(ByteVector(2));
