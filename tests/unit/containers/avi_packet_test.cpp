@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 
 #include "support/allocation_counter.h"
 #include "support/frames.h"
@@ -487,94 +485,6 @@ TEST_F(AviPacket, ASteadyStreamAllocatesForItsIndexesAlone) {
         packet.inputFrame(&audio, 0);
     }
     EXPECT_EQ(allocations.Count(), 2u);
-}
-
-TEST(AviSuperIndex, KeepsTheFirst62Entries) {
-    AviSuperIndex index(AviStream::Audio);
-    for (uint32_t i = 1; i <= 62; ++i)
-        index.Add(uint64_t{i} << 32, i, 1000);
-    std::vector<uint8_t> area(1032);
-    ByteCursor full(area.data(), 1032);
-    index.Write(full);
-    EXPECT_EQ(full.Size(), 1032u);
-    EXPECT_EQ(Slice(area, 0, 32),
-              Text("indx") + Bytes("00 04 00 00  04 00 00 00  3E 00 00 00") + Text("01wb") + ByteVector(12));
-    EXPECT_EQ(Slice(area, 32, 16), Bytes("00 00 00 00 01 00 00 00  01 00 00 00  E8 03 00 00"));
-    EXPECT_EQ(Slice(area, 1008, 24), Bytes("00 00 00 00 3E 00 00 00  3E 00 00 00  E8 03 00 00") + ByteVector(8));
-    EXPECT_EQ(index.Duration(), 62000u);
-
-    index.Add(99, 99, 99);
-    std::vector<uint8_t> again(1032);
-    ByteCursor out(again.data(), 1032);
-    index.Write(out);
-    EXPECT_EQ(again, area);
-    EXPECT_EQ(index.Entries(), 62u);
-    EXPECT_EQ(index.Duration(), 62000u);
-}
-
-TEST(AviStandardIndex, Bytes) {
-    AviStandardIndex index(AviStream::Audio);
-    EXPECT_EQ(index.Entries(), 0u);
-    index.Add(12, 5);
-    index.Add(26, 0x80000004);
-    EXPECT_EQ(index.Entries(), 2u);
-    const auto chunk = index.Compose(0x0000000140000014);
-    EXPECT_EQ(ByteVector(chunk.begin(), chunk.end()),
-              Text("ix01") + Bytes("28 00 00 00  02 00 00 01  02 00 00 00") + Text("01wb") +
-                  Bytes("14 00 00 40 01 00 00 00  00 00 00 00  0C 00 00 00 05 00 00 00  1A 00 00 00 04 00 00 80"));
-}
-
-TEST(AviStandardIndex, AnEmptyOneIsAHeader) {
-    AviStandardIndex index(AviStream::Video);
-    const auto chunk = index.Compose(4124);
-    EXPECT_EQ(ByteVector(chunk.begin(), chunk.end()), Text("ix00") + Bytes("18 00 00 00  02 00 00 01  00 00 00 00") +
-                                                          Text("00dc") + Bytes("1C 10 00 00 00 00 00 00  00 00 00 00"));
-}
-
-TEST(AviIndex, OneThatLostItsMemoryStartsAgain) {
-    AviStandardIndex index(AviStream::Video);
-    for (uint32_t i = 0; i < 2044; ++i)  // fills the first 16384 bytes
-        index.Add(i, i);
-    {
-        const test::FailingAllocations failing;
-        index.Add(1, 1);
-        EXPECT_EQ(index.Entries(), 0u);
-        EXPECT_EQ(index.Compose(0).size(), 32u);
-        AviStandardIndex without_memory(AviStream::Video);
-        EXPECT_TRUE(without_memory.Compose(0).empty());
-    }
-    index.Add(7, 8);
-    EXPECT_EQ(index.Entries(), 1u);
-    EXPECT_EQ(index.Compose(0).size(), 40u);
-}
-
-TEST(AviRecord, ADifferenceInSizeIsSaid) {
-    const std::pair<AviRecord, const char*> cases[] = {
-        {AviRecord::HeaderList, "WriteHeaderList Error! HeaderList Size = 7, Actual Size = 5 \n"},
-        {AviRecord::MainHeader, "WriteMainHeader Error! MainHeader Size = 7, Actual Size = 5 \n"},
-        {AviRecord::Junk, "WriteJunk Error! Junk Size = 7, Actual Size = 5 \n"},
-        {AviRecord::VideoStreamList, "WriteVideoStreamList Error! VideoStream Size = 7, Actual Size = 5 \n"},
-        {AviRecord::AudioStreamList, "WriteAudioStreamList Error! AudioStream Size = 7, Actual Size = 5 \n"},
-        {AviRecord::StreamHeader, "WriteStreamHeader Error! StreamHeader Size = 7, Actual Size = 5 \n"},
-        {AviRecord::BitmapInfo, "WriteBitmapInfo Error! Bitmap Size = 7, Actual Size = 5 \n"},
-        {AviRecord::Waveformat, "WriteWaveformat Error! WaveFormat Size = 7, Actual Size = 5 \n"}};
-    for (const auto& [record, text] : cases) {
-        testing::internal::CaptureStdout();
-        CheckAviSize(record, 7, 7);
-        CheckAviSize(record, 7, 5);
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), text);
-    }
-}
-
-TEST(AviHeaderBlock, AListThatIsCutIsSaid) {
-    const AviHeaderBlock header;
-    uint8_t area[AviHeaderBlock::kListSize - 1];
-    ByteCursor out(area);
-    testing::internal::CaptureStdout();
-    header.Write(out);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "WriteJunk Error! Junk Size = 4028, Actual Size = 8 \n"
-              "WriteHeaderList Error! HeaderList Size = 4104, Actual Size = 84 \n");
 }
 
 TEST_F(AviPacket, Capacity) {
