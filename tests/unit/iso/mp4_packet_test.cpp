@@ -50,6 +50,29 @@ TEST(Mp4Packet, TheHeadInItsBytes) {
                                               Bytes("00 00 00 00 00 00 00 10"));
 }
 
+// The head, a block a frame, the index at the end, and the only step back: the header of mdat with its final size.
+TEST(Mp4Packet, WhatEachOutputCallHolds) {
+    for (const uint32_t format : kOneMdat) {
+        Recording recording(format);
+        recording.Key();
+        recording.Audio(AdtsFrame(9, 0xA1));
+        recording.Ext({7, 7, 7});
+        const IsoFile file = recording.Finish();
+        const auto head = static_cast<int64_t>(FtypSize(format) + 8 + MdatHeader(format));
+        const int64_t offsets[] = {0,         head,      head + 32,
+                                   head + 41, head + 44, static_cast<int64_t>(FtypSize(format)) + 8};
+        const size_t sizes[] = {static_cast<size_t>(head), 32, 9, 3, file.Size("moov"), MdatHeader(format)};
+        ASSERT_EQ(recording.sink.blocks.size(), 6u);
+        for (size_t i = 0; i < 6; ++i) {
+            EXPECT_EQ(recording.sink.blocks[i].offset, offsets[i]) << i;
+            EXPECT_EQ(recording.sink.blocks[i].offset32, offsets[i]) << i;
+            EXPECT_EQ(recording.sink.blocks[i].seek_type, 0u) << i;
+            EXPECT_EQ(recording.sink.blocks[i].data.size(), sizes[i]) << i;
+        }
+        EXPECT_EQ(file.Size("mdat"), MdatHeader(format) + 44);
+    }
+}
+
 TEST(Mp4Packet, ThreeGpIsMp4ToTheByte) {
     const ScopedClock clock(1700000000);
     ByteVector files[2];

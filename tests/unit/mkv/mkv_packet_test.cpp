@@ -120,6 +120,23 @@ TEST_F(MkvPacket, TwoOutputCallsForEachBlock) {
     EXPECT_EQ(sink.blocks[8].data, Bytes("01 00 00 00 00 00 00 2E"));
 }
 
+TEST_F(MkvPacket, TheTailGoesOutPieceByPiece) {
+    Start();
+    Key();
+    Audio(Bytes(kAacFrame));
+    sink.blocks.clear();
+    Finish();
+    // The entries, the size around them, the Void's ID and its size, the Seek entries, the Cues, the Segment's size.
+    const int64_t offsets[] = {633, 625, 777, 778, 64, 1059 + 16 + 29 + 10, 51};
+    const size_t sizes[] = {144, 8, 1, 8, 51, 12 + 23, 8};
+    ASSERT_EQ(sink.blocks.size(), 7u);
+    for (size_t i = 0; i < 7; ++i) {
+        EXPECT_EQ(sink.blocks[i].offset, offsets[i]) << i;
+        EXPECT_EQ(sink.blocks[i].offset32, offsets[i]) << i;
+        EXPECT_EQ(sink.blocks[i].data.size(), sizes[i]) << i;
+    }
+}
+
 // -------------------------------------------------------------------------------------- clusters and times
 
 TEST_F(MkvPacket, TheTwentySixthFrameOpensTheNextCluster) {
