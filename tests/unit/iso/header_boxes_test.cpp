@@ -100,6 +100,14 @@ TEST(Mdhd, VideoCountsMilliseconds) {
                                  Bytes("00 00 03 E8  00 00 0F A0  55 C4 00 00"));
 }
 
+TEST(Mdhd, TimesAreThoseOfItsConstruction) {
+    ScopedClock clock(kNow);
+    CBox_mdhd mdhd;
+    clock.Set(kNow + 1000);
+    mdhd.Init(2, &kAudio);
+    EXPECT_EQ(test::Slice(Written(mdhd), 12, 8), Bytes(kTimes));
+}
+
 TEST(Mdhd, AudioCountsSamples) {
     const ScopedClock clock(kNow);
     CBox_mdhd mdhd;

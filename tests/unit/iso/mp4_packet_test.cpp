@@ -463,6 +463,30 @@ TEST(Mp4Packet, BeforeInitAndAfterUninitThereIsNoTree) {
     EXPECT_EQ(packet.uninit(), 0u);
 }
 
+TEST(Mp4Packet, AfterUninitTracksBeginAnewButThePositionAndPrivateDataGoOn) {
+    Recording recording(0);
+    recording.Key();
+    recording.Audio(AdtsFrame(9));
+    recording.Ext({7, 7, 7});
+    recording.Finish();
+    const auto end = static_cast<int64_t>(recording.sink.file.size());
+    recording.packet.uninit();
+    recording.packet.init();
+    recording.packet.createHeader(nullptr, 0);
+    EXPECT_EQ(recording.sink.blocks.back().offset, end);
+    const size_t blocks = recording.sink.blocks.size();
+    recording.Video(PFrame());
+    recording.Audio(AdtsFrame(9));
+    EXPECT_EQ(recording.sink.blocks.size(), blocks);
+    // Private data has begun, and does not wait for a key frame again.
+    recording.Ext({7, 7, 7});
+    EXPECT_EQ(recording.sink.blocks.size(), blocks + 1);
+    recording.Key();
+    recording.Audio(AdtsFrame(5), 26, 1);
+    EXPECT_EQ(recording.Backup().Offsets(0), Numbers{static_cast<uint64_t>(end) + 48 + 3});
+    EXPECT_EQ(recording.Backup().Sizes(1), Numbers{5});
+}
+
 TEST(Mp4Packet, ACallbackThatTakesLessMovesWhatFollows) {
     Recording recording(0);
     recording.sink.accept = {-1, 5};
