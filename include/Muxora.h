@@ -163,14 +163,21 @@ class BASALT_API IMuxora : public Basalt::IUnknown {
      * Gives the last block that the frame before made, once. A format that makes several blocks of a frame leaves only
      * the last one.
      *
-     * @param out Takes a new object; its bytes are the component's and last until the next inputFrame.
+     * @param out Takes a new object; its bytes are the component's and last until the next inputFrame. After
+     *            inputFrameEx on OVX, RTP and TS they are those of the caller's packet.
      * @return False with MUXORA_NO_PACKET if there is none, or it was fetched before; false when memory ran out.
      */
     virtual bool getPacket(Basalt::TSharedPtr<IMuxoraData>& out);
 
     /**
-     * Packs one frame into the caller's packet, whose size then tells how much of its capacity was filled. OVX, PS, RTP
-     * and TS do so; the others give true and write nothing.
+     * Packs one frame into the caller's packet:
+     *
+     * OVX: up to capacity(); size() becomes the length of the unit, 0 if there is none.
+     * RTP: the same with all packets of the frame, one behind the other, but H.265 and JPEG leave size() at 0.
+     * TS:  up to size(), or up to capacity() if that is 0; size() stays.
+     * PS:  as inputFrame; the packet is not used.
+     *
+     * getPacket gives the last block in all of these. The other formats give true and write nothing.
      *
      * @return As inputFrame; also false if the packet has no buffer. A packet that is too small is refused.
      */

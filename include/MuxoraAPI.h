@@ -347,7 +347,8 @@ MX_API uint32_t MX_InputFrame(MXHandle handle, MXFrameInfo* frame) MX_NOEXCEPT;
  * Finishes the container: writes what the format has at its end and patches its head.
  *
  * @param unused Ignored.
- * @return MX_OK, MX_NULL_HANDLE, MX_FAILED (on an RTP handle always: RTP has no tail), or MX_NO_RESOURCES.
+ * @return MX_OK, MX_NULL_HANDLE, MX_FAILED (wrong order of calls; on an RTP handle always: RTP has no tail), or
+ *         MX_NO_RESOURCES.
  */
 MX_API uint32_t MX_CreateTailer(MXHandle handle, void* unused) MX_NOEXCEPT;
 

@@ -245,6 +245,33 @@ TEST_F(StreamComponent, PacksIntoTheCallersPacket) {
     EXPECT_EQ(got, unit);
 }
 
+TEST_F(StreamComponent, WhatEachFormatMakesOfTheCallersPacket) {
+    const ByteVector nal = Nal(3000);
+    const auto length = static_cast<unsigned>(nal.size() - 1);  // RTP wants one more readable byte
+    constexpr long long kH265 = 5;
+    struct Case {
+        const char* key;
+        long long codec;
+        bool in_packet;  // the block that getPacket gives lies within the packet
+        bool sized;      // size() tells how much was filled
+    };
+    for (const Case& c : {Case{"ovx", 2, true, true}, Case{"rtp", 2, true, true}, Case{"rtp", kH265, true, false},
+                          Case{"ts", 2, true, false}, Case{"ps", 2, false, false}, Case{"gdps", 2, false, false}}) {
+        CMuxora stream(c.key);
+        CPacket packet(100000);
+        ASSERT_TRUE(stream.inputFrameEx(nal.data(), length, KeyFrame(c.codec), packet)) << c.key;
+        TSharedPtr<IMuxoraData> out;
+        ASSERT_TRUE(stream.getPacket(out)) << c.key;
+        const auto* const block = reinterpret_cast<const uint8_t*>(out->getBuffer());
+        const uint8_t* const first = packet.getBuffer();
+        EXPECT_EQ(block >= first && block + out->getLen() <= first + packet.capacity(), c.in_packet) << c.key;
+        EXPECT_EQ(packet.size() > 3000, c.sized) << c.key;
+        EXPECT_EQ(packet.size() == 0, !c.sized) << c.key;
+        // The last block ends where the packet does.
+        EXPECT_EQ(block + out->getLen() == first + packet.size(), c.sized) << c.key;
+    }
+}
+
 TEST_F(StreamComponent, APacketWithoutABufferIsRefusedWithoutALastError) {
     CMuxora stream("OVX");
     CPacket packet;
