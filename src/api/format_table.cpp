@@ -67,7 +67,7 @@ constexpr Row kFormats[] = {
 template <typename Predicate>
 std::unique_ptr<CPackage> MakeFirst(Predicate matches, const MXCreateParam* param) {
     for (const Row& row : kFormats) {
-        if (matches(row)) return row.make != nullptr ? row.make(row.format, param) : nullptr;
+        if (matches(row)) return row.make(row.format, param);
     }
     return nullptr;
 }
