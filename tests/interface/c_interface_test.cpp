@@ -129,6 +129,22 @@ TEST_P(EveryFormat, UnknownFrameTypeIsRefused) {
     }
 }
 
+TEST_P(EveryFormat, AFrameOfNoTypeGivesFive) {
+    ASSERT_EQ(Start(), 0u);
+    ByteVector data{0, 0, 0, 1, 0x65, 1, 2, 3};
+    MXFrameInfo frame = test::Frame(data, 0, 0);
+    frame.frame_sub_type = 21;
+    EXPECT_EQ(MX_InputFrame(handle.get(), &frame), 5u);
+}
+
+TEST_P(EveryFormat, OnlyOvxLooksAtTheTypeOfACipher) {
+    const bool ovx = GetParam() == MX_FORMAT_OVX || GetParam() == MX_FORMAT_OVX_ALT;
+    const uint8_t key[16] = {};
+    EXPECT_EQ(MX_SetEncryptType(handle.get(), 0, key, 16), 0u);
+    EXPECT_EQ(MX_SetEncryptType(handle.get(), 0, nullptr, 0), 0u);
+    EXPECT_EQ(MX_SetEncryptType(handle.get(), 1, key, 16), ovx ? 3u : 0u);
+}
+
 TEST_P(EveryFormat, UnknownVideoCodecIsRefused) {
     ASSERT_EQ(Start(), 0u);
     ByteVector data{0, 0, 0, 1, 0x65, 1, 2, 3};
@@ -175,6 +191,26 @@ TEST_P(EveryFormat, SetAndGetParamOfTheWrongTypeDoNothing) {
     size = 96;
     EXPECT_EQ(MX_GetParam(handle.get(), 0, &param, &size), 0u);
     EXPECT_EQ(size, 0u);
+    EXPECT_EQ(param.rtp_ssrc, 5u);
+}
+
+TEST(RtpParam, ARecordThatIsTooSmallIsRefused) {
+    Sink sink;
+    const Handle handle = Create(MX_FORMAT_RTP, sink);
+    MXRtpParam param{};
+    param.rtp_ssrc = 5;
+    EXPECT_EQ(MX_SetParam(handle.get(), 0, &param, 96), 0u);
+    param.rtp_ssrc = 6;
+    EXPECT_EQ(MX_SetParam(handle.get(), 0, &param, 95), 3u);
+    // Another type has no effect.
+    EXPECT_EQ(MX_SetParam(handle.get(), 1, &param, 96), 0u);
+    uint32_t size = 95;
+    EXPECT_EQ(MX_GetParam(handle.get(), 0, &param, &size), 3u);
+    EXPECT_EQ(size, 95u);
+    EXPECT_EQ(param.rtp_ssrc, 6u);
+    size = 1000;
+    EXPECT_EQ(MX_GetParam(handle.get(), 0, &param, &size), 0u);
+    EXPECT_EQ(size, 96u);
     EXPECT_EQ(param.rtp_ssrc, 5u);
 }
 
@@ -234,8 +270,18 @@ TEST_P(EveryFormat, CapacityTablesNameWhatTheFormatTakes) {
         const std::vector<uint32_t>& codecs = type == 0 ? expected.video : expected.audio;
         ASSERT_EQ(count, codecs.size());
         const auto* entries = static_cast<const MXCapacityEntry*>(table);
-        for (size_t i = 0; i < codecs.size(); ++i)
+        for (size_t i = 0; i < codecs.size(); ++i) {
             EXPECT_EQ(entries[i].codec, codecs[i]) << "entry " << i;
+            // Any rate, width and channels, but for the PCM of FLV and the audio of GAYS.
+            const bool flv = GetParam() == MX_FORMAT_FLV || GetParam() == MX_FORMAT_FLV_STREAM;
+            const bool flv_pcm = flv && type == 1 && codecs[i] != 26;
+            const bool gays = GetParam() == MX_FORMAT_PS_GAYS && type == 1;
+            EXPECT_EQ(entries[i].samples_per_sec, flv_pcm ? 11000u : gays ? 8000u : 0u) << "entry " << i;
+            EXPECT_EQ(entries[i].bits_per_sample, flv_pcm ? 8u : 0u) << "entry " << i;
+            EXPECT_EQ(entries[i].channels, flv_pcm || gays ? 1u : 0u) << "entry " << i;
+            for (const uint32_t reserved : entries[i].reserved)
+                EXPECT_EQ(reserved, 0u);
+        }
     }
 }
 

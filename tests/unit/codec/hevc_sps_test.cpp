@@ -180,24 +180,32 @@ TEST(HevcSps, In444TheFieldsAreReadOneBitOff) {
     EXPECT_EQ(out.bitDepthLumaMinus8, 0xF8);
 }
 
-TEST(HevcSps, OnlyTheFirst256BytesAreParsed) {
-    // A set whose window offsets push the bit depths behind byte 256: they read as what zeros give.
-    BitString bits = Sps{}.Head();
-    bits.Ue(0).Ue(1).Ue(64).Ue(64).Put(1, 1);
-    ByteVector data = bits.Bytes();
-    data.resize(300, 0xFF);
-    // Up to byte 256 all is ones: window offsets and depths are single bits.
-    EXPECT_EQ(Parsed(data).bitDepthLumaMinus8, 0xF8);
-    ByteVector cut = bits.Bytes();
-    cut.resize(256, 0x00);
-    cut.resize(300, 0xFF);
-    ByteVector alone = cut;
-    alone.resize(256);
-    const HevcSpsSummary long_one = Parsed(cut);
-    const HevcSpsSummary short_one = Parsed(alone);
-    EXPECT_EQ(long_one.bitDepthLumaMinus8, short_one.bitDepthLumaMinus8);
-    EXPECT_EQ(long_one.bitDepthChromaMinus8, short_one.bitDepthChromaMinus8);
-    EXPECT_EQ(long_one.bitDepthLumaMinus8, 0xFF);
+// The longest set that can be read to its end: 7 sub-layers with profile and level, and values of 63 bits each. An
+// emulation byte behind each pair of zeros makes 256 bytes of its 180.
+TEST(HevcSps, TheFirst256BytesAreParsed) {
+    constexpr uint32_t kLongest = 0x7FFFFFFF;  // 31 zeros, a one, 31 zeros
+    BitString bits;
+    bits.Put(0x4201, 16).Put(0, 4).Put(7, 3).Put(0, 1).Put(0, 12 * 8);
+    bits.Put(0x3FFF, 14).Put(0, 2).Put(0, 7 * 96);
+    bits.Ue(kLongest).Ue(kLongest).Ue(kLongest).Ue(kLongest).Put(1, 1);
+    bits.Ue(kLongest).Ue(kLongest).Ue(kLongest).Ue(kLongest);
+    bits.Ue(kLongest).Ue(uint64_t{kLongest} + 4);
+    const ByteVector plain = bits.Bytes();
+    ByteVector escaped;
+    for (size_t i = 0, zeros = 0; i < plain.size(); ++i) {
+        escaped.push_back(plain[i]);
+        zeros = plain[i] == 0 ? zeros + 1 : 0;
+        if (zeros != 2) continue;
+        escaped.push_back(3);
+        zeros = 0;
+    }
+    ASSERT_EQ(plain.size(), 180u);
+    ASSERT_EQ(escaped.size(), 256u);
+    EXPECT_EQ(Parsed(plain).bitDepthChromaMinus8, 0xFB);  // 0x80000003
+    EXPECT_EQ(Parsed(escaped).bitDepthChromaMinus8, 0xFB);
+    EXPECT_EQ(Parsed(escaped + ByteVector(44, 0xFF)).bitDepthChromaMinus8, 0xFB);
+    // Without the last byte 0x7FFFFFFF is left.
+    EXPECT_EQ(Parsed(test::Slice(escaped, 0, 255)).bitDepthChromaMinus8, 0xFF);
 }
 
 TEST(HevcSps, AnyBytesAreSafe) {

@@ -76,8 +76,19 @@ TEST_F(WavPacket, RefusesWhatIsNoAlawOrPcmAudio) {
 
 TEST_F(WavPacket, WantsItsHeaderFirst) {
     EXPECT_EQ(Give({1, 2}), 3u);
+    EXPECT_EQ(Give({1, 2}, MX_AUDIO_AAC), 3u);  // the codec is looked at later
     EXPECT_EQ(packet.createTailer(nullptr, 0), 3u);
     EXPECT_TRUE(sink.blocks.empty());
+}
+
+TEST_F(WavPacket, ASecondHeaderCountsAsMuchAsTheFirst) {
+    packet.createHeader(nullptr, 0);
+    packet.createHeader(nullptr, 0);
+    EXPECT_EQ(sink.file, Header("24 00 00 00", "00 00 00 00"));
+    Give({9});
+    Give({1, 2, 3});
+    ASSERT_EQ(sink.blocks.size(), 4u);
+    EXPECT_EQ(sink.blocks[3].offset, 88);
 }
 
 TEST_F(WavPacket, NullsAndEmptyFramesAreBadArguments) {
@@ -89,6 +100,8 @@ TEST_F(WavPacket, NullsAndEmptyFramesAreBadArguments) {
     EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
     frame.frame_size = 1;
     frame.frame_pointer = nullptr;
+    EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
+    frame.encode_type = MX_AUDIO_AAC;  // the data is looked at first
     EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
 }
 
