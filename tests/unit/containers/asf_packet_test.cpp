@@ -398,6 +398,15 @@ TEST_F(AsfPacket, AFrameOfAnotherChannelMovesTimeOnly) {
     EXPECT_EQ(Head()[14], 2);
 }
 
+TEST_F(AsfPacket, AudioDoesNotLengthenTheFile) {
+    Video(file, 1);
+    Audio(file, ByteVector(800), MX_AUDIO_ALAW, 5000);
+    Video(file, 1, MX_SUB_P);
+    Audio(file, ByteVector(800), MX_AUDIO_ALAW, 5000);
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(Slice(sink.Last(), 30 + 64, 16), Bytes(k400000) + Bytes(k400000));  // Play and Send Duration, 40 ms
+}
+
 TEST_F(AsfPacket, AudioDurationIsTruncated) {
     Video(file, 1);
     const auto give = [&] {
