@@ -30,6 +30,7 @@ class NalReader {
     // way.
     void Copy(uint8_t* out, int64_t from, int64_t count);
 
+    bool IsEndKnown() const { return !open_; }
     // Both are good as soon as EndsBehind has said no.
     int64_t End() const { return end_; }
     bool IsLast() const { return !has_next_; }

@@ -25,11 +25,15 @@ constexpr int64_t kH265FuLength = kH265NalHeaderLength + 1;
 constexpr uint8_t kFuStart = 0x80;
 constexpr uint8_t kFuEnd = 0x40;
 
-// A packet that may become full has its payload copied to `place`, behind its FU header, before anything is known of
-// the end of the unit, which is then found on the way. False if the frame has less, or if the packet has no place.
+// The copy is in vain where the unit turns out to end early. Up to the size of a jumbo frame that costs little, however
+// many small units a frame has.
+constexpr int64_t kMostAhead = 9000;
+
+// A packet that may become full has its payload copied to `place`, behind its FU header, before the end of the unit is
+// known, which is then found on the way. False if it is known, if the frame has less, or if the packet has no place.
 bool CopyAhead(NalReader& units, const MXFrameInfo& frame, int64_t at, int64_t count, uint8_t* place,
                int64_t fu_length) {
-    if (place == nullptr || at + count > frame.frame_size) return false;
+    if (place == nullptr || units.IsEndKnown() || count > kMostAhead || at + count > frame.frame_size) return false;
     units.Copy(place + fu_length, at, count);
     return true;
 }

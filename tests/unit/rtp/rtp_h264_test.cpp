@@ -1,3 +1,5 @@
+#include <ctime>
+
 #include "rtp_fixture.h"
 
 namespace Orvane::Muxora {
@@ -239,6 +241,23 @@ TEST_F(RtpH264, AMaximumLengthWithoutRoomForPayloadIsRefused) {
     EXPECT_EQ(Packets()[0].payload, Bytes("7C 85 AA"));
     EXPECT_EQ(Packets()[1].payload, Bytes("7C 05 BB"));
     EXPECT_EQ(Packets()[3].payload, Bytes("7C 45 EE"));
+}
+
+// Work grows with the frame, not with the frame times the length of a packet.
+TEST_F(RtpH264, ManySmallUnitsUnderAHugeMaximumLength) {
+    constexpr size_t kUnits = 180000;
+    ByteVector frame;
+    for (size_t i = 0; i < kUnits; ++i)
+        frame.insert(frame.end(), {0, 0, 1, 0x41, 0x9A});
+    Set("max_rtp_packet_length", 400000);
+    Set("rtp_packet_output_all_flag", 1);
+    for (const uint32_t sub_type : {MX_SUB_P, MX_SUB_B}) {
+        const std::clock_t start = std::clock();
+        ASSERT_EQ(Video(frame, 2, sub_type), 0u);
+        EXPECT_LT(static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC, 3.0) << "seconds of processor time";
+        EXPECT_EQ(sink.Last().size(), kUnits * 16);
+        sink.Clear();
+    }
 }
 
 }  // namespace
