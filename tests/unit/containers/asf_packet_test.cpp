@@ -4,127 +4,11 @@
 
 #include <algorithm>
 
-#include "core/clock.h"
+#include "asf_fixture.h"
 #include "support/allocation_counter.h"
-#include "support/frames.h"
-#include "support/hex.h"
-#include "support/sink.h"
 
-namespace Orvane::Muxora {
+namespace Orvane::Muxora::AsfTest {
 namespace {
-
-using test::Bytes;
-using test::ByteVector;
-using test::Sink;
-using test::Slice;
-using test::operator+;
-
-constexpr size_t kDataStart = 818;
-constexpr size_t kPacket = 2076;
-
-// 2026-11-21 00:00:00 UTC.
-constexpr int64_t kNow = 0x6A1F9500;
-const char kNowBytes[] = "00 95 1F 6A 00 00 00 00";
-
-const char kFileId[] = "92 8C 60 DF EA 71 FE 43 81 04 22 51 D3 94 F3 9D";
-
-ByteVector HeaderObject(const char* objects) {
-    return Bytes("30 26 B2 75 8E 66 CF 11 A6 D9 00 AA 00 62 CE 6C  00 03 00 00 00 00 00 00") + Bytes(objects) +
-           Bytes("00 00 00 01 02");
-}
-
-ByteVector FileProperties(const char* size, const char* date, const char* packets, const char* duration,
-                          const char* flags) {
-    return Bytes("A1 DC AB 8C 47 A9 CF 11 8E E4 00 C0 0C 20 53 65  68 00 00 00 00 00 00 00") + Bytes(kFileId) +
-           Bytes(size) + Bytes(date) + Bytes(packets) + Bytes(duration) + Bytes(duration) +
-           Bytes("00 00 00 00 00 00 00 00") + Bytes(flags) + Bytes("1C 08 00 00  1C 08 00 00  20 11 17 00");
-}
-
-// With the language list, the extended stream properties and the padding.
-ByteVector HeaderExtension(const char* size, const char* data_size, const char* frame_time, uint8_t padding_size,
-                           uint8_t padding_high) {
-    return Bytes("B5 03 BF 5F 2E A9 CF 11 8E E3 00 C0 0C 20 53 65") + Bytes(size) + Bytes("00 00 00 00 00 00") +
-           Bytes("11 D2 D3 AB BA A9 CF 11 8E E6 00 C0 0C 20 53 65  06 00") + Bytes(data_size) + Bytes("00 00") +
-           Bytes(
-               "A9 46 43 7C E0 EF FC 4B B2 29 39 3E DE 41 5C 85  27 00 00 00 00 00 00 00"
-               "01 00  0C  7A 00 68 00 2D 00 63 00 6E 00 00 00") +
-           Bytes("CB A5 E6 14 72 C6 32 43 83 99 A9 69 52 06 5B 5A  58 00 00 00 00 00 00 00") + ByteVector(16) +
-           ByteVector(28) + Bytes("02 00 00 00  01 00  00 00") + Bytes(frame_time) + Bytes("00 00 00 00") +
-           Bytes("74 D4 06 18 DF CA 09 45 A4 BA 9A AB CB 96 AA E8") + ByteVector{padding_size, padding_high} +
-           Bytes("00 00 00 00 00 00") + ByteVector(static_cast<size_t>(padding_high * 256 + padding_size - 24));
-}
-
-// 1920 by 1080.
-ByteVector VideoStream(const char* size, const char* type_size, const char* format_size, const char* codec,
-                       const char* config = "") {
-    return Bytes("91 07 DC B7 B7 A9 CF 11 8E E6 00 C0 0C 20 53 65") + Bytes(size) + Bytes("00 00 00 00 00 00 00") +
-           Bytes("C0 EF 19 BC 4D 5B CF 11 A8 FD 00 80 5F 5C 44 2B  00 57 FB 20 55 5B CF 11 A8 FD 00 80 5F 5C 44 2B") +
-           ByteVector(8) + Bytes(type_size) + Bytes("00 00 00  00 00 00 00  01 00  00 00 00 00") +
-           Bytes("80 07 00 00  38 04 00 00  02") + Bytes(format_size) + Bytes("00") + Bytes(format_size) +
-           Bytes("00 00 00  80 07 00 00  38 04 00 00  01 00  18 00") + test::Text(codec) + ByteVector(20) +
-           Bytes(config);
-}
-const ByteVector kH264Stream = VideoStream("81", "33", "28", "H264");
-
-ByteVector AudioStream(const char* format, const char* config) {
-    return Bytes("91 07 DC B7 B7 A9 CF 11 8E E6 00 C0 0C 20 53 65  74 00 00 00 00 00 00 00") +
-           Bytes("40 9E 69 F8 4D 5B CF 11 A8 FD 00 80 5F 5C 44 2B  50 CD C3 BF 8F 61 CF 11 8B B2 00 AA 00 B4 E2 20") +
-           ByteVector(8) + Bytes("1E 00 00 00  08 00 00 00  02 00  00 00 00 00") + Bytes(format) + Bytes("02 00") +
-           Bytes(config) + ByteVector(10) + Bytes("01  00 08  00 08  01 00  00");
-}
-
-ByteVector DataHead(const char* size, const char* packets) {
-    return Bytes("36 26 B2 75 8E 66 CF 11 A6 D9 00 AA 00 62 CE 6C") + Bytes(size) + Bytes(kFileId) + Bytes(packets) +
-           Bytes("01 01");
-}
-
-ByteVector PacketHead(const char* padding, const char* send, const char* stream, const char* number, const char* offset,
-                      const char* size, const char* time) {
-    return Bytes("82 00 00 90 5D") + Bytes(padding) + Bytes(send) + Bytes("00 00") + Bytes(stream) + Bytes(number) +
-           Bytes(offset) + Bytes("08") + Bytes(size) + Bytes(time);
-}
-
-const char kZero8[] = "00 00 00 00 00 00 00 00";
-const char kOne8[] = "01 00 00 00 00 00 00 00";
-const char k400000[] = "80 1A 06 00 00 00 00 00";
-
-const ByteVector kFirstHead = HeaderObject("03") + FileProperties(kZero8, kNowBytes, kZero8, kZero8, "02 00 00 00") +
-                              HeaderExtension("F9 01", "CB 01", k400000, 0x4C, 1) + kH264Stream +
-                              DataHead("32 00 00 00 00 00 00 00", kZero8);
-
-class AsfPacket : public testing::Test {
-  protected:
-    AsfPacket() : file(MX_FORMAT_ASF, &param), stream(MX_FORMAT_ASF_STREAM, &param) {}
-
-    static uint32_t Video(CAsfPacket& packet, size_t size, uint32_t sub_type = MX_SUB_I, uint32_t timestamp = 0) {
-        ByteVector data(size, 0x55);
-        MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, sub_type, timestamp);
-        return packet.inputFrame(&frame, 0);
-    }
-    static uint32_t Audio(CAsfPacket& packet, ByteVector data, uint32_t codec = MX_AUDIO_ALAW, uint32_t timestamp = 0,
-                          uint8_t channel = 0) {
-        MXFrameInfo frame = test::AudioFrame(data, codec, timestamp);
-        frame.samples_per_sec = 8000;
-        frame.channels = 1;
-        frame.ma_cur_channel = channel;
-        return packet.inputFrame(&frame, 0);
-    }
-    // The head of a packet of the last block.
-    ByteVector Head(size_t packet = 0) const { return Slice(sink.Last(), packet * kPacket, 28); }
-    uint32_t Word(size_t at) const {
-        const ByteVector& last = sink.Last();
-        return last.at(at) | uint32_t{last.at(at + 1)} << 8 | uint32_t{last.at(at + 2)} << 16 |
-               uint32_t{last.at(at + 3)} << 24;
-    }
-    uint32_t SendTime() const { return Word(7); }
-    uint32_t PresentationTime() const { return Word(24); }
-
-    ScopedClock clock{kNow};
-    Sink sink;
-    MXCreateParam param = sink.Param();
-    CAsfPacket file;
-    CAsfPacket stream;
-};
 
 TEST_F(AsfPacket, TheFirstKeyFrameBringsTheHead) {
     EXPECT_EQ(file.createHeader(nullptr, 0), 0u);
@@ -475,75 +359,6 @@ TEST_F(AsfPacket, CompressionIds) {
     }
 }
 
-class AsfMpeg4 : public AsfPacket {
-  protected:
-    // Gives the frame and what it has become.
-    ByteVector Give(CAsfPacket& packet, ByteVector& data, uint32_t sub_type = MX_SUB_I) {
-        MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, sub_type);
-        EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
-        const auto* first = static_cast<const uint8_t*>(frame.frame_pointer);
-        return {first, first + frame.frame_size};
-    }
-    const ByteVector vop = Bytes("00 00 01 B6 11 22 33");
-};
-
-TEST_F(AsfMpeg4, TheConfigurationMovesToTheHeader) {
-    const char config[] = "00 00 01 B0 01 00 00 01 B5 89";
-    ByteVector data = Bytes("DE AD") + Bytes(config) + vop;
-    EXPECT_EQ(Give(file, data), vop);
-    EXPECT_EQ(Slice(sink.file, 0, kDataStart),
-              HeaderObject("03") + FileProperties(kZero8, kNowBytes, kZero8, kZero8, "02 00 00 00") +
-                  HeaderExtension("EF 01", "C1 01", k400000, 0x42, 1) + VideoStream("8B", "3D", "32", "M4S2", config) +
-                  DataHead("32 00 00 00 00 00 00 00", kZero8));
-    EXPECT_EQ(Slice(sink.file, kDataStart + 28, 8), vop + Bytes("00"));
-    EXPECT_EQ(Slice(sink.file, kDataStart + 20, 4), Bytes("07 00 00 00"));
-}
-
-TEST_F(AsfMpeg4, LaterKeyFramesLoseTheirsAndTheHeaderKeepsTheFirst) {
-    ByteVector first = Bytes("00 00 01 20 AA") + vop;
-    Give(file, first);
-    ByteVector second = Bytes("00 00 01 20 BB CC") + vop;
-    EXPECT_EQ(Give(file, second, MX_SUB_LAYERED_KEY), vop);
-    ByteVector third = second;
-    EXPECT_EQ(Give(file, third, MX_SUB_P), third);
-    file.createTailer(nullptr, 0);
-    EXPECT_EQ(Slice(sink.Last(), 768 - 134, 134), VideoStream("86", "38", "2D", "M4S2", "00 00 01 20 AA"));
-}
-
-TEST_F(AsfMpeg4, AConfigurationOf64BytesIsTakenAndOf65IsNot) {
-    ByteVector fits = Bytes("00 00 01 00") + ByteVector(60, 0x77) + vop;
-    EXPECT_EQ(Give(file, fits), vop);
-    EXPECT_EQ(Slice(sink.file, 768 - 64, 64), Slice(fits, 0, 64));
-    sink.Clear();
-    ByteVector too_long = Bytes("00 00 01 00") + ByteVector(61, 0x77) + vop;
-    EXPECT_EQ(Give(stream, too_long), too_long);
-    EXPECT_EQ(Slice(sink.file, 768 - 129 - 116, 129), VideoStream("81", "33", "28", "M4S2"));
-    EXPECT_EQ(Slice(sink.file, kDataStart + 28, too_long.size()), too_long);
-}
-
-TEST_F(AsfMpeg4, TheLargestConfigurationLeavesPaddingBesideAudio) {
-    ByteVector data = Bytes("00 00 01 00") + ByteVector(60, 0x77) + vop;
-    Give(stream, data);
-    // 216 - 64
-    EXPECT_EQ(Slice(sink.file, 134 + 46 + 39 + 88, 24),
-              Bytes("74 D4 06 18 DF CA 09 45 A4 BA 9A AB CB 96 AA E8  98 00 00 00 00 00 00 00"));
-}
-
-TEST_F(AsfMpeg4, WithoutAPictureStartThereIsNoConfiguration) {
-    ByteVector data = Bytes("00 00 01 B0 01 02 03 04 05 06 07 08");
-    EXPECT_EQ(Give(file, data), data);
-    EXPECT_EQ(Slice(sink.file, 768 - 129, 129), VideoStream("81", "33", "28", "M4S2"));
-}
-
-TEST_F(AsfMpeg4, OtherCodecsKeepWhatLooksLikeAConfiguration) {
-    ByteVector data = Bytes("00 00 01 20 AA") + vop;
-    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
-    EXPECT_EQ(file.inputFrame(&frame, 0), 0u);
-    EXPECT_EQ(frame.frame_size, 12u);
-    EXPECT_EQ(Slice(sink.file, kDataStart + 28, 12), data);
-    EXPECT_EQ(Slice(sink.file, 768 - 129, 129), kH264Stream);
-}
-
 TEST_F(AsfPacket, AFrameMustFitTheWorkBufferWithItsHeaders) {
     // 1009 packets beside the head, 1010 without.
     EXPECT_EQ(Video(file, 1009 * 2048 + 1), 3u);
@@ -562,15 +377,6 @@ TEST_F(AsfPacket, AFrameMustFitTheWorkBufferWithItsHeaders) {
     EXPECT_EQ(Audio(file, ByteVector(1010 * 2048), MX_AUDIO_ALAW, 510), 0u);
     EXPECT_EQ(PresentationTime(), 10u);
     EXPECT_EQ(Head()[14], 1);
-}
-
-TEST_F(AsfMpeg4, ARefusedFrameKeepsItsConfiguration) {
-    ByteVector data = Bytes("00 00 01 20 AA") + vop + ByteVector(1009 * 2048);
-    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_MPEG4, MX_SUB_I);
-    EXPECT_EQ(file.inputFrame(&frame, 0), 3u);
-    const void* const pointer = frame.frame_pointer;
-    EXPECT_EQ(pointer, data.data());
-    EXPECT_EQ(frame.frame_size, data.size());
 }
 
 TEST_F(AsfPacket, WhatItTakes) {
@@ -669,4 +475,4 @@ TEST_F(AsfPacket, Capacity) {
 }
 
 }  // namespace
-}  // namespace Orvane::Muxora
+}  // namespace Orvane::Muxora::AsfTest
