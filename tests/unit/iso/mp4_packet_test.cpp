@@ -276,6 +276,16 @@ TEST(Mp4Packet, PrivateDataLiesInMdatWithNoTable) {
     }
 }
 
+TEST(Mp4Packet, H265StartCodesBecomeLengths) {
+    for (const uint32_t format : kFormats) {
+        Recording recording(format);
+        recording.Video(Bytes("00 00 00 01 40 01 0C  00 00 01 26 01 AF 15"), 0, 12);
+        recording.Video(Bytes("00 00 01 02 01 D0"), 1, 12);
+        EXPECT_EQ(recording.Finish().Samples(0),
+                  (Samples{Bytes("00 00 00 03 40 01 0C  00 00 00 04 26 01 AF 15"), Bytes("00 00 00 03 02 01 D0")}));
+    }
+}
+
 TEST(Mp4Packet, MotionJpegAndMpeg4AreCopiedAsTheyAre) {
     for (const uint32_t codec : {1U, 3U}) {
         Recording recording(0);
@@ -292,6 +302,13 @@ TEST(Mp4Packet, AFrameRateOf0IsTakenFor25) {
     recording.Video(KeyFrame(), 0, 2, 0);
     recording.Video(PFrame(), 1, 2, 0);
     EXPECT_EQ(recording.Finish().Runs(0), (std::vector<std::pair<uint64_t, uint64_t>>{{2, 40}}));
+}
+
+TEST(Mp4Packet, ALaterFrameRateOf0KeepsTheOneBefore) {
+    Recording recording(0);
+    recording.Video(KeyFrame(), 0, 2, 50);
+    recording.Video(PFrame(), 1, 2, 0);
+    EXPECT_EQ(recording.Finish().Runs(0), (std::vector<std::pair<uint64_t, uint64_t>>{{2, 20}}));
 }
 
 // --- the reserved gap

@@ -263,6 +263,7 @@ TEST(Mp4a, EveryListedRateHasItsIndex) {
     // A rate of 0 finds the first of the unused rows, 13.
     EXPECT_EQ(test::Slice(EntryOf(2, Audio(26, 0, 2)), 36, 51), AudioEsds("40", "16 90"));
     // Only four bits of the channel count have room.
+    EXPECT_EQ(test::Slice(EntryOf(2, Audio(26, 48000, 9)), 36, 51), AudioEsds("40", "11 C8"));
     EXPECT_EQ(test::Slice(EntryOf(2, Audio(26, 48000, 17)), 36, 51), AudioEsds("40", "11 88"));
 }
 

@@ -217,6 +217,17 @@ TEST_F(MkvPacket, AFrameRateThatRisesWrapsIn32Bits) {
     EXPECT_EQ(Slice(LastBlock().data, 3, 2), Bytes("6D AB"));
 }
 
+TEST_F(MkvPacket, AtTheLargestFrameRateAllIsInOneCluster) {
+    Start();
+    Key(0xFFFFFFFF);
+    ASSERT_EQ(sink.blocks.size(), 7u);
+    EXPECT_EQ(sink.blocks[0].offset, 1059);
+    sink.blocks.clear();
+    P(0xFFFFFFFF);
+    ASSERT_EQ(sink.blocks.size(), 2u);
+    EXPECT_EQ(Slice(LastBlock().data, 3, 2), Bytes("00 00"));
+}
+
 TEST_F(MkvPacket, WithoutAFrameRateThereIsNoCluster) {
     Start();
     Key(0);
@@ -361,6 +372,9 @@ TEST_F(MkvPacket, WithoutInitEveryFrameIsDropped) {
     EXPECT_EQ(packet.createHeader(nullptr, 0), 3u);
     EXPECT_EQ(Key(), 0u);
     EXPECT_EQ(Audio(Bytes(kAacFrame)), 0u);
+    // What is refused is refused all the same.
+    EXPECT_EQ(packet.inputFrame(nullptr, 0), 3u);
+    EXPECT_EQ(Video(Bytes(kKeyFrame), MX_SUB_I, 25, MX_VIDEO_MJPEG), 5u);
     EXPECT_EQ(packet.createTailer(nullptr, 0), 3u);
     EXPECT_TRUE(sink.blocks.empty());
     EXPECT_EQ(packet.uninit(), 0u);
