@@ -105,7 +105,8 @@ uint32_t CRtpPacket::CheckInput(const MXFrameInfo* frame) const {
 uint32_t CRtpPacket::PackVideo(MXFrameInfo& frame, std::span<uint8_t> area) {
     video_.timestamp = clock_.StepVideo(frame);
     Begin(area, video_);
-    const uint32_t result = Packetise(frame);
+    // A frame may come to no packet at all, and still has to have a place to go to.
+    const uint32_t result = area.data() != nullptr ? Packetise(frame) : uint32_t{MX_FAILED};
     clock_.EndVideo(frame);
     if (result == MX_OK) Send();
     return result;

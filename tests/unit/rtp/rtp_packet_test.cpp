@@ -529,6 +529,15 @@ TEST_F(RtpPacket, WithoutABufferFramesFailAndTheNextOneAsksAgain) {
         MXFrameInfo frame = test::VideoFrame(data, codec, MX_SUB_P, 40);
         EXPECT_EQ(pooled.inputFrame(&frame, 0), 3u) << codec;
     }
+    // So do frames that come to no packet at all.
+    pooled.SetRtpValue("rtp_packet_output_all_flag", 1);
+    for (const uint32_t codec : {3u, 12u}) {
+        data = codec == 3 ? Bytes("FF DA 00 02") : Bytes("02 01 AA BB");
+        MXFrameInfo frame = test::VideoFrame(data, codec, MX_SUB_P, 40);
+        EXPECT_EQ(pooled.inputFrame(&frame, 0), 3u) << codec;
+        Basalt::CPacket none;
+        EXPECT_EQ(pooled.inputFrameEx(&frame, none), 3u) << codec;
+    }
     EXPECT_TRUE(sink.blocks.empty());
     Pool::empty = false;
     Pool::made = 0;
