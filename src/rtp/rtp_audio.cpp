@@ -53,6 +53,11 @@ void CopyRaw(uint8_t* out, const MXFrameInfo& frame, int64_t from, int64_t count
     if (count != there) std::memset(out + there, 0, static_cast<size_t>(count - there));
 }
 
+// Receivers rely on this: the first packet is begun by the time the payload is formed, and takes its number with it.
+uint32_t TooLong(PacketRun& run) {
+    return run.Add(kPrefixLength, 0, false) != nullptr ? MX_NO_RESOURCES : MX_FAILED;
+}
+
 }  // namespace
 
 bool IsRtpAudio(uint32_t encode_type) {
@@ -80,11 +85,11 @@ bool SwapPcm16(MXFrameInfo& frame) {
 uint32_t packetiseGeneric(const MXFrameInfo& frame, PacketRun& run) {
     Payload payload{{}, 0, FrameBytes(frame), frame.frame_size};
     if (frame.encode_type == MX_AUDIO_AAC) {
-        if (frame.frame_size >= kScratchLength) return MX_NO_RESOURCES;
+        if (frame.frame_size >= kScratchLength) return TooLong(run);
         if (frame.frame_size < kAdtsHeaderLength) return MX_FAILED;
         payload = AACFrameData(frame);
     } else if (frame.encode_type == MX_AUDIO_MPEG) {
-        if (frame.frame_size >= kScratchLength - kPayloadHeaderLength) return MX_NO_RESOURCES;
+        if (frame.frame_size >= kScratchLength - kPayloadHeaderLength) return TooLong(run);
         payload = MP2FrameData(frame);
     }
 

@@ -60,6 +60,7 @@ TEST_F(RtpAudio, AnAacFrameOf1500BytesIsTooLong) {
     EXPECT_EQ(Audio(Adts(1500), MX_AUDIO_AAC), 4u);
     EXPECT_TRUE(sink.blocks.empty());
     EXPECT_EQ(Audio(Adts(100), MX_AUDIO_AAC), 0u);
+    EXPECT_EQ(ReadPacket(sink.Last()).sequence, 502u) << "the packet begun took its number";
 }
 
 TEST_F(RtpAudio, AnAacFrameWithoutAWholeHeaderIsRefused) {
