@@ -155,6 +155,16 @@ TEST_F(RtpAudio, LinearPcmOfAnOddLength) {
     EXPECT_EQ(data, Bytes("01 02 03"));
 }
 
+TEST_F(RtpAudio, LinearPcmOfAnOddLengthMovesTheTimeAndIsNotTheFrameBefore) {
+    Set("rtp_audio_sample", 8000);
+    ASSERT_EQ(Audio(Bytes("01 02"), MX_AUDIO_PCM16, 1000), 0u);
+    EXPECT_EQ(Audio(Bytes("01 02 03"), MX_AUDIO_PCM16, 1040), 3u);
+    ASSERT_EQ(Audio(Bytes("01 02"), MX_AUDIO_PCM16, 1080), 0u);
+    // 40 ms, and then 80 from the frame of 1000 ms on.
+    EXPECT_EQ(ReadPacket(sink.Last()).timestamp, 120u * 8u);
+    EXPECT_EQ(ReadPacket(sink.Last()).sequence, 502u) << "no packet was begun";
+}
+
 TEST_F(RtpAudio, LinearPcmIsNotSwappedIntoThePacket) {
     ByteVector data = Bytes("01 02 03 04");
     MXFrameInfo frame = test::AudioFrame(data, MX_AUDIO_PCM16);
