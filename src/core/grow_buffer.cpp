@@ -43,11 +43,6 @@ uint8_t* CGrowBuffer::Extend(uint32_t length) {
     return first;
 }
 
-uint32_t CGrowBuffer::Reset() {
-    size_ = 0;
-    return MX_OK;
-}
-
 uint32_t CGrowBuffer::Reserve(uint32_t length) {
     const uint64_t needed = uint64_t{size_} + length;
     if (data_ != nullptr && needed <= static_cast<uint64_t>(capacity_)) return MX_OK;
@@ -68,6 +63,11 @@ uint32_t CGrowBuffer::Reserve(uint32_t length) {
     if (size_ != 0) std::memcpy(grown.get(), data_.get(), size_);
     data_ = std::move(grown);
     capacity_ = static_cast<int32_t>(capacity);
+    return MX_OK;
+}
+
+uint32_t CGrowBuffer::Reset() {
+    size_ = 0;
     return MX_OK;
 }
 

@@ -18,6 +18,8 @@ class CGrowBuffer {
     uint32_t Append(const void* data, uint32_t length);
     // Adds `length` bytes that the caller fills at once, and returns the first of them; null when memory ran out.
     uint8_t* Extend(uint32_t length);
+    // Room for `length` bytes more, in one step. The block stays where it is until they are added.
+    uint32_t Reserve(uint32_t length);
     // Empties the buffer; capacity and bytes stay. Always MX_OK.
     uint32_t Reset();
 
@@ -26,8 +28,6 @@ class CGrowBuffer {
     int32_t Capacity() const { return capacity_; }
 
   private:
-    uint32_t Reserve(uint32_t length);
-
     std::unique_ptr<uint8_t[]> data_;
     int32_t capacity_ = 0;
     uint32_t size_ = 0;

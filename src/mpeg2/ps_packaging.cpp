@@ -217,6 +217,8 @@ int64_t CPSPackaging::WriteUnits(const MXFrameInfo& frame, StartCodes start_code
     // Bytes in front of the first start code are left out.
     uint32_t at = divided ? NextUnit(data, length, 0, long_codes_only) : 0;
     if (at == length) return kNotPacked;
+    // All at once: the buffer grows in small steps, and each of them moves what is there.
+    if (out->Reserve(length - at) != MX_OK) return kNotPacked;
     int64_t total = 0;
     bool first = true;
     while (at != length) {

@@ -153,6 +153,23 @@ TEST(GrowBuffer, MoreThanASignedCapacityCanSayIsRefused) {
     EXPECT_EQ(buffer.Size(), 0u);
 }
 
+TEST(GrowBuffer, ReservedRoomIsThereWithoutAStep) {
+    CGrowBuffer buffer;
+    buffer.Append("ab", 2);
+    EXPECT_EQ(buffer.Reserve(300000), 0u);
+    EXPECT_EQ(buffer.Size(), 2u);
+    EXPECT_EQ(buffer.Capacity(), 16384 * 16 + 65536);
+    const uint8_t* const block = buffer.Data();
+    const test::AllocationCounter allocations;
+    for (int i = 0; i < 30; ++i)
+        ASSERT_NE(buffer.Extend(10000), nullptr);
+    EXPECT_EQ(allocations.Count(), 0u);
+    EXPECT_EQ(buffer.Data(), block);
+    EXPECT_EQ(buffer.Size(), 300002u);
+    EXPECT_EQ(buffer.Reserve(0x80000000u), 4u);
+    EXPECT_EQ(buffer.Size(), 0u);
+}
+
 TEST(GrowBuffer, AWarmOneDoesNotAllocate) {
     CGrowBuffer buffer;
     const ByteVector data(100000, 7);

@@ -400,6 +400,18 @@ TEST_F(PsPacket, MemoryThatRunsOutFailsTheFrameAlone) {
     EXPECT_EQ(LastPayloads(), std::vector<ByteVector>{kNal});
 }
 
+// The buffer's own steps would move a frame of 8 MB 130 times.
+TEST(PsPacketMemory, ALargeFrameIsAskedForInOneStep) {
+    for (const uint32_t format : {11u, 20u}) {
+        CPsPacket packet(format);
+        ByteVector picture = kNal + ByteVector(8000000, 7);
+        MXFrameInfo frame = test::VideoFrame(picture, MX_VIDEO_H264, 0, 0);
+        const test::AllocationCounter allocations;
+        EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
+        EXPECT_LE(allocations.Count(), 2u);  // the headers may take one more
+    }
+}
+
 TEST(PsPacketMemory, NoneIsAskedForOnceWarm) {
     for (const uint32_t format : {11u, 17u, 18u, 20u}) {
         CPsPacket packet(format);
