@@ -7,10 +7,10 @@
 #include <new>
 
 #include "mkv/mkv_packet.h"
-#include "mkv_file.h"
 #include "support/allocation_counter.h"
 #include "support/frames.h"
 #include "support/hex.h"
+#include "support/mkv_file.h"
 #include "support/sink.h"
 
 namespace Orvane::Muxora {

@@ -9,7 +9,7 @@
 
 #include "mkv/ebml.h"
 #include "mkv/mkv_packet.h"
-#include "mkv_file.h"
+#include "support/mkv_file.h"
 
 namespace Orvane::Muxora {
 namespace {
