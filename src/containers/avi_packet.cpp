@@ -52,7 +52,9 @@ uint32_t CAviPacket::createHeader(MXHeaderInfo* info, uint32_t /*unused*/) {
 uint32_t CAviPacket::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (frame == nullptr) return MX_FAILED;
     if (!checkFrame(frame)) return MX_FRAME_REFUSED;
-    if (!HasData(frame)) return MX_FAILED;
+    // Callers rely on this: without data there is nothing to write, which is no failure; data of no length is one.
+    if (frame->frame_pointer == nullptr) return MX_OK;
+    if (frame->frame_size == 0) return MX_FAILED;
     if (!started_) return MX_OK;
     const std::optional<AviChunk> chunk = MakeChunk(*frame);
     if (!chunk) return MX_OK;

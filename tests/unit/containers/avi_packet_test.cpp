@@ -393,7 +393,7 @@ TEST_F(AviPacket, TheCodecIsCheckedAheadOfTheData) {
     frame.frame_pointer = nullptr;
     EXPECT_EQ(packet.inputFrame(&frame, 0), 5u);
     frame.encode_type = MX_VIDEO_H264;
-    EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
+    EXPECT_EQ(packet.inputFrame(&frame, 0), 0u);
     frame.frame_pointer = data.data();
     frame.frame_size = 0;
     EXPECT_EQ(packet.inputFrame(&frame, 0), 3u);
