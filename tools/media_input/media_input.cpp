@@ -54,7 +54,7 @@ uint32_t SampleBits(uint32_t codec) {
 class FileSource {
   public:
     FileSource(const std::string& path, int first_number, const InputOptions& options)
-        : path_(path), first_number_(first_number) {
+        : path_(path == "-" ? "standard input" : path), first_number_(first_number) {
         CheckPath(path);
         AVDictionary* settings = nullptr;
         // Only raw video has this setting: it has no clock of its own.
@@ -63,11 +63,11 @@ class FileSource {
         const std::string url = path == "-" ? "pipe:0" : IsUrl(path) ? path : "file:" + path;
         const int opened = avformat_open_input(&context, url.c_str(), nullptr, &settings);
         av_dict_free(&settings);
-        if (opened == AVERROR_INVALIDDATA) throw InputError(path + ": is no media file that can be read");
-        if (opened < 0) throw InputError(path + ": cannot be opened: " + AvText(opened));
+        if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + ": is no media file that can be read");
+        if (opened < 0) throw InputError(path_ + ": cannot be opened: " + AvText(opened));
         format_.reset(context);
         const int found = avformat_find_stream_info(format_.get(), nullptr);
-        if (found < 0) throw InputError(path + ": its streams cannot be read: " + AvText(found));
+        if (found < 0) throw InputError(path_ + ": its streams cannot be read: " + AvText(found));
     }
 
     int StreamCount() const { return static_cast<int>(format_->nb_streams); }

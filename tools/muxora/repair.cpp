@@ -168,7 +168,7 @@ void Repair(const RepairArguments& arguments) {
     const std::optional<Snapshot> snapshot = ReadSnapshot(snapshot_path);
     if (layout.complete) {
         // Killed between the last byte and the removal of the snapshot, or repaired before.
-        unlink(snapshot_path.c_str());
+        RemoveSnapshot(snapshot_path);
         Report(arguments, "complete", size, 0);
         return;
     }
@@ -190,7 +190,7 @@ void Repair(const RepairArguments& arguments) {
     file.Flush();
     PatchMediaSize(file, *snapshot, *layout.mdat);
     file.Flush();
-    unlink(snapshot_path.c_str());
+    RemoveSnapshot(snapshot_path);
     Report(arguments, "repaired", end, size - snapshot->position);
 }
 

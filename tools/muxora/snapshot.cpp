@@ -54,6 +54,10 @@ uint64_t GetLittle(const uint8_t* at, int bytes) {
     return value;
 }
 
+std::string WorkingPath(const std::string& path) {
+    return path + ".new";
+}
+
 class Descriptor {
   public:
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
@@ -96,7 +100,7 @@ void WriteSnapshot(const std::string& path, const Snapshot& snapshot) {
     PutLittle(bytes, Crc32(bytes.data(), kChecked), 4);
     bytes.insert(bytes.end(), snapshot.index.begin(), snapshot.index.end());
 
-    const std::string working = path + ".new";
+    const std::string working = WorkingPath(path);
     const auto fail = [&](const std::string& what) {
         const std::string reason = std::strerror(errno);
         unlink(working.c_str());
@@ -132,6 +136,11 @@ std::optional<Snapshot> ReadSnapshot(const std::string& path) {
     return snapshot;
 }
 
+void RemoveSnapshot(const std::string& path) {
+    unlink(path.c_str());
+    unlink(WorkingPath(path).c_str());
+}
+
 SnapshotTaker::SnapshotTaker(const Format& format, MXHandle handle, const OutputFile& output,
                              std::chrono::milliseconds period)
     : format_(format),
@@ -157,7 +166,7 @@ void SnapshotTaker::Stop() {
 
 void SnapshotTaker::Remove() {
     Stop();
-    unlink(path_.c_str());
+    RemoveSnapshot(path_);
 }
 
 std::string SnapshotTaker::Trouble() {

@@ -26,6 +26,8 @@ std::string SnapshotPath(const std::string& recording);
 void WriteSnapshot(const std::string& path, const Snapshot& snapshot);
 // Nothing if there is no file; throws Failure if it is damaged.
 std::optional<Snapshot> ReadSnapshot(const std::string& path);
+// Removes the file, and one that was being written when the process was killed.
+void RemoveSnapshot(const std::string& path);
 
 // Takes a snapshot every now and then on a thread of its own, as MX_GetBackup allows.
 class SnapshotTaker {

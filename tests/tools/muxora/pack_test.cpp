@@ -211,6 +211,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"text", {"@text.txt", "-o", "{}/x.mp4"}, "text.txt"},
         BadCase{"noise", {"@noise.mp4", "-o", "{}/x.mp4"}, "is no media file that can be read"},
         BadCase{"empty", {"@nothing.ts", "-o", "{}/x.mp4"}, "is empty"},
+        BadCase{"standard_input", {"-", "-o", "{}/x.mp4"}, "standard input: "},
         BadCase{"missing", {"/nowhere/x.mp4", "-o", "{}/x.mp4"}, "there is no such file"},
         BadCase{"directory_in", {"/tmp", "-o", "{}/x.mp4"}, "is a directory"},
         BadCase{"directory_out", {"CLIP", "-o", "{}", "-f", "ts"}, "is a directory"},

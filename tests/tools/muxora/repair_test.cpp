@@ -159,9 +159,11 @@ TEST(Repair, DamagedSnapshotsAreNotUsed) {
     const auto refused = Muxora({"pack", LongClip(), "-o", path, "--backup", "1"});
     EXPECT_EQ(refused.exit_code, 1);
     EXPECT_TRUE(Contains(refused.err, "muxora repair")) << refused.err;
-    // Whole again.
+    // Whole again, with a snapshot beside it that was half written.
     test::WriteFile(path, media);
+    test::WriteFile(path + ".snapshot.new", test::Text("MXSNAP01"));
     EXPECT_EQ(Muxora({"repair", path}).exit_code, 0);
+    EXPECT_EQ(FilesIn(folder), std::vector<std::string>{"x.mp4"});
     EXPECT_GE(test::Pictures(path).size(), 5u);
 }
 
