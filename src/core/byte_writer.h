@@ -1,6 +1,7 @@
 // Byte writers: each writes one field at a place and tells how many bytes that took. The byte order is in the name.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -139,9 +140,7 @@ class ByteCursor {
     }
     ByteCursor& Zeros(uint32_t count) { return Fill(0, count); }
     ByteCursor& Fill(uint8_t value, uint32_t count) {
-        return Put(count, [&](uint8_t* p) {
-            if (count != 0) std::memset(p, value, count);
-        });
+        return Put(count, [&](uint8_t* p) { std::fill_n(p, count, value); });
     }
 
     uint32_t Size() const { return static_cast<uint32_t>(at_ - begin_); }
