@@ -339,7 +339,8 @@ MX_API uint32_t MX_CreateHeader(MXHandle handle, MXHeaderInfo* info) MX_NOEXCEPT
  * @param frame The frame; see MXFrameInfo for the cases in which it is changed.
  * @return MX_OK, MX_NULL_HANDLE, MX_FAILED (null frame, wrong `size`, no data, wrong order of calls, no room),
  *         MX_NO_RESOURCES (memory ran out, or an RTP audio frame beyond its scratch area), MX_FRAME_REFUSED, or
- *         MX_NULL_RECORD. Some formats drop a frame that comes before the first key frame and return MX_OK.
+ *         MX_NULL_RECORD. Some formats drop a frame that comes before the first key frame and return MX_OK; so does
+ *         AVI with a frame whose pointer is null.
  */
 MX_API uint32_t MX_InputFrame(MXHandle handle, MXFrameInfo* frame) MX_NOEXCEPT;
 
@@ -409,8 +410,8 @@ MX_API const char* MX_GetVersion(void) MX_NOEXCEPT;
  *
  * @param block Receives bytes, length and position. The bytes are the library's, good until the next MX_GetBackup or
  *              MX_DestroyHandle on this handle.
- * @return The number of bytes, 0 if the format has no backup or `block` is null, MX_NULL_HANDLE (1) for a null handle,
- *         MX_NO_RESOURCES (4) when memory ran out.
+ * @return The number of bytes; 0 if the format has no backup, `block` is null or memory ran out; MX_NULL_HANDLE (1) for
+ *         a null handle.
  */
 MX_API uint32_t MX_GetBackup(MXHandle handle, MXOutputBlock* block) MX_NOEXCEPT;
 

@@ -1,4 +1,4 @@
-// The objects of an ASF file (Advanced Systems Format Specification, revision 01.20) in the one shape in which they are
+// The objects of an ASF file (Advanced Systems Format, revision 01.20) in the one shape in which they are
 // written: a header of fixed size, the head of the Data Object, data packets of fixed size, and the Simple Index.
 #pragma once
 

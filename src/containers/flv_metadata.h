@@ -1,4 +1,4 @@
-// The tags of an FLV file (Video File Format Specification Version 10) that are not media: the frame around every tag
+// The tags of an FLV file (Video File Format, version 10) that are not media: the frame around every tag
 // and the script tag "onMetaData".
 #pragma once
 

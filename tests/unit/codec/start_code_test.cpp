@@ -7,6 +7,7 @@
 
 #include "codec/kernels/start_code_kernels.h"
 #include "support/hex.h"
+#include "support/kernels.h"
 #include "support/noise.h"
 
 namespace Orvane::Muxora {
@@ -34,9 +35,6 @@ StartCode NaiveNext(const ByteVector& d, uint32_t from) {
 
 class StartCodeKernels : public testing::TestWithParam<Kernels::StartCodeKernel> {
   protected:
-    void SetUp() override {
-        if (!GetParam().supported()) GTEST_SKIP() << "this processor has no " << GetParam().name;
-    }
     size_t Find(const uint8_t* data, size_t length) {
         return static_cast<size_t>(GetParam().find(data, data + length) - data);
     }
@@ -112,8 +110,7 @@ TEST_P(StartCodeKernels, IsNotFooledByNearMisses) {
     EXPECT_EQ(Find(data.data(), data.size()), data.size());
 }
 
-INSTANTIATE_TEST_SUITE_P(All, StartCodeKernels,
-                         testing::ValuesIn(Kernels::StartCodeKernels().begin(), Kernels::StartCodeKernels().end()),
+INSTANTIATE_TEST_SUITE_P(All, StartCodeKernels, testing::ValuesIn(test::Supported(Kernels::StartCodeKernels())),
                          [](const auto& kernel) { return std::string(kernel.param.name); });
 
 TEST(StartCode, TheDispatchPointFindsWhatTheKernelsFind) {
