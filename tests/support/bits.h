@@ -10,10 +10,10 @@ namespace test {
 
 class BitString {
   public:
-    // The low `width` bits of `value`, most significant first.
+    // The low `width` bits of `value`, most significant first; zeros ahead of its 64.
     BitString& Put(uint64_t value, uint32_t width) {
         for (uint32_t i = width; i-- > 0;)
-            text_ += ((value >> i) & 1) != 0 ? '1' : '0';
+            text_ += i < 64 && ((value >> i) & 1) != 0 ? '1' : '0';
         return *this;
     }
     // An unsigned Exp-Golomb code: as many zeros as the binary text of value + 1 has digits behind its first.
