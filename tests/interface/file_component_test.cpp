@@ -10,6 +10,7 @@
 #include "MuxoraAPI.h"
 #include "support/allocation_counter.h"
 #include "support/hex.h"
+#include "support/slot.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -420,14 +421,7 @@ TEST(FileInterface, HasNoOperationOfItsOwn) {
 
 #if defined(__GNUC__) && defined(__x86_64__)
 
-// Where an operation stands in the table of virtual operations, read from its pointer (Itanium C++ ABI 2.3).
-template <typename Operation>
-size_t Slot(Operation operation) {
-    std::ptrdiff_t parts[2];
-    static_assert(sizeof parts == sizeof operation);
-    std::memcpy(parts, &operation, sizeof parts);
-    return static_cast<size_t>(parts[0] - 1) / sizeof(void*);
-}
+using test::Slot;
 
 TEST(FileInterface, TheOrderOfItsOperationsIsFixed) {
     // The destructor has the first two places.
