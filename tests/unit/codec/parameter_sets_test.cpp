@@ -1,0 +1,277 @@
+// Parameter sets as x264 and x265 wrote them; sizes, shapes and colours as ffprobe reads them, the decoder
+// configuration records as another muxer writes them for the same streams.
+#include "codec/parameter_sets.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "support/hex.h"
+#include "support/noise.h"
+
+namespace Orvane::Muxora {
+namespace {
+
+using test::Bytes;
+using test::ByteVector;
+using test::operator+;
+
+const ByteVector kHighSps =
+    Bytes("67 64 00 28 ac d9 40 78 02 27 e5 c0 5a 80 80 80 a0 00 00 7d 20 00 1d 4c 01 e3 06 32 c0");
+const ByteVector kHighPps = Bytes("68 eb e3 cb 22 c0");
+const ByteVector kInterlacedSps =
+    Bytes("67 7a 00 1e b6 cd 94 0b 42 4d 82 08 00 00 03 00 08 00 00 03 01 90 f8 a1 4c b0");
+const ByteVector kInterlacedPps = Bytes("68 fb a3 cb 22 c0");
+const ByteVector kBaselineSps = Bytes("67 42 c0 0d d9 01 50 87 88 88 c0 44 00 00 03 00 04 00 00 03 00 c8 3c 50 a9 20");
+const ByteVector kBaselinePps = Bytes("68 cb 83 cb 20");
+const ByteVector kMain10Vps = Bytes("40 01 0c 01 ff ff 02 20 00 00 03 00 90 00 00 03 00 00 03 00 78 95 98 09");
+const ByteVector kMain10Sps = Bytes(
+    "42 01 01 02 20 00 00 03 00 90 00 00 03 00 00 03 00 78 a0 03 c0 80 10 e4 d9 65 66 92 4c af 0e 6e 12 20 12 08"
+    "00 00 03 00 08 00 00 03 00 c8 40");
+const ByteVector kMain10Pps = Bytes("44 01 c1 72 b4 62 40");
+const ByteVector kHevc444Sps = Bytes(
+    "42 01 01 04 08 00 00 03 00 9e 08 00 00 03 00 00 3c 90 01 49 01 f3 9e 7c b2 54 92 72 bc 05 a0 20 00 00 03 00"
+    "20 00 00 03 03 21");
+
+ByteVector AnnexB(const std::vector<ByteVector>& units) {
+    ByteVector out;
+    for (const auto& unit : units)
+        out = out + Bytes("00 00 00 01") + unit;
+    return out;
+}
+
+ByteVector Prefixed(const std::vector<ByteVector>& units) {
+    ByteVector out;
+    for (const auto& unit : units)
+        out = out + ByteVector{0, 0, 0, static_cast<uint8_t>(unit.size())} + unit;
+    return out;
+}
+
+// On a heap block of exact size, so that a sanitizer sees any byte read outside.
+FrameNals Scan(CParameterSets& sets, const ByteVector& frame, bool annex_b = true) {
+    const auto block = std::make_unique<uint8_t[]>(frame.size());
+    std::copy(frame.begin(), frame.end(), block.get());
+    const std::span<const uint8_t> bytes(block.get(), frame.size());
+    return annex_b ? sets.ScanAnnexB(bytes) : sets.ScanLengthPrefixed(bytes);
+}
+
+template <typename Write>
+ByteVector Written(Write write) {
+    uint8_t area[4096];
+    ByteCursor out(area);
+    write(out);
+    EXPECT_TRUE(out.Ok());
+    return {area, area + out.Size()};
+}
+
+ByteVector Configuration(const CParameterSets& sets, bool only_here = false) {
+    const ByteVector bytes = Written([&](ByteCursor& out) { sets.WriteConfiguration(out, only_here); });
+    EXPECT_EQ(sets.ConfigurationSize(), bytes.size());
+    return bytes;
+}
+
+TEST(SpsDetails, AvcHighProfile) {
+    const auto sps = ReadAvcSps(kHighSps);
+    ASSERT_TRUE(sps);
+    EXPECT_EQ(sps->width, 1920u);
+    EXPECT_EQ(sps->height, 1080u);  // 1088 without the cropping
+    EXPECT_EQ(sps->sar_width, 1u);
+    EXPECT_EQ(sps->sar_height, 1u);
+    EXPECT_EQ(sps->chroma_format_idc, 1);
+    EXPECT_EQ(sps->bit_depth_luma, 8);
+    EXPECT_FALSE(sps->may_have_fields);
+    EXPECT_TRUE(sps->has_colour);
+    EXPECT_FALSE(sps->full_range);
+    EXPECT_EQ(sps->colour_primaries, 1);
+    EXPECT_EQ(sps->transfer_characteristics, 1);
+    EXPECT_EQ(sps->matrix_coefficients, 1);
+    EXPECT_EQ(sps->max_reorder, 2u);
+}
+
+TEST(SpsDetails, AvcInterlacedTenBit) {
+    const auto sps = ReadAvcSps(kInterlacedSps);
+    ASSERT_TRUE(sps);
+    EXPECT_EQ(sps->width, 720u);
+    EXPECT_EQ(sps->height, 576u);
+    EXPECT_EQ(sps->sar_width, 16u);
+    EXPECT_EQ(sps->sar_height, 11u);
+    EXPECT_EQ(sps->chroma_format_idc, 2);
+    EXPECT_EQ(sps->bit_depth_luma, 10);
+    EXPECT_EQ(sps->bit_depth_chroma, 10);
+    EXPECT_TRUE(sps->may_have_fields);
+    EXPECT_FALSE(sps->has_colour);
+    EXPECT_EQ(sps->max_reorder, 2u);
+}
+
+TEST(SpsDetails, AvcBaselineCropsBothSides) {
+    const auto sps = ReadAvcSps(kBaselineSps);
+    ASSERT_TRUE(sps);
+    EXPECT_EQ(sps->width, 322u);
+    EXPECT_EQ(sps->height, 242u);
+    EXPECT_EQ(sps->max_reorder, 0u);
+}
+
+TEST(SpsDetails, HevcMain10) {
+    HevcProfile profile;
+    const auto sps = ReadHevcSps(kMain10Sps, &profile);
+    ASSERT_TRUE(sps);
+    EXPECT_EQ(sps->width, 1920u);
+    EXPECT_EQ(sps->height, 1080u);
+    EXPECT_EQ(sps->sar_width, 4u);
+    EXPECT_EQ(sps->sar_height, 3u);
+    EXPECT_EQ(sps->bit_depth_luma, 10);
+    EXPECT_TRUE(sps->has_colour);
+    EXPECT_TRUE(sps->full_range);
+    EXPECT_EQ(sps->colour_primaries, 9);
+    EXPECT_EQ(sps->transfer_characteristics, 16);
+    EXPECT_EQ(sps->matrix_coefficients, 9);
+    EXPECT_EQ(sps->max_reorder, 2u);
+    EXPECT_EQ(profile.general_profile, 2);
+    EXPECT_EQ(profile.level_idc, 120);
+}
+
+TEST(SpsDetails, Hevc444WithScalingLists) {
+    const auto sps = ReadHevcSps(kHevc444Sps);
+    ASSERT_TRUE(sps);
+    EXPECT_EQ(sps->width, 322u);
+    EXPECT_EQ(sps->height, 242u);
+    EXPECT_EQ(sps->chroma_format_idc, 3);
+    EXPECT_EQ(sps->bit_depth_luma, 8);
+    EXPECT_TRUE(sps->has_colour);  // the range alone: video_full_range_flag 0
+    EXPECT_EQ(sps->colour_primaries, 2);
+    EXPECT_EQ(sps->max_reorder, 0u);
+}
+
+TEST(SpsDetails, AnotherUnitIsNone) {
+    EXPECT_FALSE(ReadAvcSps(kHighPps));
+    EXPECT_FALSE(ReadAvcSps({}));
+    EXPECT_FALSE(ReadHevcSps(kMain10Pps));
+    EXPECT_FALSE(ReadHevcSps(kHighSps));
+}
+
+TEST(SpsDetails, AnyBytesAreSafe) {
+    std::mt19937 random(7);
+    for (uint32_t seed = 1; seed <= 3000; ++seed) {
+        ByteVector noise = test::RandomBytes(random, seed % 200);
+        if (!noise.empty()) noise[0] = seed % 2 != 0 ? 0x67 : 0x42;
+        ReadAvcSps(noise);
+        ReadHevcSps(noise);
+    }
+    for (const ByteVector* sps : {&kHighSps, &kInterlacedSps, &kMain10Sps, &kHevc444Sps}) {
+        for (size_t length = 0; length < sps->size(); ++length) {
+            ReadAvcSps({sps->data(), length});
+            ReadHevcSps({sps->data(), length});
+        }
+    }
+}
+
+TEST(ParameterSets, AvcConfigurationOfHighProfile) {
+    CParameterSets sets(NalCodec::kAvc);
+    EXPECT_FALSE(sets.Complete());
+    const FrameNals found = Scan(sets, AnnexB({Bytes("09 F0"), kHighSps, kHighPps, Bytes("65 88 84")}));
+    EXPECT_TRUE(found.changed);
+    EXPECT_TRUE(found.has_delimiter);
+    EXPECT_TRUE(found.has_parameter_sets);
+    EXPECT_TRUE(found.has_picture);
+    EXPECT_TRUE(found.random_access);
+    EXPECT_EQ(found.rest, 4u + 2 + 4 + 29 + 4 + 6);
+    EXPECT_TRUE(sets.Complete());
+    EXPECT_EQ(Configuration(sets),
+              Bytes("01 64 00 28 ff e1 00 1d 67 64 00 28 ac d9 40 78 02 27 e5 c0 5a 80 80 80 a0 00 00 7d 20 00 1d 4c 01"
+                    "e3 06 32 c0 01 00 06 68 eb e3 cb 22 c0 fd f8 f8 00"));
+}
+
+TEST(ParameterSets, AvcConfigurationStatesChromaAndDepth) {
+    CParameterSets sets(NalCodec::kAvc);
+    Scan(sets, Prefixed({kInterlacedSps, kInterlacedPps, Bytes("41 9A")}), false);
+    EXPECT_EQ(Configuration(sets),
+              Bytes("01 7a 00 1e ff e1 00 1a 67 7a 00 1e b6 cd 94 0b 42 4d 82 08 00 00 03 00 08 00 00 03 01 90 f8 a1 4c"
+                    "b0 01 00 06 68 fb a3 cb 22 c0 fe fa fa 00"));
+}
+
+TEST(ParameterSets, AvcBaselineHasNoTrailer) {
+    CParameterSets sets(NalCodec::kAvc);
+    Scan(sets, AnnexB({kBaselineSps, kBaselinePps}));
+    EXPECT_EQ(Configuration(sets), Bytes("01 42 c0 0d ff e1 00 1a") + kBaselineSps + Bytes("01 00 05") + kBaselinePps);
+}
+
+TEST(ParameterSets, HevcConfiguration) {
+    CParameterSets sets(NalCodec::kHevc);
+    const FrameNals found =
+        Scan(sets, Prefixed({Bytes("46 01 10"), kMain10Vps, kMain10Sps, kMain10Pps, Bytes("2A 01 AC")}), false);
+    EXPECT_TRUE(found.has_delimiter && found.has_parameter_sets && found.random_access);
+    EXPECT_EQ(found.rest, 7u + 28 + 51 + 11);
+    // Three bytes after the level: no segmentation, no parallelism stated. Then 4:2:0 of ten bits.
+    EXPECT_EQ(Configuration(sets), Bytes("01 02 20 00 00 00 90 00 00 00 00 00 78 f0 00 fc fd fa fa 00 00 0f 03"
+                                         "20 00 01 00 18") +
+                                       kMain10Vps + Bytes("21 00 01 00 2f") + kMain10Sps + Bytes("22 00 01 00 07") +
+                                       kMain10Pps);
+    const ByteVector complete = Configuration(sets, true);
+    EXPECT_EQ(complete[23], 0xA0);
+}
+
+TEST(ParameterSets, ARepeatedSetIsNoChange) {
+    CParameterSets sets(NalCodec::kAvc);
+    const ByteVector frame = AnnexB({kHighSps, kHighPps, Bytes("65 88")});
+    EXPECT_TRUE(Scan(sets, frame).changed);
+    EXPECT_FALSE(Scan(sets, frame).changed);
+    // The same number, other bytes.
+    EXPECT_TRUE(Scan(sets, AnnexB({kInterlacedSps, kInterlacedPps, Bytes("65 88")})).changed);
+    ASSERT_TRUE(sets.Details());
+    EXPECT_EQ(sets.Details()->width, 720u);
+    EXPECT_EQ(Configuration(sets)[5], 0xE1);
+}
+
+TEST(ParameterSets, SeveralPpsAreKeptByNumber) {
+    CParameterSets sets(NalCodec::kAvc);
+    const ByteVector second = Bytes("68 53 88 80");  // ue 1: pic_parameter_set_id 1
+    EXPECT_TRUE(Scan(sets, AnnexB({kBaselineSps, kBaselinePps, second, Bytes("65 88")})).changed);
+    EXPECT_EQ(Configuration(sets), Bytes("01 42 c0 0d ff e1 00 1a") + kBaselineSps + Bytes("02 00 05") + kBaselinePps +
+                                       Bytes("00 04") + second);
+    EXPECT_EQ(sets.UnitsSize(), 4 + 26 + 4 + 5 + 4 + 4u);
+    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteAnnexB(out); }), AnnexB({kBaselineSps, kBaselinePps, second}));
+    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteLengthPrefixed(out); }),
+              Prefixed({kBaselineSps, kBaselinePps, second}));
+}
+
+TEST(ParameterSets, ZerosBehindASetAreNotPartOfIt) {
+    CParameterSets sets(NalCodec::kAvc);
+    Scan(sets, AnnexB({kBaselineSps, kBaselinePps, Bytes("65 88")}));
+    EXPECT_FALSE(
+        Scan(sets, AnnexB({kBaselineSps + Bytes("00 00"), kBaselinePps + Bytes("00"), Bytes("65 88")})).changed);
+}
+
+TEST(ParameterSets, WhatStandsBehindThePictureIsNotLookedAt) {
+    CParameterSets sets(NalCodec::kAvc);
+    const FrameNals found = Scan(sets, AnnexB({Bytes("06 05 01 AA 80"), Bytes("41 9A 00 11"), kHighSps, kHighPps}));
+    EXPECT_FALSE(found.changed || found.has_delimiter || found.has_parameter_sets || found.random_access);
+    EXPECT_TRUE(found.has_picture);
+    EXPECT_EQ(found.rest, 0u);
+    EXPECT_FALSE(sets.Complete());
+}
+
+TEST(ParameterSets, NoFrameAtAll) {
+    CParameterSets sets(NalCodec::kAvc);
+    EXPECT_FALSE(Scan(sets, {}).has_picture);
+    EXPECT_FALSE(Scan(sets, Bytes("00 00 01")).has_picture);
+    EXPECT_FALSE(Scan(sets, Bytes("00 00 00 09 65 88"), false).has_picture);
+    EXPECT_FALSE(sets.Details());
+    EXPECT_EQ(Configuration(sets), ByteVector{});
+    EXPECT_EQ(sets.UnitsSize(), 0u);
+}
+
+TEST(ParameterSets, KeepsNoMoreThanTheirNumber) {
+    CParameterSets sets(NalCodec::kAvc);
+    std::mt19937 random(7);
+    for (uint32_t round = 0; round < 4000; ++round) {
+        Scan(sets, AnnexB({Bytes("68") + test::RandomBytes(random, 8), Bytes("67") + test::RandomBytes(random, 40)}));
+    }
+    uint8_t area[65536];
+    ByteCursor out(area);
+    sets.WriteConfiguration(out);
+    EXPECT_TRUE(out.Ok());
+    EXPECT_LE(sets.UnitsSize(), CParameterSets::kMostSets * 45);
+}
+
+}  // namespace
+}  // namespace Orvane::Muxora
