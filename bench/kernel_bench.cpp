@@ -11,7 +11,7 @@
 #include "codec/crc32.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
-#include "mpeg2/full_packets.h"
+#include "codec/full_packets.h"
 
 namespace {
 

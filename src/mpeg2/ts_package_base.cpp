@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "codec/full_packets.h"
 #include "core/byte_writer.h"
 #include "core/frame_kinds.h"
 #include "core/package.h"
 #include "mpeg2/clock_90khz.h"
-#include "mpeg2/full_packets.h"
 
 namespace Orvane::Muxora {
 
@@ -40,11 +40,9 @@ constexpr StreamTypeRow kAudioTypes[] = {
 };
 
 // The next copy of a table.
-int64_t CopyTable(const TsTable& table, uint8_t& continuity, uint8_t* out, uint32_t size) {
+int64_t CopyIfItFits(const TsTable& table, uint8_t& continuity, uint8_t* out, uint32_t size) {
     if (size < kTsPacketSize) return kNotPacked;
-    std::memcpy(out, table.data(), kTsPacketSize);
-    out[kContinuityAt] = ControlByte(AdaptationControl::kPayloadOnly, continuity);
-    continuity = (continuity + 1) & kContinuityMask;
+    CopyTable(table, continuity, out);
     return kTsPacketSize;
 }
 
@@ -125,7 +123,7 @@ int64_t CTSPackageBase::packagePFrame(uint8_t* out, uint32_t size, const MXFrame
 }
 
 int64_t CTSPackageBase::writePat(uint8_t* out, uint32_t size) {
-    return CopyTable(pat_, pat_continuity_, out, size);
+    return CopyIfItFits(pat_, pat_continuity_, out, size);
 }
 
 int64_t CTSPackageBase::writePmt(uint8_t* out, uint32_t size) {
@@ -138,7 +136,7 @@ int64_t CTSPackageBase::writePmt(uint8_t* out, uint32_t size) {
         mapped_audio_type_ = audio_stream_type_;
         pmt_ = MakePmt(video_stream_type_, audio_stream_type_, pmt_version_);
     }
-    return CopyTable(pmt_, pmt_continuity_, out, size);
+    return CopyIfItFits(pmt_, pmt_continuity_, out, size);
 }
 
 int64_t CTSPackageBase::writeTsPackets(uint8_t* out, uint32_t size, const Pes& pes, bool video) {

@@ -1,85 +1,16 @@
 #include "mpeg2/ts_tables.h"
 
-#include "codec/crc32.h"
+#include <cstddef>
 
 namespace Orvane::Muxora {
 
-namespace {
-
-constexpr uint16_t kSectionFlags = 0xB000;  // section_syntax_indicator, reserved bits; section_length goes below
-constexpr uint16_t kPidFlags = 0xE000;      // reserved bits in front of a PID
-constexpr uint8_t kVersionFlags = 0xC1;     // reserved bits, current_next_indicator; version_number goes between
-constexpr uint16_t kNoDescriptors = 0xF000;
-constexpr uint16_t kProgramNumber = 1;
-
-// A packet that begins with a section.
-class TableWriter {
-  public:
-    TableWriter(uint16_t pid, uint8_t table_id, uint16_t section_length) {
-        PutTsHeader(table_.data(), true, pid, AdaptationControl::kPayloadOnly, 0);
-        cursor_
-            .U8(0)  // pointer_field
-            .U8(table_id)
-            .BE16(kSectionFlags | section_length);
-    }
-    TableWriter(const TableWriter&) = delete;
-    TableWriter& operator=(const TableWriter&) = delete;
-
-    ByteCursor& Cursor() { return cursor_; }
-
-    // The CRC over the section, and stuffing to the end of the packet.
-    const TsTable& Finish() {
-        cursor_.BE32(Crc32Mpeg2(cursor_.Data() + 1, cursor_.Size() - 1));
-        cursor_.Fill(0xFF, kTsPacketSize - kTsHeaderSize - cursor_.Size());
-        return table_;
-    }
-
-  private:
-    TsTable table_{};
-    ByteCursor cursor_ = BehindTsHeader(table_.data());
-};
-
-}  // namespace
-
-TsTable MakePat() {
-    TableWriter table(kPatPid, 0x00, 13);
-    table.Cursor()
-        .BE16(1)  // transport_stream_id
-        .U8(kVersionFlags)
-        .BE16(0)  // section_number, last_section_number
-        .BE16(kProgramNumber)
-        .BE16(kPidFlags | kPmtPid);  // program_map_PID
-    return table.Finish();
-}
-
 TsTable MakePmt(StreamType video, StreamType audio, uint8_t version) {
-    constexpr uint16_t kFixedLength = 13;
-    constexpr uint16_t kEntryLength = 5;
-    struct Stream {
-        StreamType type;
-        uint16_t pid;
-    };
-    const Stream streams[] = {{video, kVideoPid}, {audio, kAudioPid}};
-    uint16_t length = kFixedLength;
-    for (const Stream& stream : streams) {
-        if (stream.type != kStreamNone) length += kEntryLength;
-    }
-    const uint16_t pcr_pid = video != kStreamNone ? kVideoPid : audio != kStreamNone ? kAudioPid : kNoPid;
-    TableWriter table(kPmtPid, 0x02, length);
-    table.Cursor()
-        .BE16(kProgramNumber)
-        .U8(static_cast<uint8_t>(kVersionFlags | (version & 0x1F) << 1))
-        .BE16(0)                    // section_number, last_section_number
-        .BE16(kPidFlags | pcr_pid)  // PCR_PID
-        .BE16(kNoDescriptors);      // program_info_length
-    for (const Stream& stream : streams) {
-        if (stream.type == kStreamNone) continue;
-        table.Cursor()
-            .U8(stream.type)
-            .BE16(kPidFlags | stream.pid)  // elementary_PID
-            .BE16(kNoDescriptors);         // ES_info_length
-    }
-    return table.Finish();
+    PsiStream streams[2];
+    size_t count = 0;
+    if (video != kStreamNone) streams[count++] = {video, kVideoPid};
+    if (audio != kStreamNone) streams[count++] = {audio, kAudioPid};
+    const uint16_t pcr_pid = count != 0 ? streams[0].pid : kNoPid;
+    return MakePmt(kPmtPid, pcr_pid, {streams, count}, version);
 }
 
 }  // namespace Orvane::Muxora

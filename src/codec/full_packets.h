@@ -4,15 +4,19 @@
 #include <cstdint>
 #include <span>
 
-#include "mpeg2/ts_format.h"
+#include "codec/ts_format.h"
 
 namespace Orvane::Muxora {
 
-inline constexpr uint32_t kFullPayload = 182;  // behind the header and an adaptation field of one byte
+inline constexpr uint32_t kFullPayload = 182;   // behind the header and an adaptation field of one byte
+inline constexpr uint32_t kPlainPayload = 184;  // behind the header alone
 
 // Cuts `count` packets of kFullPayload bytes each from `from`. The continuity counter of the first is `continuity`, and
 // no packet starts a PES packet. The kernel is chosen once at run time.
 void CutFullPackets(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity);
+
+// The same without adaptation fields, kPlainPayload bytes each.
+void CutPlainPackets(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity);
 
 using CutFunction = void (*)(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity);
 
@@ -20,6 +24,7 @@ struct CutKernel {
     const char* name;
     bool (*supported)();
     CutFunction cut;
+    CutFunction cut_plain;
 };
 
 // Every kernel of this build, the fastest first; the last one serves every processor. All write the same bytes.
