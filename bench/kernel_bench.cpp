@@ -9,9 +9,9 @@
 
 #include "codec/avc_convert.h"
 #include "codec/crc32.h"
+#include "codec/full_packets.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
-#include "codec/full_packets.h"
 
 namespace {
 
