@@ -6,43 +6,40 @@
 #include <string>
 #include <vector>
 
+#include "common/format_list.h"
+#include "common/json.h"
 #include "muxora/command.h"
-#include "muxora/format_list.h"
-#include "muxora/json.h"
 
 namespace Orvane::Muxora::Tools {
 
 namespace {
 
-JsonValue CodecList(const Format& format, uint32_t type) {
-    JsonValue list = JsonValue::List();
+Json CodecList(const Format& format, uint32_t type) {
+    Json list = Json::array();
     for (const MXCapacityEntry& entry : Capacity(format, type)) {
-        JsonValue codec = JsonValue::Object();
-        codec.Add("number", entry.codec);
-        codec.Add("name", type == MX_CAPACITY_VIDEO ? VideoCodecName(entry.codec) : AudioCodecName(entry.codec));
-        if (entry.samples_per_sec != 0) codec.Add("samples_per_sec", entry.samples_per_sec);
-        if (entry.bits_per_sample != 0) codec.Add("bits_per_sample", entry.bits_per_sample);
-        if (entry.channels != 0) codec.Add("channels", entry.channels);
-        list.Add(codec);
+        Json codec{{"number", entry.codec},
+                   {"name", type == MX_CAPACITY_VIDEO ? VideoCodecName(entry.codec) : AudioCodecName(entry.codec)}};
+        if (entry.samples_per_sec != 0) codec["samples_per_sec"] = entry.samples_per_sec;
+        if (entry.bits_per_sample != 0) codec["bits_per_sample"] = entry.bits_per_sample;
+        if (entry.channels != 0) codec["channels"] = entry.channels;
+        list.push_back(std::move(codec));
     }
     return list;
 }
 
 void PrintJson() {
-    JsonValue all = JsonValue::List();
+    Json all = Json::array();
     for (const Format& format : Formats()) {
-        JsonValue row = JsonValue::Object();
-        row.Add("number", format.number);
-        row.Add("key", format.key);
-        row.Add("extensions", format.extensions);
-        row.Add("kind", format.stream ? "stream" : "file");
-        row.Add("seeks", format.seeks);
-        row.Add("video", CodecList(format, MX_CAPACITY_VIDEO));
-        row.Add("audio", CodecList(format, MX_CAPACITY_AUDIO));
-        row.Add("about", format.about);
-        all.Add(row);
+        all.push_back({{"number", format.number},
+                       {"key", format.key},
+                       {"extensions", format.extensions},
+                       {"kind", format.stream ? "stream" : "file"},
+                       {"seeks", format.seeks},
+                       {"video", CodecList(format, MX_CAPACITY_VIDEO)},
+                       {"audio", CodecList(format, MX_CAPACITY_AUDIO)},
+                       {"about", format.about}});
     }
-    std::cout << all.Text() << '\n';
+    std::cout << JsonLine(all) << '\n';
 }
 
 void PrintTable() {

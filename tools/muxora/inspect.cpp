@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "common/json.h"
 #include "muxora/command.h"
 #include "muxora/file_bytes.h"
-#include "muxora/json.h"
 #include "ovx_reader/reader.h"
 #include "ovx_reader/summary.h"
 
@@ -94,49 +94,51 @@ void PrintPiece(const Piece& piece) {
     std::printf("%s%s%s\n", records.c_str(), piece.Intact() ? "" : "  DAMAGED: ", DamageText(piece).c_str());
 }
 
-JsonValue PieceJson(const Piece& piece) {
-    JsonValue value = JsonValue::Object();
-    value.Add("offset", piece.offset).Add("length", piece.length).Add("unit", piece.is_unit);
-    value.Add("intact", piece.Intact());
-    if (!piece.Intact()) value.Add("damage", DamageText(piece));
+Json PieceJson(const Piece& piece) {
+    Json value{{"offset", piece.offset}, {"length", piece.length}, {"unit", piece.is_unit}, {"intact", piece.Intact()}};
+    if (!piece.Intact()) value["damage"] = DamageText(piece);
     if (!piece.is_unit) return value;
     if ((piece.damage & OvxReader::kDamagedHead) == 0) {
-        value.Add("kind", KindName(piece.head)).Add("sequence", piece.head.sequence);
-        value.Add("date", DateText(piece.head.date)).Add("timestamp", piece.head.timestamp);
+        value["kind"] = KindName(piece.head);
+        value["sequence"] = piece.head.sequence;
+        value["date"] = DateText(piece.head.date);
+        value["timestamp"] = piece.head.timestamp;
     }
-    value.Add("frame_bytes", piece.frame.size()).Add("data_check", CheckName(piece.check));
-    JsonValue records = JsonValue::List();
+    value["frame_bytes"] = piece.frame.size();
+    value["data_check"] = CheckName(piece.check);
+    Json records = Json::array();
     ForEachRecord(piece, [&](const Record& record) {
-        records.Add(JsonValue::Object().Add("name", record.Name()).Add("value", record.Describe()));
+        records.push_back({{"name", record.Name()}, {"value", record.Describe()}});
     });
-    return value.Add("records", records);
+    value["records"] = std::move(records);
+    return value;
 }
 
-JsonValue StreamJson(const Summary::Stream& stream) {
-    return JsonValue::Object()
-        .Add("units", stream.units)
-        .Add("first", stream.first)
-        .Add("last", stream.last)
-        .Add("jumps", stream.jumps);
+Json StreamJson(const Summary::Stream& stream) {
+    return {{"units", stream.units}, {"first", stream.first}, {"last", stream.last}, {"jumps", stream.jumps}};
 }
 
 // The pieces go out one by one, so that a long file takes no memory.
 Summary PrintJson(Reader reader, const InspectArguments& arguments) {
     Summary summary;
-    std::printf("{\"file\": %s, \"pieces\": [", JsonText(arguments.path).c_str());
+    std::printf("{\"file\":%s,\"pieces\":[", JsonLine(Json(arguments.path)).c_str());
     const char* separator = "\n";
     while (const auto piece = reader.Next()) {
         summary.Add(*piece);
         if (arguments.summary && piece->Intact()) continue;
-        std::printf("%s%s", separator, PieceJson(*piece).Text().c_str());
+        std::printf("%s%s", separator, JsonLine(PieceJson(*piece)).c_str());
         separator = ",\n";
     }
-    std::printf("], \"bytes\": %" PRIu64 ", \"video\": %s, \"audio\": %s, \"encrypted_units\": %" PRIu64
-                ", \"damaged_units\": %" PRIu64 ", \"damaged_bytes\": %" PRIu64 ", \"lost_stretches\": %" PRIu64
-                ", \"lost_bytes\": %" PRIu64 "}\n",
-                summary.bytes, StreamJson(summary.video).Text().c_str(), StreamJson(summary.audio).Text().c_str(),
-                summary.encrypted_units, summary.damaged_units, summary.damaged_bytes, summary.lost_stretches,
-                summary.lost_bytes);
+    const Json totals{{"bytes", summary.bytes},
+                      {"video", StreamJson(summary.video)},
+                      {"audio", StreamJson(summary.audio)},
+                      {"encrypted_units", summary.encrypted_units},
+                      {"damaged_units", summary.damaged_units},
+                      {"damaged_bytes", summary.damaged_bytes},
+                      {"lost_stretches", summary.lost_stretches},
+                      {"lost_bytes", summary.lost_bytes}};
+    // The totals' opening brace is the one printed above.
+    std::printf("],%s\n", JsonLine(totals).substr(1).c_str());
     return summary;
 }
 

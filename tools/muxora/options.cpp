@@ -15,12 +15,6 @@ namespace Orvane::Muxora::Tools {
 
 namespace {
 
-volatile std::sig_atomic_t g_interrupted = 0;
-
-void OnInterrupt(int /*signal*/) {
-    g_interrupted = 1;
-}
-
 int64_t NowNs() {
     return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
 }
@@ -102,46 +96,6 @@ MXRtpParam RtpArguments::Param(const MediaStream* video, const MediaStream* audi
     return param;
 }
 
-std::vector<uint8_t> HexBytes(const std::string& text, const std::string& what) {
-    std::vector<uint8_t> bytes;
-    int high = -1;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (std::isspace(byte) != 0 || c == ':') continue;
-        if (std::isxdigit(byte) == 0) throw WrongUsage(what + " must be hex digits, and '" + c + "' is none");
-        const int digit = std::isdigit(byte) != 0 ? c - '0' : std::tolower(byte) - 'a' + 10;
-        if (high < 0) {
-            high = digit;
-        } else {
-            bytes.push_back(static_cast<uint8_t>(high << 4 | digit));
-            high = -1;
-        }
-    }
-    if (high >= 0) throw WrongUsage(what + " has an odd number of hex digits");
-    return bytes;
-}
-
-std::string SizeText(uint64_t bytes) {
-    const char* const units[] = {"bytes", "kB", "MB", "GB", "TB"};
-    auto value = static_cast<double>(bytes);
-    size_t unit = 0;
-    while (value >= 1000 && unit + 1 < std::size(units)) {
-        value /= 1000;
-        ++unit;
-    }
-    char text[40];
-    std::snprintf(text, sizeof text, unit == 0 ? "%.0f %s" : "%.1f %s", value, units[unit]);
-    return text;
-}
-
-std::string ClockText(double seconds) {
-    const auto whole = static_cast<int64_t>(std::llround(seconds));
-    char text[40];
-    std::snprintf(text, sizeof text, "%d:%02d:%02d", static_cast<int>(whole / 3600), static_cast<int>(whole / 60 % 60),
-                  static_cast<int>(whole % 60));
-    return text;
-}
-
 ProgressLine::ProgressLine(bool quiet) : active_(!quiet && isatty(STDERR_FILENO) == 1), start_ns_(NowNs()) {
 }
 
@@ -170,33 +124,6 @@ void ProgressLine::Show(int64_t done_ms, int64_t total_ms, uint64_t bytes) {
         std::fprintf(stderr, "\r\x1b[K%s  %s  %.1fx", ClockText(done).c_str(), SizeText(bytes).c_str(), speed);
     }
     std::fflush(stderr);
-}
-
-bool Interrupted() {
-    return g_interrupted != 0;
-}
-
-void CatchInterrupts() {
-    struct sigaction action {};
-    action.sa_handler = OnInterrupt;
-    // The second signal ends the process at once.
-    action.sa_flags = static_cast<int>(SA_RESETHAND);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-}
-
-void Pace::WaitFor(int64_t ms) {
-    if (first_ms_ < 0) {
-        first_ms_ = ms;
-        start_ns_ = NowNs();
-        return;
-    }
-    const auto due = start_ns_ + static_cast<int64_t>(static_cast<double>(ms - first_ms_) * 1e6 / speed_);
-    while (!Interrupted()) {
-        const int64_t left = due - NowNs();
-        if (left <= 0) return;
-        std::this_thread::sleep_for(std::chrono::nanoseconds(std::min<int64_t>(left, 50000000)));
-    }
 }
 
 }  // namespace Orvane::Muxora::Tools

@@ -7,8 +7,10 @@
 #include <string>
 #include <vector>
 
+#include "MuxoraAPI.h"
+#include "common/pace.h"
+#include "common/text.h"
 #include "media_input/media_input.h"
-#include "muxora/packer.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -42,14 +44,6 @@ struct RtpArguments {
     MXRtpParam Param(const MediaStream* video, const MediaStream* audio) const;
 };
 
-// Bytes from hex digits, blanks between them allowed. Throws WrongUsage.
-std::vector<uint8_t> HexBytes(const std::string& text, const std::string& what);
-
-// "12.3 MB"
-std::string SizeText(uint64_t bytes);
-// "0:01:02"
-std::string ClockText(double seconds);
-
 // A line on the terminal that is written over; nothing where there is no terminal.
 class ProgressLine {
   public:
@@ -67,21 +61,6 @@ class ProgressLine {
     bool shown_ = false;
     double last_ = -1;
     int64_t start_ns_;
-};
-
-// Set by SIGINT and SIGTERM: finish what was begun and end.
-bool Interrupted();
-void CatchInterrupts();
-// Sleeps until `ms` after the first call with this object, or until an interrupt.
-class Pace {
-  public:
-    explicit Pace(double speed) : speed_(speed) {}
-    void WaitFor(int64_t ms);
-
-  private:
-    double speed_;
-    int64_t first_ms_ = -1;
-    int64_t start_ns_ = 0;
 };
 
 }  // namespace Orvane::Muxora::Tools

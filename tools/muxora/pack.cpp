@@ -8,11 +8,11 @@
 #include <memory>
 #include <optional>
 
+#include "common/json.h"
+#include "common/output.h"
+#include "common/packer.h"
 #include "muxora/command.h"
-#include "muxora/json.h"
 #include "muxora/options.h"
-#include "muxora/output.h"
-#include "muxora/packer.h"
 #include "muxora/snapshot.h"
 
 namespace Orvane::Muxora::Tools {
@@ -161,7 +161,7 @@ class PackRun {
 
     void Report(const OwnStdout& out) const {
         if (arguments_.json || !arguments_.quiet) {
-            const std::string text = arguments_.json ? Json() + "\n" : Summary();
+            const std::string text = arguments_.json ? JsonSummary() + "\n" : Summary();
             // A pipe carries the media alone.
             arguments_.output == "-" ? static_cast<void>(std::fputs(text.c_str(), stderr)) : out.Print(text);
         }
@@ -278,26 +278,26 @@ class PackRun {
         return summary;
     }
 
-    std::string Json() const {
+    std::string JsonSummary() const {
         const auto stream_json = [](const MediaStream& stream, const Tally& tally) {
-            JsonValue value = JsonValue::Object();
-            value.Add("codec",
-                      stream.type == MX_FRAME_VIDEO ? VideoCodecName(stream.codec) : AudioCodecName(stream.codec));
-            value.Add("given", tally.given).Add("written", tally.written).Add("dropped", tally.dropped);
-            value.Add("refused", tally.refused).Add("bytes", tally.bytes);
-            return value;
+            return Json{
+                {"codec", stream.type == MX_FRAME_VIDEO ? VideoCodecName(stream.codec) : AudioCodecName(stream.codec)},
+                {"given", tally.given},
+                {"written", tally.written},
+                {"dropped", tally.dropped},
+                {"refused", tally.refused},
+                {"bytes", tally.bytes}};
         };
-        JsonValue json = JsonValue::Object();
-        json.Add("output", output_->Path()).Add("format", format_.key).Add("bytes", output_->End());
-        json.Add("media_seconds", static_cast<double>(media_ms_) / 1000).Add("seconds", seconds_);
-        if (input_.Video() != nullptr) json.Add("video", stream_json(*input_.Video(), packer_->Video()));
-        if (input_.Audio() != nullptr) json.Add("audio", stream_json(*input_.Audio(), packer_->Audio()));
-        if (snapshots_) json.Add("snapshots", snapshots_->Taken());
-        JsonValue notes = JsonValue::List();
-        for (const std::string& note : Notes())
-            notes.Add(note);
-        json.Add("notes", notes);
-        return json.Text();
+        Json json{{"output", output_->Path()},
+                  {"format", format_.key},
+                  {"bytes", output_->End()},
+                  {"media_seconds", static_cast<double>(media_ms_) / 1000},
+                  {"seconds", seconds_}};
+        if (input_.Video() != nullptr) json["video"] = stream_json(*input_.Video(), packer_->Video());
+        if (input_.Audio() != nullptr) json["audio"] = stream_json(*input_.Audio(), packer_->Audio());
+        if (snapshots_) json["snapshots"] = snapshots_->Taken();
+        json["notes"] = Notes();
+        return JsonLine(json);
     }
 
     // What the index behind the media data may take.

@@ -11,9 +11,9 @@
 #include <memory>
 #include <optional>
 
+#include "common/format_list.h"
+#include "common/json.h"
 #include "muxora/command.h"
-#include "muxora/format_list.h"
-#include "muxora/json.h"
 #include "muxora/snapshot.h"
 
 namespace Orvane::Muxora::Tools {
@@ -149,9 +149,8 @@ struct RepairArguments {
 
 void Report(const RepairArguments& arguments, const std::string& state, uint64_t bytes, uint64_t cut) {
     if (arguments.json) {
-        JsonValue json = JsonValue::Object();
-        json.Add("file", arguments.path).Add("state", state).Add("bytes", bytes).Add("cut", cut);
-        std::printf("%s\n", json.Text().c_str());
+        const Json json{{"file", arguments.path}, {"state", state}, {"bytes", bytes}, {"cut", cut}};
+        std::printf("%s\n", JsonLine(json).c_str());
     } else if (!arguments.quiet && state == "complete") {
         std::printf("%s is complete; there is nothing to repair\n", arguments.path.c_str());
     } else if (!arguments.quiet) {

@@ -9,13 +9,13 @@
 #include <thread>
 #include <vector>
 
+#include "common/json.h"
+#include "common/output.h"
+#include "common/packer.h"
+#include "common/rtp_sender.h"
+#include "common/sdp.h"
 #include "muxora/command.h"
-#include "muxora/json.h"
 #include "muxora/options.h"
-#include "muxora/output.h"
-#include "muxora/packer.h"
-#include "muxora/rtp_sender.h"
-#include "muxora/sdp.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -76,12 +76,16 @@ class SendRun {
     void Report(const OwnStdout& out) const {
         const uint64_t lost = video_->Lost() + audio_->Lost();
         if (arguments_.json) {
-            JsonValue json = JsonValue::Object();
-            json.Add("to", arguments_.to).Add("packets", video_->Packets() + audio_->Packets()).Add("bytes", bytes_);
-            json.Add("media_seconds", static_cast<double>(media_ms_) / 1000).Add("seconds", seconds_);
-            json.Add("video_frames", packer_->Video().given).Add("audio_frames", packer_->Audio().given);
-            json.Add("refused", packer_->Video().refused + packer_->Audio().refused).Add("unsent", lost);
-            out.Print(json.Text() + "\n");
+            const Json json{{"to", arguments_.to},
+                            {"packets", video_->Packets() + audio_->Packets()},
+                            {"bytes", bytes_},
+                            {"media_seconds", static_cast<double>(media_ms_) / 1000},
+                            {"seconds", seconds_},
+                            {"video_frames", packer_->Video().given},
+                            {"audio_frames", packer_->Audio().given},
+                            {"refused", packer_->Video().refused + packer_->Audio().refused},
+                            {"unsent", lost}};
+            out.Print(JsonLine(json) + "\n");
             return;
         }
         if (arguments_.quiet) return;

@@ -10,8 +10,8 @@
 #include <thread>
 #include <vector>
 
-#include "muxora/output.h"
-#include "muxora/packer.h"
+#include "common/output.h"
+#include "common/packer.h"
 
 namespace Orvane::Muxora::Tools {
 

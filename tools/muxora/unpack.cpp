@@ -8,10 +8,10 @@
 #include <utility>
 #include <vector>
 
+#include "common/output.h"
 #include "muxora/command.h"
 #include "muxora/file_bytes.h"
 #include "muxora/options.h"
-#include "muxora/output.h"
 #include "ovx_reader/decryptor.h"
 #include "ovx_reader/reader.h"
 #include "ovx_reader/summary.h"

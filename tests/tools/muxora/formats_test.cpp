@@ -34,13 +34,12 @@ TEST(Formats, TheTableHasEveryFormat) {
 
 TEST(Formats, CodecsComeFromTheLibrary) {
     const std::string json = Muxora({"formats", "--json"}).out;
-    EXPECT_TRUE(Contains(json,
-                         R"({"number": 0, "key": "mp4", "extensions": "mp4 m4v m4a", "kind": "file", "seeks": true, )"
-                         R"("video": [{"number": 4, "name": "H.264"}, {"number": 1, "name": "MPEG-4"}, )"
-                         R"({"number": 12, "name": "H.265"}, {"number": 3, "name": "MJPEG"}], )"
-                         R"("audio": [{"number": 26, "name": "AAC"}, {"number": 31, "name": "MPEG audio"}])"));
-    EXPECT_TRUE(Contains(json, R"("key": "ts", "extensions": "ts m2ts mts", "kind": "stream", "seeks": false)"));
-    EXPECT_TRUE(Contains(json, R"({"number": 7, "name": "PCM 8 bit", "samples_per_sec": 11000, "bits_per_sample": 8)"));
+    EXPECT_TRUE(Contains(json, R"({"number":0,"key":"mp4","extensions":"mp4 m4v m4a","kind":"file","seeks":true,)"
+                               R"("video":[{"number":4,"name":"H.264"},{"number":1,"name":"MPEG-4"},)"
+                               R"({"number":12,"name":"H.265"},{"number":3,"name":"MJPEG"}],)"
+                               R"("audio":[{"number":26,"name":"AAC"},{"number":31,"name":"MPEG audio"}])"));
+    EXPECT_TRUE(Contains(json, R"("key":"ts","extensions":"ts m2ts mts","kind":"stream","seeks":false)"));
+    EXPECT_TRUE(Contains(json, R"({"number":7,"name":"PCM 8 bit","samples_per_sec":11000,"bits_per_sample":8)"));
 }
 
 TEST(Usage, EachCommandHasHelpWithAnExample) {

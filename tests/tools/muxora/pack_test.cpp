@@ -275,9 +275,8 @@ TEST(Pack, TheSummaryCountsFrames) {
     EXPECT_EQ(text.err, "");
     EXPECT_EQ(test::Probe(out, "a:0", "stream=nb_frames"), "94");
     const auto json = Muxora({"pack", clip, "-o", out, "--json"});
-    EXPECT_TRUE(Contains(json.out, "\"format\": \"mp4\", \"bytes\": " + std::to_string(fs::file_size(out))))
-        << json.out;
-    EXPECT_TRUE(Contains(json.out, "\"given\": 50, \"written\": 50, \"dropped\": 0")) << json.out;
+    EXPECT_TRUE(Contains(json.out, "\"format\":\"mp4\",\"bytes\":" + std::to_string(fs::file_size(out)))) << json.out;
+    EXPECT_TRUE(Contains(json.out, "\"given\":50,\"written\":50,\"dropped\":0")) << json.out;
     EXPECT_EQ(Muxora({"pack", clip, "-o", out, "--quiet"}).out, "");
 }
 
@@ -371,7 +370,7 @@ TEST(Pack, TwoHoursInFlatMemory) {
         const auto large = Muxora({"pack", two_hours, "-o", out, "--json"});
         ASSERT_EQ(small.exit_code, 0) << small.err;
         ASSERT_EQ(large.exit_code, 0) << large.err;
-        EXPECT_TRUE(Contains(large.out, "\"given\": 72000, \"written\": 72000")) << large.out;
+        EXPECT_TRUE(Contains(large.out, "\"given\":72000,\"written\":72000")) << large.out;
         EXPECT_LT(large.peak_kib - small.peak_kib, limit.kib) << limit.key << ": " << small.peak_kib << " KiB for ten "
                                                               << "minutes, " << large.peak_kib << " for two hours";
         fs::remove(out);

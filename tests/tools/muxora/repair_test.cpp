@@ -92,8 +92,8 @@ TEST(Repair, ARecordingThatEndsWellLeavesNoSnapshot) {
     const auto run =
         Muxora({"pack", test::MakeClip(spec), "-o", folder + "/x.mp4", "--realtime", "--backup", "0.2", "--json"});
     EXPECT_EQ(run.exit_code, 0);
-    EXPECT_FALSE(Contains(run.out, "\"snapshots\": 0")) << run.out;
-    EXPECT_TRUE(Contains(run.out, "\"snapshots\": ")) << run.out;
+    EXPECT_FALSE(Contains(run.out, "\"snapshots\":0")) << run.out;
+    EXPECT_TRUE(Contains(run.out, "\"snapshots\":")) << run.out;
     EXPECT_EQ(FilesIn(folder), std::vector<std::string>{"x.mp4"});
     EXPECT_EQ(test::Pictures(folder + "/x.mp4").size(), 50u);
 }

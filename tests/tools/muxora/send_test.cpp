@@ -76,7 +76,7 @@ TEST(SendSdp, DescribesBothStreams) {
     const auto run = Muxora(
         {"send", test::MakeClip(spec), "--to", "rtp://127.0.0.1:19998", "--sdp", sdp, "--speed", "100", "--json"});
     EXPECT_EQ(run.exit_code, 0) << run.err;
-    EXPECT_TRUE(Contains(run.out, "\"video_frames\": 50")) << run.out;
+    EXPECT_TRUE(Contains(run.out, "\"video_frames\":50")) << run.out;
     const auto bytes = test::ReadFile(sdp);
     const std::string text(bytes.begin(), bytes.end());
     EXPECT_TRUE(Contains(text, "c=IN IP4 127.0.0.1\r\n"));

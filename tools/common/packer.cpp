@@ -1,9 +1,9 @@
-#include "muxora/packer.h"
+#include "common/packer.h"
 
 #include <utility>
 
-#include "muxora/annexb_units.h"
-#include "muxora/command.h"
+#include "common/annexb_units.h"
+#include "common/errors.h"
 
 namespace Orvane::Muxora::Tools {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "common/format_list.h"
 #include "media_input/media_input.h"
-#include "muxora/format_list.h"
 
 namespace Orvane::Muxora::Tools {
 

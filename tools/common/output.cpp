@@ -1,4 +1,4 @@
-#include "muxora/output.h"
+#include "common/output.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "muxora/command.h"
+#include "common/errors.h"
 
 namespace Orvane::Muxora::Tools {
 

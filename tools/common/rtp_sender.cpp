@@ -1,14 +1,16 @@
-#include "muxora/rtp_sender.h"
+#include "common/rtp_sender.h"
 
-#include <asio.hpp>
+#include <boost/asio/ip/udp.hpp>
 
 #include <charconv>
 #include <chrono>
 #include <vector>
 
-#include "muxora/command.h"
+#include "common/errors.h"
 
 namespace Orvane::Muxora::Tools {
+
+namespace asio = boost::asio;
 
 namespace {
 
@@ -66,7 +68,7 @@ struct RtpSender::Socket {
 };
 
 RtpSender::RtpSender(const RtpTarget& target, uint32_t ssrc) : socket_(std::make_unique<Socket>()), ssrc_(ssrc) {
-    asio::error_code error;
+    boost::system::error_code error;
     asio::ip::udp::resolver resolver(socket_->context);
     const auto found = resolver.resolve(target.host, std::to_string(target.port), error);
     if (error || found.empty()) throw Failure("host " + target.host + " is not known: " + error.message());
@@ -94,7 +96,7 @@ void RtpSender::Send(const uint8_t* packet, size_t size, int64_t media_ms) {
         Report(media_ms, false);
         reported_ms_ = media_ms;
     }
-    asio::error_code error;
+    boost::system::error_code error;
     socket_->socket.send_to(asio::buffer(packet, size), socket_->rtp, 0, error);
     ++packets_;
     payload_bytes_ += size - kRtpHeaderSize;
@@ -121,7 +123,7 @@ void RtpSender::Report(int64_t media_ms, bool goodbye) {
         out.insert(out.end(), {0x81, kGoodbye, 0, 1});
         Put32(out, ssrc_);
     }
-    asio::error_code ignored;
+    boost::system::error_code ignored;
     socket_->socket.send_to(asio::buffer(out), socket_->rtcp, 0, ignored);
 }
 

@@ -1,10 +1,10 @@
-#include "muxora/sdp.h"
+#include "common/sdp.h"
 
 #include <cstdio>
 #include <span>
 #include <vector>
 
-#include "muxora/annexb_units.h"
+#include "common/annexb_units.h"
 
 namespace Orvane::Muxora::Tools {
 

@@ -1,4 +1,4 @@
-#include "muxora/format_list.h"
+#include "common/format_list.h"
 
 #include <algorithm>
 #include <cctype>
