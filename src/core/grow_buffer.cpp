@@ -1,5 +1,6 @@
 #include "core/grow_buffer.h"
 
+#include <algorithm>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -18,26 +19,30 @@ constexpr int32_t kLinearStep = 0x10000;
 
 uint32_t CGrowBuffer::Create(int32_t capacity) {
     size_ = 0;
-    capacity_ = 0;
+    capacity_ = room_ = 0;
     data_.reset();
     if (capacity < 0) return MX_NO_RESOURCES;
     data_.reset(new (std::nothrow) uint8_t[static_cast<size_t>(capacity)]());
     if (data_ == nullptr) return MX_NO_RESOURCES;
-    capacity_ = capacity;
+    capacity_ = room_ = capacity;
     return MX_OK;
 }
 
 uint32_t CGrowBuffer::Append(const void* data, uint32_t length) {
     if (data == nullptr) return MX_NULL_RECORD;
     if (length == 0) return MX_OK;
-    if (Reserve(length) != MX_OK) return MX_NO_RESOURCES;
-    std::memcpy(data_.get() + size_, data, length);
-    size_ += length;
+    uint8_t* const place = Extend(length);
+    if (place == nullptr) return MX_NO_RESOURCES;
+    std::memcpy(place, data, length);
     return MX_OK;
 }
 
 uint8_t* CGrowBuffer::Extend(uint32_t length) {
-    if (Reserve(length) != MX_OK) return nullptr;
+    if (Reserve(length) != MX_OK) {
+        // The block stays: what was handed out of it may still be looked at.
+        size_ = 0;
+        return nullptr;
+    }
     uint8_t* const first = data_.get() + size_;
     size_ += length;
     return first;
@@ -46,24 +51,29 @@ uint8_t* CGrowBuffer::Extend(uint32_t length) {
 uint32_t CGrowBuffer::Reserve(uint32_t length) {
     const uint64_t needed = uint64_t{size_} + length;
     if (data_ != nullptr && needed <= static_cast<uint64_t>(capacity_)) return MX_OK;
-    // The steps are worked out first and taken by one allocation.
+    // The steps of the capacity are worked out first and taken at once.
     int64_t capacity = capacity_ == 0 ? kFirstCapacity : capacity_;
     while (static_cast<uint64_t>(capacity) < needed)
         capacity += capacity < kDoublingBelow ? capacity : kLinearStep;
-    // The bytes behind the content are left as they come: nothing reads them before they are written.
-    std::unique_ptr<uint8_t[]> grown;
-    if (capacity <= std::numeric_limits<int32_t>::max()) {
-        grown.reset(new (std::nothrow) uint8_t[static_cast<size_t>(capacity)]);
+    if (capacity > std::numeric_limits<int32_t>::max()) return MX_NO_RESOURCES;
+    if (data_ == nullptr || capacity > room_) {
+        const int64_t half_more = std::min<int64_t>(int64_t{room_} + room_ / 2, std::numeric_limits<int32_t>::max());
+        const auto least = static_cast<int32_t>(capacity);
+        if (!Grow(std::max(static_cast<int32_t>(half_more), least)) && !Grow(least)) return MX_NO_RESOURCES;
     }
-    if (grown == nullptr) {
-        // The block stays: what was handed out of it may still be looked at.
-        size_ = 0;
-        return MX_NO_RESOURCES;
-    }
-    if (size_ != 0) std::memcpy(grown.get(), data_.get(), size_);
-    data_ = std::move(grown);
     capacity_ = static_cast<int32_t>(capacity);
     return MX_OK;
+}
+
+// Moves the content into a block of `room` bytes. Those behind the content are left as they come: nothing reads them
+// before they are written.
+bool CGrowBuffer::Grow(int32_t room) {
+    std::unique_ptr<uint8_t[]> grown(new (std::nothrow) uint8_t[static_cast<size_t>(room)]);
+    if (grown == nullptr) return false;
+    if (size_ != 0) std::memcpy(grown.get(), data_.get(), size_);
+    data_ = std::move(grown);
+    room_ = room;
+    return true;
 }
 
 uint32_t CGrowBuffer::Reset() {

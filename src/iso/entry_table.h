@@ -17,14 +17,17 @@ namespace Orvane::Muxora {
 // All entries of a table are of one width, 4 or 8 bytes.
 class EntryTable {
   public:
+    // Makes room for one more entry, so that appending it can't fail. False, with nothing changed, if there is no
+    // memory.
+    bool Reserve() { return at_ != end_ || Grow(); }
     // False if there is no memory.
     bool Append32(uint32_t value) {
-        if (at_ == end_ && !Grow()) return false;
+        if (!Reserve()) return false;
         at_ += PutBE32(at_, value);
         return true;
     }
     bool Append64(uint64_t value) {
-        if (at_ == end_ && !Grow()) return false;
+        if (!Reserve()) return false;
         at_ += PutBE64(at_, value);
         return true;
     }

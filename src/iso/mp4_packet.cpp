@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "codec/avc_convert.h"
 #include "codec/hevc_convert.h"
@@ -39,12 +40,22 @@ BoxVariant VariantOf(uint32_t format) {
     }
 }
 
-// Empties the buffer and gives it room for `size` bytes, with nothing to copy on the way.
-void ResetWithRoomFor(uint32_t size, CGrowBuffer& buffer) {
+// Empties the buffer and gives it room for `size` bytes, with nothing to copy on the way. False, with the room as it
+// was, if there is no memory.
+bool ResetWithRoomFor(uint32_t size, CGrowBuffer& buffer) {
     buffer.Reset();
-    if (static_cast<uint64_t>(buffer.Capacity()) >= size) return;
-    buffer.Extend(size);
-    buffer.Reset();
+    return static_cast<uint64_t>(buffer.Capacity()) >= size || buffer.Reserve(size) == MX_OK;
+}
+
+// Gives the empty buffer exactly `capacity` bytes if it has fewer. False, with the buffer as it was, if there is no
+// memory.
+bool WidenTo(uint64_t capacity, CGrowBuffer& buffer) {
+    if (static_cast<uint64_t>(buffer.Capacity()) >= capacity) return true;
+    if (capacity > static_cast<uint64_t>(std::numeric_limits<int32_t>::max())) return false;
+    CGrowBuffer wider;
+    if (wider.Create(static_cast<int32_t>(capacity)) != MX_OK) return false;
+    buffer = std::move(wider);
+    return true;
 }
 
 }  // namespace
@@ -97,37 +108,32 @@ uint32_t CMp4Packet::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (!checkFrame(frame)) return MX_FRAME_REFUSED;
     switch (frame->frame_type) {
         case MX_FRAME_VIDEO:
-            InputVideo(*frame);
-            return MX_OK;
+            return InputVideo(*frame);
         case MX_FRAME_AUDIO:
-            InputAudio(*frame);
-            return MX_OK;
+            return InputAudio(*frame);
         case MX_FRAME_PRIVATE:
-            InputExt(*frame);
-            return MX_OK;
+            return InputExt(*frame);
         default:
             return MX_FAILED;
     }
 }
 
-void CMp4Packet::InputVideo(const MXFrameInfo& frame) {
-    if (!HasTree()) return;
-    ResetWorkBuffer();
+// A frame that is dropped for what it is answers MX_OK. One that there is no memory for answers MX_NO_RESOURCES, and is
+// as if it had not been given: memory is taken before anything is changed.
+uint32_t CMp4Packet::InputVideo(const MXFrameInfo& frame) {
+    if (!HasTree()) return MX_OK;
+    if (!ResetWorkBuffer()) return MX_NO_RESOURCES;
+    if (!WidenTo(uint64_t{frame.frame_size} + kConversionRoom, workBuffer_)) return MX_NO_RESOURCES;
     if (!videoStarted_ && IsKeyFrame(frame.frame_sub_type)) OpenVideo(frame);
-
-    const uint64_t room = uint64_t{frame.frame_size} + kConversionRoom;
-    if (room > static_cast<uint64_t>(std::numeric_limits<int32_t>::max())) return;
-    if (static_cast<uint64_t>(workBuffer_.Capacity()) < room) workBuffer_.Create(static_cast<int32_t>(room));
-    if (workBuffer_.Data() == nullptr) return;
-    if (!videoStarted_ || frame.encode_type != videoEncodeType_) return;
+    if (!videoStarted_ || frame.encode_type != videoEncodeType_) return MX_OK;
 
     const uint32_t header = SampleHeaderSize();
     uint8_t* const converted = workBuffer_.Data() + header;
     const uint32_t length = Convert(frame, converted, static_cast<uint32_t>(workBuffer_.Capacity()) - header);
-    if (length == 0) return;
+    if (length == 0) return MX_OK;
 
     SampleInfo sample{converted, length, frame.frame_sub_type, frame.frame_rate, SampleOffset()};
-    moov_->Update(kVideoTrack, sample);
+    if (!moov_->Update(kVideoTrack, sample)) return MX_NO_RESOURCES;
     mdat_->Update(length);
     if (HasMdatPerSample(variant_)) {
         mdat_->Write(&workBuffer_);  // into the bytes kept free in front of the sample
@@ -135,27 +141,28 @@ void CMp4Packet::InputVideo(const MXFrameInfo& frame) {
     } else {
         writePos_ += EmitAt(converted, length, writePos_);
     }
+    return MX_OK;
 }
 
-void CMp4Packet::InputAudio(const MXFrameInfo& frame) {
-    if (!HasTree()) return;
+uint32_t CMp4Packet::InputAudio(const MXFrameInfo& frame) {
+    if (!HasTree()) return MX_OK;
     ResetWorkBuffer();
-    if (!videoStarted_) return;
+    if (!videoStarted_) return MX_OK;
     if (!audioStarted_) OpenAudio(frame);
-    if (frame.ma_cur_channel != audioChannel_ || frame.encode_type != audioEncodeType_) return;
-    WriteCopied(kAudioTrack, frame);
+    if (frame.ma_cur_channel != audioChannel_ || frame.encode_type != audioEncodeType_) return MX_OK;
+    return WriteCopied(kAudioTrack, frame);
 }
 
-void CMp4Packet::InputExt(const MXFrameInfo& frame) {
-    if (!HasTree()) return;
+uint32_t CMp4Packet::InputExt(const MXFrameInfo& frame) {
+    if (!HasTree()) return MX_OK;
     ResetWorkBuffer();
     if (videoStarted_ && !extStarted_) {
         // Readers rely on this: without a record no track is opened; the bytes alone are in the file.
         moov_->Init(kExtTrack, nullptr);
         extStarted_ = true;
     }
-    if (!extStarted_) return;
-    WriteCopied(kExtTrack, frame);
+    if (!extStarted_) return MX_OK;
+    return WriteCopied(kExtTrack, frame);
 }
 
 void CMp4Packet::OpenVideo(const MXFrameInfo& frame) {
@@ -190,22 +197,21 @@ uint32_t CMp4Packet::Convert(const MXFrameInfo& frame, uint8_t* out, uint32_t ou
 }
 
 // Audio and private data: the sample goes out as it is, but for an ADTS header, which the track takes off.
-void CMp4Packet::WriteCopied(uint32_t trackType, const MXFrameInfo& frame) {
+uint32_t CMp4Packet::WriteCopied(uint32_t trackType, const MXFrameInfo& frame) {
     SampleInfo sample{FrameBytes(frame), frame.frame_size, frame.frame_sub_type, 0, SampleOffset()};
-    moov_->Update(trackType, sample);
+    if (workBuffer_.Reserve(SampleHeaderSize()) != MX_OK) return MX_NO_RESOURCES;
+    if (!moov_->Update(trackType, sample)) return MX_NO_RESOURCES;
     mdat_->Update(sample.length);
     if (HasMdatPerSample(variant_)) mdat_->Write(&workBuffer_);
-    if (workBuffer_.Append(sample.data, sample.length) == MX_OK) {
+    if (workBuffer_.Reserve(sample.length) == MX_OK) {
+        workBuffer_.Append(sample.data, sample.length);
         writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), writePos_);
-        return;
+        return MX_OK;
     }
     // No room for a copy. The tables and mdat count the sample by now, so it goes out from where it lies.
-    workBuffer_.Reset();
-    if (HasMdatPerSample(variant_)) {
-        if (mdat_->Write(&workBuffer_) != workBuffer_.Size()) return;
-        writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), writePos_);
-    }
+    if (workBuffer_.Size() != 0) writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), writePos_);
     writePos_ += EmitAt(sample.data, sample.length, writePos_);
+    return MX_OK;
 }
 
 uint32_t CMp4Packet::createTailer(const void* /*info*/, uint32_t /*unused*/) {
@@ -273,8 +279,8 @@ uint32_t CMp4Packet::getCodecCapacity(uint32_t type, const void** table, uint32_
 
 // The room of this buffer is what bounds a conversion, and with it the output: a snapshot widens it, though the
 // snapshot itself lies in a buffer of its own.
-void CMp4Packet::ResetWorkBuffer() {
-    ResetWithRoomFor(largest_backup_, workBuffer_);
+bool CMp4Packet::ResetWorkBuffer() {
+    return ResetWithRoomFor(largest_backup_, workBuffer_);
 }
 
 uint32_t CMp4Packet::SampleHeaderSize() const {

@@ -36,17 +36,17 @@ class CMp4Packet : public CPackage {
     uint32_t getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const override;
 
   private:
-    void InputVideo(const MXFrameInfo& frame);
-    void InputAudio(const MXFrameInfo& frame);
-    void InputExt(const MXFrameInfo& frame);
+    uint32_t InputVideo(const MXFrameInfo& frame);
+    uint32_t InputAudio(const MXFrameInfo& frame);
+    uint32_t InputExt(const MXFrameInfo& frame);
     bool HasTree() const { return moov_ != nullptr && mdat_ != nullptr; }
     void OpenVideo(const MXFrameInfo& frame);
     void OpenAudio(const MXFrameInfo& frame);
     uint32_t Convert(const MXFrameInfo& frame, uint8_t* out, uint32_t outCap) const;
-    void ResetWorkBuffer();
+    bool ResetWorkBuffer();
     uint64_t SampleOffset() const { return writePos_ + SampleHeaderSize(); }
     uint32_t SampleHeaderSize() const;
-    void WriteCopied(uint32_t trackType, const MXFrameInfo& frame);
+    uint32_t WriteCopied(uint32_t trackType, const MXFrameInfo& frame);
 
     const BoxVariant variant_;
     CMXMutex mutex_;

@@ -1,5 +1,7 @@
 #include "iso/sample_entries.h"
 
+#include <utility>
+
 #include "MuxoraAPI.h"
 
 namespace Orvane::Muxora {
@@ -189,8 +191,10 @@ CBox_stsd::CBox_stsd(BoxVariant variant) : CBox("stsd"), variant_(variant) {
 
 void CBox_stsd::Init(uint32_t trackType, const TrackInfo* info) {
     if (info == nullptr || entry_ != nullptr) return;
-    entry_ = MakeEntry(trackType, info);
-    if (entry_ != nullptr) entry_->Init(trackType, info);
+    // Kept once it is whole: without memory for one of its parts a later call makes it anew.
+    std::unique_ptr<CSampleEntry> entry = MakeEntry(trackType, info);
+    if (entry != nullptr) entry->Init(trackType, info);
+    entry_ = std::move(entry);
     Refresh();
 }
 

@@ -33,22 +33,32 @@ void CBox_stts::Init(uint32_t trackType, const TrackInfo* info) {
     }
 }
 
+bool CBox_stts::Reserve(const SampleInfo& sample) {
+    const bool closes_run = runCount_ != 0 && NextStep(sample).delta != runDelta_;
+    return !closes_run || runs_.Reserve();
+}
+
 void CBox_stts::Update(const SampleInfo& sample) {
-    if (trackType_ == kVideoTrack && sample.frame_rate != 0) {
-        uint32_t delta = kMillisecondsPerSecond / sample.frame_rate;
-        // Single precision is part of the output: at 30 frames per second the sum of the fractions reaches 1 on the
-        // fourth sample.
-        fraction_ += static_cast<float>(kMillisecondsPerSecond) / static_cast<float>(sample.frame_rate) -
-                     static_cast<float>(delta);
-        if (fraction_ >= 1.0F) {
-            const auto whole = static_cast<uint32_t>(fraction_);
-            delta += whole;
-            fraction_ -= static_cast<float>(whole);
-        }
-        if (delta != runDelta_) OpenRun(delta);
-    }
+    const Step step = NextStep(sample);
+    fraction_ = step.fraction;
+    if (step.delta != runDelta_) OpenRun(step.delta);
     ++runCount_;
     totalDuration_ += runDelta_;
+}
+
+CBox_stts::Step CBox_stts::NextStep(const SampleInfo& sample) const {
+    if (trackType_ != kVideoTrack || sample.frame_rate == 0) return {runDelta_, fraction_};
+    uint32_t delta = kMillisecondsPerSecond / sample.frame_rate;
+    // Single precision is part of the output: at 30 frames per second the sum of the fractions reaches 1 on the fourth
+    // sample.
+    float fraction = fraction_ + (static_cast<float>(kMillisecondsPerSecond) / static_cast<float>(sample.frame_rate) -
+                                  static_cast<float>(delta));
+    if (fraction >= 1.0F) {
+        const auto whole = static_cast<uint32_t>(fraction);
+        delta += whole;
+        fraction -= static_cast<float>(whole);
+    }
+    return {delta, fraction};
 }
 
 // Without memory to keep the open run it goes on: every sample stays counted.

@@ -15,12 +15,21 @@ class CBox_stts final : public CBox {
   public:
     CBox_stts();
     void Init(uint32_t trackType, const TrackInfo* info);
+    // Makes room for what Update will enter. False, with nothing changed, if there is no memory.
+    bool Reserve(const SampleInfo& sample);
     void Update(const SampleInfo& sample);
     // The sum of all deltas so far, in the track's time-scale; wraps at 32 bits.
     uint32_t TotalDuration() const { return totalDuration_; }
 
   private:
+    // The duration of a sample, and what is left of a millisecond behind it.
+    struct Step {
+        uint32_t delta;
+        float fraction;
+    };
+
     uint32_t WriteData(CGrowBuffer* buffer) const override;
+    Step NextStep(const SampleInfo& sample) const;
     void OpenRun(uint32_t delta);
 
     uint32_t trackType_ = 0;
@@ -34,6 +43,10 @@ class CBox_stts final : public CBox {
 
 // A table with one value an entry.
 class CTableBox : public CBox {
+  public:
+    // Makes room for one more entry. False, with nothing changed, if there is no memory.
+    bool Reserve() { return entries_.Reserve(); }
+
   protected:
     // `head` is the size of the fixed fields: zeros, and the number of entries as the last of them.
     CTableBox(const char (&type)[5], uint32_t head, const char* complaint);

@@ -45,15 +45,24 @@ void CBox_stbl::Init(uint32_t trackType, const TrackInfo* info) {
     Refresh();
 }
 
-void CBox_stbl::Update(const SampleInfo& sample) {
+bool CBox_stbl::Update(const SampleInfo& sample) {
+    const bool is_sync = trackType_ == kVideoTrack && IsSyncFrame(sample.frame_sub_type);
+    if (!Reserve(sample, is_sync)) return false;
     stsd_.Update(sample);
     stts_.Update(sample);
-    if (trackType_ == kVideoTrack && IsSyncFrame(sample.frame_sub_type)) stss_.Update(nextSample_);
+    if (is_sync) stss_.Update(nextSample_);
     stsz_.Update(sample.length);
     if (stco_) stco_->Update(static_cast<uint32_t>(sample.offset));
     if (co64_) co64_->Update64(sample.offset);
     ++nextSample_;
     Refresh();
+    return true;
+}
+
+bool CBox_stbl::Reserve(const SampleInfo& sample, bool is_sync) {
+    if (!stts_.Reserve(sample) || !stsz_.Reserve()) return false;
+    if (is_sync && !stss_.Reserve()) return false;
+    return stco_ ? stco_->Reserve() : co64_->Reserve();
 }
 
 void CBox_stbl::Refresh() {
@@ -86,9 +95,10 @@ void CBox_minf::Init(uint32_t trackType, const TrackInfo* info) {
     Refresh();
 }
 
-void CBox_minf::Update(const SampleInfo& sample) {
-    stbl_.Update(sample);
+bool CBox_minf::Update(const SampleInfo& sample) {
+    if (!stbl_.Update(sample)) return false;
     Refresh();
+    return true;
 }
 
 void CBox_minf::Refresh() {
@@ -114,9 +124,10 @@ void CBox_mdia::Init(uint32_t trackType, const TrackInfo* info) {
     Refresh();
 }
 
-void CBox_mdia::Update(const SampleInfo& sample) {
-    minf_.Update(sample);
+bool CBox_mdia::Update(const SampleInfo& sample) {
+    if (!minf_.Update(sample)) return false;
     Refresh();
+    return true;
 }
 
 void CBox_mdia::Refresh() {
@@ -149,11 +160,12 @@ void CBox_trak::Init(uint32_t trackType, const TrackInfo* info) {
     Refresh();
 }
 
-void CBox_trak::Update(SampleInfo& sample) {
-    if (!initialised_) return;
+bool CBox_trak::Update(SampleInfo& sample) {
+    if (!initialised_) return true;
     if (is_aac_) StripAdtsHeader(sample);
-    mdia_.Update(sample);
+    if (!mdia_.Update(sample)) return false;
     Refresh();
+    return true;
 }
 
 void CBox_trak::Refresh() {
@@ -182,9 +194,10 @@ void CBox_moov::Init(uint32_t trackType, const TrackInfo* info) {
     Refresh();
 }
 
-void CBox_moov::Update(uint32_t trackType, SampleInfo& sample) {
-    if (CBox_trak* const trak = Trak(trackType)) trak->Update(sample);
+bool CBox_moov::Update(uint32_t trackType, SampleInfo& sample) {
+    if (CBox_trak* const trak = Trak(trackType); trak != nullptr && !trak->Update(sample)) return false;
     Refresh();
+    return true;
 }
 
 CBox_trak* CBox_moov::Trak(uint32_t trackType) {

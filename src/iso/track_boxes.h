@@ -1,6 +1,9 @@
 // The containers of the index, from the sample table up to the movie (ISO/IEC 14496-12 8.2.1, 8.3.1, 8.4.1, 8.4.4,
 // 8.5.1). Init opens a track and flows down; Update takes a sample down into the tables. Both carry sizes and durations
 // back up, so that the index can be serialised after any sample.
+//
+// A sample is entered into all tables or into none: Update is false, with nothing changed, when there is no memory for
+// it. Init throws std::bad_alloc, and may be called again then.
 #pragma once
 
 #include <cstdint>
@@ -20,11 +23,12 @@ class CBox_stbl final : public CBox {
   public:
     explicit CBox_stbl(BoxVariant variant);
     void Init(uint32_t trackType, const TrackInfo* info);
-    void Update(const SampleInfo& sample);
+    bool Update(const SampleInfo& sample);
     uint32_t TotalDuration() const { return stts_.TotalDuration(); }
 
   private:
     uint32_t WriteData(CGrowBuffer* buffer) const override;
+    bool Reserve(const SampleInfo& sample, bool is_sync);
     void Refresh();
 
     uint32_t trackType_ = 0;
@@ -42,7 +46,7 @@ class CBox_minf final : public CBox {
   public:
     explicit CBox_minf(BoxVariant variant);
     void Init(uint32_t trackType, const TrackInfo* info);
-    void Update(const SampleInfo& sample);
+    bool Update(const SampleInfo& sample);
     uint32_t TotalDuration() const { return stbl_.TotalDuration(); }
 
   private:
@@ -58,7 +62,7 @@ class CBox_mdia final : public CBox {
   public:
     explicit CBox_mdia(BoxVariant variant);
     void Init(uint32_t trackType, const TrackInfo* info);
-    void Update(const SampleInfo& sample);
+    bool Update(const SampleInfo& sample);
     uint32_t TotalDuration() const { return minf_.TotalDuration(); }
 
   private:
@@ -76,7 +80,7 @@ class CBox_trak final : public CBox {
     // Once: a later call changes nothing.
     void Init(uint32_t trackType, const TrackInfo* info);
     // Narrows the sample to its raw AAC frame when it has an ADTS header without a CRC. Before Init nothing happens.
-    void Update(SampleInfo& sample);
+    bool Update(SampleInfo& sample);
     // In the movie's time-scale; 0 while the track has no time-scale.
     uint32_t Duration() const { return duration_; }
     bool IsPresent() const { return initialised_; }
@@ -98,7 +102,7 @@ class CBox_moov final : public CBox {
     explicit CBox_moov(BoxVariant variant);
     // Opens a track. A null record opens none, so an ext track is never there.
     void Init(uint32_t trackType, const TrackInfo* info);
-    void Update(uint32_t trackType, SampleInfo& sample);
+    bool Update(uint32_t trackType, SampleInfo& sample);
 
   private:
     uint32_t WriteData(CGrowBuffer* buffer) const override;

@@ -12,13 +12,18 @@ constexpr uint64_t kUnlimited = UINT64_MAX;
 thread_local uint64_t count = 0;
 thread_local uint64_t bytes = 0;
 thread_local uint64_t budget = kUnlimited;  // allocations that still succeed
+thread_local uint64_t failures_left = 0;    // behind those
 
 void* Allocate(std::size_t size, std::size_t alignment) noexcept {
     ++count;
     bytes += size;
     if (budget != kUnlimited) {
-        if (budget == 0) return nullptr;
-        --budget;
+        if (budget != 0) {
+            --budget;
+        } else if (failures_left != 0) {
+            if (failures_left != kUnlimited) --failures_left;
+            return nullptr;
+        }
     }
     if (size == 0) size = 1;
     if (alignment <= alignof(std::max_align_t)) return std::malloc(size);
@@ -46,8 +51,9 @@ uint64_t AllocationCounter::Bytes() const {
     return bytes - start_bytes_;
 }
 
-FailingAllocations::FailingAllocations(uint64_t successes) {
+FailingAllocations::FailingAllocations(uint64_t successes, uint64_t failures) {
     budget = successes;
+    failures_left = failures;
 }
 
 FailingAllocations::~FailingAllocations() {

@@ -19,10 +19,11 @@ class AllocationCounter {
     uint64_t start_bytes_;
 };
 
-// While it lives, `successes` more allocations of this thread succeed and the ones behind them fail. One at a time.
+// While it lives, `successes` more allocations of this thread succeed and the `failures` behind them fail. One at a
+// time.
 class FailingAllocations {
   public:
-    explicit FailingAllocations(uint64_t successes = 0);
+    explicit FailingAllocations(uint64_t successes = 0, uint64_t failures = UINT64_MAX);
     ~FailingAllocations();
     FailingAllocations(const FailingAllocations&) = delete;
     FailingAllocations& operator=(const FailingAllocations&) = delete;

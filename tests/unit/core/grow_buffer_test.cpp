@@ -167,7 +167,49 @@ TEST(GrowBuffer, ReservedRoomIsThereWithoutAStep) {
     EXPECT_EQ(buffer.Data(), block);
     EXPECT_EQ(buffer.Size(), 300002u);
     EXPECT_EQ(buffer.Reserve(0x80000000u), 4u);
-    EXPECT_EQ(buffer.Size(), 0u);
+    EXPECT_EQ(buffer.Size(), 300002u);
+}
+
+TEST(GrowBuffer, AReserveThatFindsNoMemoryChangesNothing) {
+    CGrowBuffer buffer;
+    buffer.Append("ab", 2);
+    {
+        const test::FailingAllocations none;
+        EXPECT_EQ(buffer.Reserve(300000), 4u);
+    }
+    EXPECT_EQ(Content(buffer), test::Text("ab"));
+    EXPECT_EQ(buffer.Capacity(), 16384);
+}
+
+// The capacity goes on in its small steps; the bytes are moved a number of times that grows with the logarithm.
+TEST(GrowBuffer, TheMemoryBehindItGrowsByHalves) {
+    CGrowBuffer buffer;
+    const ByteVector piece(1000, 7);
+    const test::AllocationCounter allocations;
+    for (int i = 0; i < 64000; ++i)
+        ASSERT_EQ(buffer.Append(piece.data(), 1000), 0u);
+    EXPECT_LE(allocations.Count(), 20u);
+    EXPECT_LE(allocations.Bytes(), 4u * 64000 * 1000);
+    // 524288 by doubling, and 65536 at a time from there.
+    EXPECT_EQ(buffer.Capacity(), 524288 + 969 * 65536);
+}
+
+// Where half as much again is not to be had, what is needed may be.
+TEST(GrowBuffer, TakesWhatIsNeededWhenThereIsNoMore) {
+    CGrowBuffer buffer;
+    buffer.Create(1000000);
+    buffer.Extend(1000000);
+    {
+        const test::FailingAllocations one_fails(0, 1);
+        ASSERT_NE(buffer.Extend(1), nullptr);
+    }
+    EXPECT_EQ(buffer.Capacity(), 1065536);
+    EXPECT_EQ(buffer.Size(), 1000001u);
+    const test::AllocationCounter allocations;
+    ASSERT_NE(buffer.Extend(65535), nullptr);
+    EXPECT_EQ(allocations.Count(), 0u);
+    ASSERT_NE(buffer.Extend(1), nullptr);
+    EXPECT_EQ(allocations.Count(), 1u);
 }
 
 TEST(GrowBuffer, AWarmOneDoesNotAllocate) {
