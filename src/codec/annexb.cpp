@@ -1,6 +1,5 @@
 #include "codec/annexb.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "codec/start_code.h"
@@ -12,30 +11,23 @@ namespace {
 
 constexpr uint32_t kBadArguments = 0xFFFFFFFF;
 constexpr uint32_t kLengthSize = 4;
-constexpr uint32_t kFirstPiece = 128;
-constexpr uint32_t kLargestPiece = 4096;
 
 // A unit runs to the next start code, the last one to the end of the frame.
 uint32_t EndOfUnit(const StartCode& next, uint32_t length) {
     return next ? next.position : length;
 }
 
-// Copies the unit that begins at `start`, and perhaps what follows it in the frame. Returns the start code behind it,
-// as NextStartCode gives it.
+// Copies the unit that begins at `start`. Returns the start code behind it, as NextStartCode gives it.
 StartCode CopyUnit(const uint8_t* in, uint32_t inLen, uint32_t start, uint8_t* out) {
-    uint32_t at = start;
-    // In pieces, so that little is copied behind a short unit; each begins where a start code may lie across the last.
-    for (uint32_t piece = kFirstPiece;; piece = std::min(piece * 2, kLargestPiece)) {
-        const uint32_t stop = inLen - at > piece ? at + piece : inLen;
-        const uint8_t* const hit = CopyAndFindStartCode(out + (at - start), in + at, in + stop);
-        if (hit != in + stop) {
-            const auto position = static_cast<uint32_t>(hit - in);
-            if (position > start && hit[-1] == 0) return {position - 1, 4};
-            if (position < inLen - 3) return {position, 3};
-        }
-        if (stop == inLen) return {};
-        at = stop - 2;
-    }
+    const uint8_t* const end = in + inLen;
+    const uint8_t* const hit = CopyToStartCode(out, in + start, end);
+    if (hit == end) return {};
+    const auto position = static_cast<uint32_t>(hit - in);
+    if (position > start && hit[-1] == 0) return {position - 1, 4};
+    if (position < inLen - 3) return {position, 3};
+    // Three bytes at the end of the frame belong to the unit.
+    std::memcpy(out + (position - start), hit, 3);
+    return {};
 }
 
 }  // namespace

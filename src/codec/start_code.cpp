@@ -1,38 +1,15 @@
 #include "codec/start_code.h"
 
-#include <algorithm>
-#include <atomic>
-
 #include "codec/kernels/start_code_kernels.h"
 
 namespace Orvane::Muxora {
 
-namespace {
-
-// The best kernel, once somebody has asked for it. Threads that race for it all store the same.
-constinit std::atomic<const Kernels::StartCodeKernel*> g_kernel{nullptr};
-
-const Kernels::StartCodeKernel& ChooseKernel() {
-    const auto kernels = Kernels::StartCodeKernels();
-    const auto best =
-        std::find_if(kernels.begin(), kernels.end(), [](const auto& kernel) { return kernel.supported(); });
-    g_kernel.store(&*best, std::memory_order_relaxed);
-    return *best;
-}
-
-const Kernels::StartCodeKernel& Kernel() {
-    const Kernels::StartCodeKernel* const kernel = g_kernel.load(std::memory_order_relaxed);
-    return kernel != nullptr ? *kernel : ChooseKernel();
-}
-
-}  // namespace
-
 const uint8_t* FindStartCode(const uint8_t* begin, const uint8_t* end) {
-    return Kernel().find(begin, end);
+    return Kernels::start_code_choice.Get().find(begin, end);
 }
 
-const uint8_t* CopyAndFindStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end) {
-    return Kernel().copy(out, begin, end);
+const uint8_t* CopyToStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end) {
+    return Kernels::start_code_choice.Get().copy(out, begin, end);
 }
 
 const uint8_t* FindLongStartCode(const uint8_t* begin, const uint8_t* end) {

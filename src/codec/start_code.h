@@ -9,8 +9,10 @@ namespace Orvane::Muxora {
 // outside [begin, end). Vectorised; the kernel is chosen once at run time.
 const uint8_t* FindStartCode(const uint8_t* begin, const uint8_t* end);
 
-// Copies [begin, end) to `out` and returns what FindStartCode gives, in one pass that costs little above the copy.
-const uint8_t* CopyAndFindStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end);
+// Returns what FindStartCode gives, with the bytes in front of that place copied to `out`, in one pass that costs
+// little above the copy. Some of the bytes behind it may be copied, too, so `out` has room for all of [begin, end); the
+// two do not overlap.
+const uint8_t* CopyToStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end);
 
 // As FindStartCode for the bytes 00 00 00 01, with p + 4 <= end.
 const uint8_t* FindLongStartCode(const uint8_t* begin, const uint8_t* end);

@@ -51,7 +51,12 @@ void NalReader::Copy(uint8_t* out, int64_t from, int64_t count) {
     }
     // A start code across the end of the copy, or right behind it, has a 0 or a 1 at that place.
     const uint8_t* const end = data_ + stop;
-    if (CopyAndFindStartCode(out, data_ + from, end) == end && *end > 1) end_ = stop + 1;
+    const uint8_t* const hit = CopyToStartCode(out, data_ + from, end);
+    if (hit != end) {
+        std::memcpy(out + (hit - data_ - from), hit, static_cast<size_t>(end - hit));
+    } else if (*end > 1) {
+        end_ = stop + 1;
+    }
 }
 
 }  // namespace Orvane::Muxora

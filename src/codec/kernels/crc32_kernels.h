@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 
+#include "codec/kernels/choice.h"
+
 namespace Orvane::Muxora::Kernels {
 
 struct Crc32Kernel {
@@ -18,6 +20,8 @@ struct Crc32Kernel {
 
 // Every kernel of this build, the fastest first. The last one is the table kernel, which every processor has.
 std::span<const Crc32Kernel> Crc32Kernels();
+
+inline constinit KernelChoice<Crc32Kernel, Crc32Kernels> crc32_choice;
 
 uint32_t Crc32Table(uint32_t state, const uint8_t* data, size_t length);
 

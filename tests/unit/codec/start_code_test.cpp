@@ -73,32 +73,113 @@ TEST_P(StartCodeKernels, FindsACodeAtEveryPlaceAndReadsNothingOutside) {
     }
 }
 
-TEST_P(StartCodeKernels, CopiesAndFindsTheSame) {
+// Copies into a block with marked bytes around its room, and checks everything that the copy promises.
+class CopyBench {
+  public:
+    explicit CopyBench(size_t largest) : block_(2 * kGuard + kAlignments + largest) {}
+
+    void Check(const Kernels::StartCodeKernel& kernel, const uint8_t* data, size_t length, size_t align) {
+        std::fill(block_.begin(), block_.end(), kMark);
+        uint8_t* const base = block_.data() + kGuard;
+        uint8_t* const out =
+            base + (kAlignments - reinterpret_cast<uintptr_t>(base) % kAlignments + align) % kAlignments;
+        const size_t want = NaiveFind(data, length);
+        ASSERT_EQ(static_cast<size_t>(kernel.copy(out, data, data + length) - data), want) << "length " << length;
+        ASSERT_TRUE(std::equal(data, data + want, out)) << "length " << length << ", alignment " << align;
+        const auto marked = [](uint8_t byte) { return byte == kMark; };
+        ASSERT_TRUE(std::all_of(block_.data(), out, marked)) << "ahead of length " << length << ", alignment " << align;
+        ASSERT_TRUE(std::all_of(out + length, block_.data() + block_.size(), marked))
+            << "behind length " << length << ", alignment " << align;
+    }
+
+    static constexpr size_t kAlignments = 64;
+
+  private:
+    static constexpr size_t kGuard = 128;
+    static constexpr uint8_t kMark = 0xEE;
+
+    ByteVector block_;
+};
+
+TEST_P(StartCodeKernels, CopiesEveryLengthToEveryAlignment) {
     std::mt19937 random(4);
-    for (size_t length = 0; length <= 300; ++length) {
-        const auto from = std::make_unique<uint8_t[]>(length);
-        const auto to = std::make_unique<uint8_t[]>(length);
-        for (size_t round = 0; round < 8; ++round) {
-            ByteVector bytes = round == 0 ? ByteVector(length, 0x80) : test::ZeroRichBytes(random, length);
-            // One code at a random place, and few others.
-            for (uint8_t& byte : bytes)
-                byte = byte == 1 ? uint8_t{2} : byte;
-            if (round > 1 && length >= 3) bytes[2 + random() % (length - 2)] = 1;
-            std::copy(bytes.begin(), bytes.end(), from.get());
-            std::fill_n(to.get(), length, uint8_t{0xEE});
-            const uint8_t* const hit = GetParam().copy(to.get(), from.get(), from.get() + length);
-            ASSERT_EQ(static_cast<size_t>(hit - from.get()), NaiveFind(bytes.data(), length)) << length;
-            ASSERT_TRUE(std::equal(bytes.begin(), bytes.end(), to.get())) << length;
-        }
-        // A lone code at every place.
-        for (size_t at = 0; at + 3 <= length; ++at) {
-            std::fill_n(from.get(), length, uint8_t{0x55});
-            from[at] = from[at + 1] = 0;
-            from[at + 2] = 1;
-            const uint8_t* const hit = GetParam().copy(to.get(), from.get(), from.get() + length);
-            ASSERT_EQ(static_cast<size_t>(hit - from.get()), at) << length;
+    constexpr size_t kLongest = 400;
+    CopyBench bench(kLongest);
+    for (size_t length = 0; length <= kLongest; ++length) {
+        for (size_t align = 0; align < CopyBench::kAlignments; ++align) {
+            // Mostly pairs of zeros that are no code, and one code somewhere in most rounds.
+            ByteVector data = align % 4 == 0 ? ByteVector(length, 0x80) : test::ZeroRichBytes(random, length);
+            std::replace(data.begin(), data.end(), uint8_t{1}, uint8_t{2});
+            if (align % 8 != 0 && length >= 3) data[2 + random() % (length - 2)] = 1;
+            ASSERT_NO_FATAL_FAILURE(bench.Check(GetParam(), data.data(), length, align));
         }
     }
+}
+
+TEST_P(StartCodeKernels, CopiesFromEveryAlignmentToEveryAlignment) {
+    std::mt19937 random(5);
+    constexpr size_t kLongest = 700;
+    CopyBench bench(kLongest);
+    for (size_t from = 0; from < CopyBench::kAlignments; ++from) {
+        ByteVector data = test::ZeroRichBytes(random, from + kLongest);
+        // Hits from near the beginning to beyond the end.
+        for (uint8_t& byte : data)
+            if (byte == 1 && random() % 24 != 0) byte = 2;
+        for (size_t align = 0; align < CopyBench::kAlignments; ++align)
+            ASSERT_NO_FATAL_FAILURE(bench.Check(GetParam(), data.data() + from, kLongest - random() % 300, align));
+    }
+}
+
+// A lone code at every place, then one behind nothing but zeros; the exact heap blocks let a sanitizer see any byte
+// read or written outside.
+TEST_P(StartCodeKernels, CopiesUpToACodeAtEveryPlaceAndTouchesNothingOutside) {
+    for (const uint8_t filler : {uint8_t{0x55}, uint8_t{0}}) {
+        for (size_t length = 3; length <= 330; ++length) {
+            const auto from = std::make_unique<uint8_t[]>(length);
+            const auto to = std::make_unique<uint8_t[]>(length);
+            for (size_t at = 0; at + 3 <= length; ++at) {
+                std::fill_n(from.get(), length, filler);
+                from[at] = from[at + 1] = 0;
+                from[at + 2] = 1;
+                const uint8_t* const hit = GetParam().copy(to.get(), from.get(), from.get() + length);
+                ASSERT_EQ(static_cast<size_t>(hit - from.get()), at) << length;
+                ASSERT_TRUE(std::equal(from.get(), from.get() + at, to.get())) << length;
+            }
+            std::fill_n(from.get(), length, filler);
+            ASSERT_EQ(GetParam().copy(to.get(), from.get(), from.get() + length), from.get() + length);
+            ASSERT_TRUE(std::equal(from.get(), from.get() + length, to.get())) << length;
+        }
+    }
+}
+
+TEST_P(StartCodeKernels, CopiesLongRangesWithFewCodes) {
+    std::mt19937 random(6);
+    constexpr size_t kLength = 40'000;
+    CopyBench bench(kLength);
+    ByteVector data(kLength);
+    for (size_t round = 0; round < 40; ++round) {
+        for (uint8_t& byte : data)
+            byte = static_cast<uint8_t>(random() % 3 == 0 ? 0 : random() % 255 + 1);
+        for (size_t i = 2; i < data.size(); ++i)
+            if (data[i - 2] == 0 && data[i - 1] == 0 && data[i] == 1) data[i] = 3;
+        if (round != 0) {
+            const size_t at = random() % (kLength - 3);
+            data[at] = data[at + 1] = 0;
+            data[at + 2] = 1;
+        }
+        ASSERT_NO_FATAL_FAILURE(bench.Check(GetParam(), data.data(), data.size(), round));
+    }
+}
+
+TEST(StartCodeChoice, TakesAKernelByNameAndRefusesTheOthers) {
+    const std::string before = Kernels::start_code_choice.Get().name;
+    EXPECT_TRUE(Kernels::start_code_choice.Use("scalar"));
+    EXPECT_STREQ(Kernels::start_code_choice.Get().name, "scalar");
+    EXPECT_FALSE(Kernels::start_code_choice.Use("no such kernel"));
+    EXPECT_STREQ(Kernels::start_code_choice.Get().name, "scalar");
+    EXPECT_TRUE(Kernels::start_code_choice.Use(before));
+    EXPECT_STREQ(decltype(Kernels::start_code_choice)::Best().name,
+                 test::Supported(Kernels::StartCodeKernels()).front().name);
 }
 
 TEST_P(StartCodeKernels, IsNotFooledByNearMisses) {
@@ -120,13 +201,12 @@ TEST(StartCode, TheDispatchPointFindsWhatTheKernelsFind) {
         EXPECT_EQ(static_cast<size_t>(FindStartCode(data.data(), data.data() + length) - data.data()),
                   NaiveFind(data.data(), length));
         ByteVector copy(length);
-        EXPECT_EQ(
-            static_cast<size_t>(CopyAndFindStartCode(copy.data(), data.data(), data.data() + length) - data.data()),
-            NaiveFind(data.data(), length));
-        EXPECT_EQ(copy, data);
+        const uint8_t* const hit = CopyToStartCode(copy.data(), data.data(), data.data() + length);
+        EXPECT_EQ(static_cast<size_t>(hit - data.data()), NaiveFind(data.data(), length));
+        EXPECT_TRUE(std::equal(data.data(), hit, copy.data()));
     }
     EXPECT_EQ(FindStartCode(nullptr, nullptr), nullptr);
-    EXPECT_EQ(CopyAndFindStartCode(nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(CopyToStartCode(nullptr, nullptr, nullptr), nullptr);
 }
 
 TEST(StartCode, LongCodesNeedFourBytesWithinTheRange) {
