@@ -8,10 +8,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <utility>
 
 #include "common/errors.h"
+#include "common/file_lock.h"
+#include "common/working_file.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -19,20 +20,6 @@ namespace {
 
 std::string Reason() {
     return std::strerror(errno);
-}
-
-std::string Advice(const std::string& path) {
-    switch (errno) {
-        case ENOENT:
-            return "; make the directory first";
-        case EACCES:
-        case EROFS:
-            return "; choose a directory that you may write to";
-        case EISDIR:
-            return "; name a file in " + path;
-        default:
-            return "";
-    }
 }
 
 }  // namespace
@@ -43,22 +30,24 @@ OutputFile::OutputFile(std::string path, Growth growth) : path_(std::move(path))
     if (exists && S_ISDIR(status.st_mode)) throw Failure(path_ + " is a directory; name a file in it");
     // Devices and pipes are written as they are: there is nothing to put in their place.
     const bool special = exists && !S_ISREG(status.st_mode);
-    std::string target = path_;
-    int flags = O_WRONLY | O_CLOEXEC | O_CREAT;
-    if (!special) {
-        flags |= O_TRUNC;
-        if (growth == Growth::kBeside) {
-            const std::filesystem::path whole(path_);
-            target =
-                (whole.parent_path() / ("." + whole.filename().string() + "." + std::to_string(getpid()))).string();
-        }
+    if (!special && growth == Growth::kBeside) {
+        working_ = std::make_unique<WorkingFile>(path_);
+        descriptor_ = dup(working_->Descriptor());
+    } else {
+        if (!special) CheckNotGrowing(path_);
+        descriptor_ = open(path_.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT, 0666);
     }
-    descriptor_ = open(target.c_str(), flags, 0666);
-    if (descriptor_ < 0) throw Failure("cannot write " + path_ + ": " + Reason() + Advice(path_));
+    if (descriptor_ < 0) throw Failure("cannot write " + path_ + ": " + Reason());
     if (special) {
         kept_ = true;
-    } else {
-        working_path_ = target;
+    } else if (!working_) {
+        in_place_ = true;
+        if (!TryLock(descriptor_)) {
+            kept_ = true;
+            throw Failure(path_ + " is being written by " + HolderOf(descriptor_) +
+                          "; wait for its end, or write to another file");
+        }
+        if (ftruncate(descriptor_, 0) != 0) throw Failure("cannot write " + path_ + ": " + Reason());
     }
     seekable_ = lseek(descriptor_, 0, SEEK_CUR) >= 0 && (!special || !S_ISCHR(status.st_mode));
 }
@@ -69,8 +58,8 @@ OutputFile::OutputFile(const OwnStdout& out)
 }
 
 OutputFile::~OutputFile() {
+    if (in_place_ && !kept_) unlink(path_.c_str());
     if (descriptor_ >= 0) close(descriptor_);
-    if (!kept_ && !working_path_.empty()) unlink(working_path_.c_str());
 }
 
 void OutputFile::Append(const char* data, size_t size) {
@@ -116,13 +105,19 @@ void OutputFile::Write(const void* data, size_t size, std::optional<uint64_t> po
 
 void OutputFile::Publish() {
     if (!trouble_.empty()) throw Failure(trouble_);
-    // Some file systems tell only here that there was no room.
-    const int result = close(std::exchange(descriptor_, -1));
-    if (result != 0) throw Failure("cannot write " + path_ + ": " + Reason());
-    if (!working_path_.empty() && working_path_ != path_ && rename(working_path_.c_str(), path_.c_str()) != 0) {
-        throw Failure("cannot write " + path_ + ": " + Reason());
+    if (in_place_) {
+        struct stat ours {};
+        struct stat named {};
+        const bool there = fstat(descriptor_, &ours) == 0 && stat(path_.c_str(), &named) == 0;
+        if (!there || ours.st_ino != named.st_ino || ours.st_dev != named.st_dev) {
+            kept_ = true;
+            throw Failure(path_ + " was replaced or removed while it grew; what was recorded is no longer there");
+        }
     }
     kept_ = true;
+    // Some file systems tell only here that there was no room.
+    if (close(std::exchange(descriptor_, -1)) != 0) throw Failure("cannot write " + path_ + ": " + Reason());
+    if (working_) working_->Publish();
 }
 
 OwnStdout::OwnStdout() : descriptor_(dup(STDOUT_FILENO)) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -25,8 +26,11 @@ class OwnStdout {
     int descriptor_;
 };
 
+class WorkingFile;
+
 // The file appears under its name only when it is finished: it grows under another name beside it, and nothing is left
-// of it when the work fails. Recordings with snapshots are the exception, they grow in place.
+// of it when the work fails. Recordings with snapshots are the exception, they grow in place. Both are locked as long
+// as they grow.
 class OutputFile {
   public:
     enum class Growth { kBeside, kInPlace };
@@ -60,7 +64,8 @@ class OutputFile {
     void WriteAt(const char* data, size_t size, uint64_t position);
 
     std::string path_;
-    std::string working_path_;  // empty: nothing to remove
+    std::unique_ptr<WorkingFile> working_;  // null: grows under its own name
+    bool in_place_ = false;
     std::string trouble_;
     int descriptor_ = -1;
     bool seekable_ = false;

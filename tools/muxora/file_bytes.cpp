@@ -5,10 +5,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 
-#include "muxora/command.h"
+#include "common/errors.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -34,7 +36,41 @@ class Descriptor {
     int number_;
 };
 
+// A mapping whose file shrinks ends in SIGBUS. The page that is gone then reads as zeros, and is remembered.
+volatile std::sig_atomic_t g_shrunk = 0;
+std::atomic<const uint8_t*> g_first{nullptr};
+std::atomic<const uint8_t*> g_end{nullptr};
+
+void OnBusError(int number, siginfo_t* info, void* /*context*/) {
+    const long page = sysconf(_SC_PAGESIZE);
+    const auto* at = static_cast<const uint8_t*>(info->si_addr);
+    const bool ours = at >= g_first.load() && at < g_end.load();
+    auto* const start =
+        static_cast<uint8_t*>(info->si_addr) - reinterpret_cast<uintptr_t>(at) % static_cast<uintptr_t>(page);
+    if (!ours || mmap(start, static_cast<size_t>(page), PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) ==
+                     MAP_FAILED) {
+        std::signal(number, SIG_DFL);
+        return;
+    }
+    g_shrunk = 1;
+}
+
+void CatchBusErrors(const uint8_t* first, size_t size) {
+    g_shrunk = 0;
+    g_first = first;
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    g_end = first + (size + page - 1) / page * page;
+    struct sigaction action {};
+    action.sa_sigaction = OnBusError;
+    action.sa_flags = SA_SIGINFO;
+    sigaction(SIGBUS, &action, nullptr);
+}
+
 }  // namespace
+
+void FileBytes::CheckWhole(const std::string& path) const {
+    if (mapping_ != nullptr && g_shrunk != 0) throw Failure(path + " became shorter while it was read");
+}
 
 FileBytes::FileBytes(const std::string& path) {
     const Descriptor file(path);
@@ -44,6 +80,7 @@ FileBytes::FileBytes(const std::string& path) {
         void* const mapping = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.Number(), 0);
         if (mapping != MAP_FAILED) {
             mapping_ = mapping;
+            CatchBusErrors(static_cast<const uint8_t*>(mapping), size);
             bytes_ = {static_cast<const uint8_t*>(mapping), size};
             return;
         }

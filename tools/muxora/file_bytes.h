@@ -18,6 +18,9 @@ class FileBytes {
     FileBytes& operator=(const FileBytes&) = delete;
 
     std::span<const uint8_t> All() const { return bytes_; }
+    // Throws Failure if the file became shorter meanwhile: what was beyond its new end read as zeros. One mapped file
+    // at a time can be watched.
+    void CheckWhole(const std::string& path) const;
 
   private:
     void ReadAll(int descriptor, const std::string& path);

@@ -179,6 +179,7 @@ void Inspect(const InspectArguments& arguments) {
     const Summary summary = arguments.json ? PrintJson(reader, arguments) : PrintTable(reader, arguments);
     std::fflush(stdout);
     if (std::ferror(stdout) != 0) throw Failure("cannot write to the standard output");
+    file.CheckWhole(arguments.path);
     if (summary.video.units + summary.audio.units + summary.damaged_units == 0) {
         throw Failure(arguments.path + " has no OVX unit in it");
     }

@@ -11,6 +11,7 @@
 #include "common/json.h"
 #include "common/output.h"
 #include "common/packer.h"
+#include "common/working_file.h"
 #include "muxora/command.h"
 #include "muxora/options.h"
 #include "muxora/snapshot.h"
@@ -123,7 +124,10 @@ class PackRun {
   public:
     PackRun(const PackArguments& arguments, const Format& format, const OwnStdout& out)
         : arguments_(arguments), format_(format), input_(arguments.input.paths, arguments.input.Options()) {
-        if (arguments.backup > 0 && std::filesystem::exists(SnapshotPath(arguments.output))) {
+        if (arguments.output != "-" && !std::filesystem::is_directory(arguments.output))
+            CheckNotGrowing(arguments.output);
+        // Also without --backup: what a killed run left behind is not to be written over.
+        if (arguments.output != "-" && std::filesystem::exists(SnapshotPath(arguments.output))) {
             throw Failure(arguments.output + " was cut off before: complete it with 'muxora repair " +
                           arguments.output + "', or remove " + SnapshotPath(arguments.output));
         }

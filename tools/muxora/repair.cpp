@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+#include "common/file_lock.h"
 #include "common/format_list.h"
 #include "common/json.h"
 #include "muxora/command.h"
@@ -41,6 +42,10 @@ class RecordingFile {
     RecordingFile(const std::string& path, int flags)
         : path_(path), descriptor_(open(path.c_str(), flags | O_CLOEXEC)) {
         if (descriptor_ < 0) throw Failure("cannot open " + path_ + ": " + std::strerror(errno));
+        if (TryLock(descriptor_)) return;
+        const std::string holder = HolderOf(descriptor_);
+        close(descriptor_);
+        throw Failure(path_ + " is still being written by " + holder + "; there is nothing to repair before its end");
     }
     ~RecordingFile() { close(descriptor_); }
     RecordingFile(const RecordingFile&) = delete;

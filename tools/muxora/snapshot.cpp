@@ -11,7 +11,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "muxora/command.h"
+#include "common/errors.h"
+#include "common/working_file.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -52,10 +53,6 @@ uint64_t GetLittle(const uint8_t* at, int bytes) {
     for (int i = bytes; i-- > 0;)
         value = value << 8 | at[i];
     return value;
-}
-
-std::string WorkingPath(const std::string& path) {
-    return path + ".new";
 }
 
 class Descriptor {
@@ -100,18 +97,11 @@ void WriteSnapshot(const std::string& path, const Snapshot& snapshot) {
     PutLittle(bytes, Crc32(bytes.data(), kChecked), 4);
     bytes.insert(bytes.end(), snapshot.index.begin(), snapshot.index.end());
 
-    const std::string working = WorkingPath(path);
-    const auto fail = [&](const std::string& what) {
-        const std::string reason = std::strerror(errno);
-        unlink(working.c_str());
-        throw Failure("cannot " + what + " " + path + ": " + reason);
-    };
-    {
-        const Descriptor file(open(working.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-        if (file.Get() < 0) fail("write");
-        if (!WriteAll(file.Get(), bytes) || fsync(file.Get()) != 0) fail("write");
+    WorkingFile working(path);
+    if (!WriteAll(working.Descriptor(), bytes) || fsync(working.Descriptor()) != 0) {
+        throw Failure("cannot write " + path + ": " + std::strerror(errno));
     }
-    if (rename(working.c_str(), path.c_str()) != 0) fail("replace");
+    working.Publish();
     std::string folder = std::filesystem::path(path).parent_path().string();
     if (folder.empty()) folder = ".";
     const Descriptor directory(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -138,7 +128,7 @@ std::optional<Snapshot> ReadSnapshot(const std::string& path) {
 
 void RemoveSnapshot(const std::string& path) {
     unlink(path.c_str());
-    unlink(WorkingPath(path).c_str());
+    CheckNotGrowing(path);
 }
 
 SnapshotTaker::SnapshotTaker(const Format& format, MXHandle handle, const OutputFile& output,

@@ -114,6 +114,7 @@ void Unpack(const UnpackArguments& arguments) {
     auto decryptor = MakeDecryptor(arguments);
     const FileBytes file(arguments.path);
     const Survey survey = LookThrough(file.All());
+    file.CheckWhole(arguments.path);
     if (survey.usable == 0) throw Failure(arguments.path + " has no intact OVX unit in it");
     if (survey.summary.encrypted_units != 0 && !decryptor) {
         throw Failure(arguments.path + " is encrypted; give its key with --key HEX");
@@ -128,6 +129,7 @@ void Unpack(const UnpackArguments& arguments) {
         if (decryptor) decryptor->Decrypt(piece->extension, frame);
         streams.Write(*piece, frame);
     }
+    file.CheckWhole(arguments.path);
     streams.Finish(arguments.quiet);
     if (survey.summary.Damaged()) {
         throw Failure(arguments.path + " is damaged: " + survey.summary.DamageText() +
