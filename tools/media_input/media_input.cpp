@@ -1,7 +1,6 @@
 #include "media_input/media_input.h"
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
 #include <optional>
 
@@ -14,8 +13,6 @@ namespace {
 
 // How far one stream may run ahead while the other has nothing to give.
 constexpr size_t kReadAheadBytes = 32u << 20;
-constexpr uint32_t kDefaultFrameRate = 25;
-constexpr AVRational kMilliseconds{1, 1000};
 
 std::string AvText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -38,17 +35,6 @@ void CheckPath(const std::string& path) {
     if (std::filesystem::is_regular_file(status) && std::filesystem::file_size(path, error) == 0 && !error) {
         throw InputError(path + ": is empty");
     }
-}
-
-uint32_t RoundedRate(const AVStream& stream) {
-    const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
-    if (rate.num <= 0 || rate.den <= 0) return 0;
-    const double value = std::round(av_q2d(rate));
-    return value >= 1 && value <= 1000 ? static_cast<uint32_t>(value) : 0;
-}
-
-uint32_t SampleBits(uint32_t codec) {
-    return codec == MX_AUDIO_PCM8 || codec == MX_AUDIO_ALAW || codec == MX_AUDIO_MULAW ? 8 : 16;
 }
 
 class FileSource {
@@ -94,7 +80,10 @@ class FileSource {
     }
 
     StreamReader& Choose(const AVStream& stream, const InputOptions& options) {
-        return *readers_.emplace_back(std::make_unique<StreamReader>(stream, Describe(stream, options), options));
+        MediaStream about = DescribeStream(stream, path_, first_number_ + stream.index, options.frame_rate);
+        if (about.duration_ms == 0 && format_->duration > 0)
+            about.duration_ms = format_->duration / (AV_TIME_BASE / 1000);
+        return *readers_.emplace_back(std::make_unique<StreamReader>(stream, std::move(about), options));
     }
 
     void DropOthers() {
@@ -136,42 +125,6 @@ class FileSource {
     }
 
   private:
-    MediaStream Describe(const AVStream& stream, const InputOptions& options) const {
-        const AVCodecParameters& par = *stream.codecpar;
-        MediaStream about;
-        about.type = par.codec_type == AVMEDIA_TYPE_VIDEO ? MX_FRAME_VIDEO : MX_FRAME_AUDIO;
-        about.codec = LibraryCodec(par);
-        about.codec_name = avcodec_get_name(par.codec_id);
-        about.path = path_;
-        about.number = first_number_ + stream.index;
-        if (about.codec == 0) {
-            const bool video = about.type == MX_FRAME_VIDEO;
-            throw InputError(path_ + ": stream " + std::to_string(about.number) + " is " + about.codec_name +
-                             ", which no format takes; " + (video ? "video" : "audio") + " may be " +
-                             TakenCodecs(about.type) + " (choose another stream or leave it out: " +
-                             (video ? "--video N, --no-video)" : "--audio N, --no-audio)"));
-        }
-        if (about.type == MX_FRAME_VIDEO) {
-            about.width = static_cast<uint32_t>(std::max(par.width, 0));
-            about.height = static_cast<uint32_t>(std::max(par.height, 0));
-            about.frame_rate = options.frame_rate != 0 ? options.frame_rate : RoundedRate(stream);
-            if (about.frame_rate == 0) about.frame_rate = kDefaultFrameRate;
-            const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
-            about.exact_rate =
-                options.frame_rate == 0 && rate.num > 0 && rate.den > 0 ? av_q2d(rate) : about.frame_rate;
-        } else {
-            about.samples_per_sec = static_cast<uint32_t>(std::max(par.sample_rate, 0));
-            about.channels = static_cast<uint32_t>(std::max(par.ch_layout.nb_channels, 1));
-            about.bits_per_sample = SampleBits(about.codec);
-        }
-        if (stream.duration > 0) {
-            about.duration_ms = av_rescale_q(stream.duration, stream.time_base, kMilliseconds);
-        } else if (format_->duration > 0) {
-            about.duration_ms = format_->duration / (AV_TIME_BASE / 1000);
-        }
-        return about;
-    }
-
     void ReadPacket() {
         const int result = av_read_frame(format_.get(), packet_.get());
         if (result == AVERROR(EAGAIN)) return;

@@ -1,6 +1,7 @@
 #include "media_input/stream_reader.h"
 
 #include <algorithm>
+#include <cmath>
 #include <utility>
 
 namespace Orvane::Muxora::Tools {
@@ -8,6 +9,8 @@ namespace Orvane::Muxora::Tools {
 namespace {
 
 constexpr AVRational kMicroseconds{1, 1000000};
+constexpr AVRational kMilliseconds{1, 1000};
+constexpr uint32_t kDefaultFrameRate = 25;
 constexpr int64_t kClockJumpUs = 500000;
 constexpr size_t kRoomForStartCodes = 64;
 
@@ -50,6 +53,17 @@ bool IsSampled(uint32_t codec) {
     return codec == MX_AUDIO_PCM16 || codec == MX_AUDIO_PCM8 || codec == MX_AUDIO_ALAW || codec == MX_AUDIO_MULAW;
 }
 
+uint32_t RoundedRate(const AVStream& stream) {
+    const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0) return 0;
+    const double value = std::round(av_q2d(rate));
+    return value >= 1 && value <= 1000 ? static_cast<uint32_t>(value) : 0;
+}
+
+uint32_t SampleBits(uint32_t codec) {
+    return codec == MX_AUDIO_PCM8 || codec == MX_AUDIO_ALAW || codec == MX_AUDIO_MULAW ? 8 : 16;
+}
+
 }  // namespace
 
 uint32_t LibraryCodec(const AVCodecParameters& par) {
@@ -83,6 +97,39 @@ uint32_t LibraryCodec(const AVCodecParameters& par) {
 const char* TakenCodecs(uint32_t frame_type) {
     return frame_type == MX_FRAME_VIDEO ? "H.264, H.265, MPEG-4 part 2, MPEG-2 video, Motion JPEG"
                                         : "AAC, MPEG audio, A-law, mu-law, PCM";
+}
+
+MediaStream DescribeStream(const AVStream& stream, const std::string& path, int number, uint32_t frame_rate) {
+    const AVCodecParameters& par = *stream.codecpar;
+    MediaStream about;
+    about.type = par.codec_type == AVMEDIA_TYPE_VIDEO ? MX_FRAME_VIDEO : MX_FRAME_AUDIO;
+    about.codec = LibraryCodec(par);
+    about.codec_name = avcodec_get_name(par.codec_id);
+    about.path = path;
+    about.number = number;
+    if (about.codec == 0) {
+        const bool video = about.type == MX_FRAME_VIDEO;
+        throw InputError(path + ": stream " + std::to_string(about.number) + " is " + about.codec_name +
+                         ", which no format takes; " + (video ? "video" : "audio") + " may be " +
+                         TakenCodecs(about.type) + " (choose another stream or leave it out: " +
+                         (video ? "--video N, --no-video)" : "--audio N, --no-audio)"));
+    }
+    if (about.type == MX_FRAME_VIDEO) {
+        about.width = static_cast<uint32_t>(std::max(par.width, 0));
+        about.height = static_cast<uint32_t>(std::max(par.height, 0));
+        about.frame_rate = frame_rate != 0 ? frame_rate : RoundedRate(stream);
+        if (about.frame_rate == 0) about.frame_rate = kDefaultFrameRate;
+        const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+        about.exact_rate = frame_rate == 0 && rate.num > 0 && rate.den > 0 ? av_q2d(rate) : about.frame_rate;
+    } else {
+        about.samples_per_sec = static_cast<uint32_t>(std::max(par.sample_rate, 0));
+        about.channels = static_cast<uint32_t>(std::max(par.ch_layout.nb_channels, 1));
+        about.bits_per_sample = SampleBits(about.codec);
+    }
+    if (stream.duration > 0) {
+        about.duration_ms = av_rescale_q(stream.duration, stream.time_base, kMilliseconds);
+    }
+    return about;
 }
 
 StreamReader::StreamReader(const AVStream& stream, MediaStream about, const InputOptions& options)
@@ -190,7 +237,7 @@ void StreamReader::TakeFiltered(const AVPacket& packet) {
         MediaFrame frame = Blank();
         frame.SetBytes(packet.data, static_cast<size_t>(packet.size));
         const int64_t time = TimeOf(packet, packet.pts);
-        Push(std::move(frame), time, time);
+        Push(std::move(frame), time, time, time, DurationOf(packet));
     } else {
         TakePcm(packet);
     }
@@ -231,7 +278,7 @@ void StreamReader::TakeVideo(const AVPacket& packet) {
     const int64_t decode = TimeOf(packet, packet.dts);
     const int64_t show = packet.pts == AV_NOPTS_VALUE ? decode : ToUs(packet.pts);
     if (!reorder_us_) reorder_us_ = std::max<int64_t>(show - decode, 0);
-    Push(std::move(frame), decode + *reorder_us_, std::max(show, decode));
+    Push(std::move(frame), decode + *reorder_us_, std::max(show, decode), decode, DurationOf(packet));
 }
 
 void StreamReader::TakeAac(const AVPacket& packet) {
@@ -256,7 +303,7 @@ void StreamReader::TakeAac(const AVPacket& packet) {
     const auto header = config.Header(payload.size());
     frame.SetBytes(payload.data(), payload.size(), header.data(), header.size());
     const int64_t time = TimeOf(packet, packet.pts);
-    Push(std::move(frame), time, time);
+    Push(std::move(frame), time, time, time, DurationOf(packet));
 }
 
 void StreamReader::TakePcm(const AVPacket& packet) {
@@ -291,9 +338,11 @@ void StreamReader::CutBlocks(bool all) {
         frame.SetBytes(pcm_.data() + from, size);
         const int64_t time =
             pcm_start_us_ + av_rescale(pcm_samples_, 1000000, static_cast<int64_t>(about_.samples_per_sec));
-        pcm_samples_ += static_cast<int64_t>(size / align);
+        const int64_t samples = static_cast<int64_t>(size / align);
+        pcm_samples_ += samples;
         from += size;
-        Push(std::move(frame), time, time);
+        Push(std::move(frame), time, time, time,
+             av_rescale(samples, 1000000, static_cast<int64_t>(about_.samples_per_sec)));
     }
     pcm_.erase(pcm_.begin(), pcm_.begin() + static_cast<std::ptrdiff_t>(from));
     if (all) pcm_.clear();
@@ -313,9 +362,13 @@ MediaFrame StreamReader::Blank() const {
     return frame;
 }
 
-void StreamReader::Push(MediaFrame frame, int64_t time_us, int64_t pts_us) {
+void StreamReader::Push(MediaFrame frame, int64_t time_us, int64_t pts_us, int64_t dts_us, int64_t duration_us) {
     ready_bytes += frame.bytes.size();
-    ready.push_back({time_us, pts_us, std::move(frame)});
+    ready.push_back({time_us, pts_us, std::move(frame), dts_us, duration_us});
+}
+
+int64_t StreamReader::DurationOf(const AVPacket& packet) const {
+    return packet.duration > 0 ? ToUs(packet.duration) : 0;
 }
 
 int64_t StreamReader::ToUs(int64_t stamp) const {

@@ -17,6 +17,10 @@ uint32_t LibraryCodec(const AVCodecParameters& par);
 // What may be given, for messages.
 const char* TakenCodecs(uint32_t frame_type);
 
+// What is known of a stream ahead of its first frame. `number` is its number through all inputs, `frame_rate` replaces
+// the file's unless 0. Throws InputError for a codec that no format takes.
+MediaStream DescribeStream(const AVStream& stream, const std::string& path, int number, uint32_t frame_rate);
+
 class StreamReader {
   public:
     // `about` describes the stream; its path and number serve the messages. Throws InputError.
@@ -27,9 +31,11 @@ class StreamReader {
 
     // Frames that are ready, with times in microseconds on the file's clock.
     struct Timed {
-        int64_t time_us;
+        int64_t time_us;  // decoding order, moved so that the first frame's is when it is shown
         int64_t pts_us;
         MediaFrame frame;
+        int64_t dts_us;       // the decoding time as the file has it
+        int64_t duration_us;  // 0 where the file does not say
     };
     std::deque<Timed> ready;
     size_t ready_bytes = 0;
@@ -39,6 +45,8 @@ class StreamReader {
 
     const MediaStream& About() const { return about_; }
     int Index() const { return index_; }
+    // Of the file's times: the microseconds above are rounded from it.
+    AVRational TimeBase() const { return time_base_; }
 
   private:
     void OpenFilter(const AVCodecParameters& par);
@@ -50,7 +58,8 @@ class StreamReader {
     void CutBlocks(bool all);
     uint32_t SubType(const AVPacket& packet, ByteSpan frame);
     MediaFrame Blank() const;
-    void Push(MediaFrame frame, int64_t time_us, int64_t pts_us);
+    void Push(MediaFrame frame, int64_t time_us, int64_t pts_us, int64_t dts_us, int64_t duration_us);
+    int64_t DurationOf(const AVPacket& packet) const;
     int64_t TimeOf(const AVPacket& packet, int64_t stamp);
     int64_t ToUs(int64_t stamp) const;
     [[noreturn]] void Fail(const std::string& what) const;
