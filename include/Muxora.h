@@ -10,6 +10,8 @@
  *     "encodetype"                 1 MPEG-4 part 2, 2 H.264, 3 motion JPEG, 5 H.265, 6 MPEG-2 video; 21 8-bit PCM,
  *                                  28 A-law, 30 16-bit PCM, 31 mu-law, 33 AAC, 38 MPEG audio; more in CodecNumber
  *     "timestamp"                  presentation time in milliseconds
+ *     "timescale" "dts" "pts"      formats with exact times: ticks a second, decoding and presentation time in ticks
+ *     "duration"                   (one of the two stands for both), duration in ticks or 0; see MuxoraExt.h
  *     "year" "month" "day"         local date and time of the frame; taken if "year" is not 0
  *     "hour" "minute" "second"
  *     "width" "height" "rate"      video: picture size in pixels, frames per second

@@ -43,10 +43,15 @@ enum MXExtParamType {
 /**
  * The exact times of a frame, 32 bytes; stands in MXFrameInfo from byte 84 on, where a zeroed record means "not given".
  * Written by MXSetFrameTimes. Without it presentation comes from MXFrameInfo::timestamp and decoding order from
- * arrival.
+ * arrival: a timestamp of 0 stands for the end of the frame before by the rates (the first one for 0), sound counts its
+ * samples on while its timestamps agree with them to the millisecond, and the decoding times of pictures are their
+ * presentation times in rising order.
  *
  * All frames of a stream should carry the same scale; pictures and sound need not share one. Frames come in decoding
  * order. Times may be negative: what is presented before 0 is priming, which decodes and is not shown.
+ *
+ * A tick is one of the format's own scale: FLV has milliseconds, TS 1/90000 s, MP4 the scale of the first frame
+ * (brought below 2^25 where it is finer), Matroska as its header says. Times are rounded to it and repaired after that.
  *
  * The formats with exact times repair what no container can hold, all by the same rule, each stream by itself:
  *
@@ -54,7 +59,7 @@ enum MXExtParamType {
  *  2. A step back by a second or more, or one forward by more than 60 seconds past the end of the frame before, is a
  *     jump: the stream goes on where the frame before ended, and an offset keeps all later frames in step. The other
  *     stream takes the same offset when its own times jump, so that sound and picture stay together.
- *  3. A presentation time ahead of the decoding time becomes the decoding time.
+ *  3. A presentation time ahead of the decoding time, or more than 60 seconds behind it, becomes the decoding time.
  *
  * MXTimeRepairs tells how often each of the three was needed.
  */

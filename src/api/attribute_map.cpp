@@ -3,9 +3,11 @@
 #include <charconv>
 #include <ctime>
 #include <iterator>
+#include <limits>
 #include <new>
 #include <string_view>
 
+#include "MuxoraExt.h"
 #include "core/clock.h"
 
 namespace Orvane::Muxora {
@@ -19,6 +21,8 @@ enum Key {
     kChannels,
     kDay,
     kDeinterlace,
+    kDts,
+    kDuration,
     kEncodeType,
     kFrameSubType,
     kFrameType,
@@ -30,10 +34,12 @@ enum Key {
     kMinute,
     kMonth,
     kNSlice,
+    kPts,
     kRate,
     kRotationAngle,
     kSamplesPerSec,
     kSecond,
+    kTimeScale,
     kTimestamp,
     kTpCompanyType,
     kTpStreamHeaderLen,
@@ -43,11 +49,11 @@ enum Key {
 };
 
 constexpr std::string_view kNames[] = {
-    "bitrate",    "bitspersample", "channels",          "day",           "deinterlace",
-    "encodetype", "framesubtype",  "frametype",         "height",        "hour",
-    "m_slice",    "macurchannel",  "matotalchannels",   "minute",        "month",
-    "n_slice",    "rate",          "rotationangle",     "samplespersec", "second",
-    "timestamp",  "tpcompanytype", "tpstreamheaderlen", "width",         "year",
+    "bitrate",   "bitspersample", "channels",          "day",           "deinterlace", "dts",
+    "duration",  "encodetype",    "framesubtype",      "frametype",     "height",      "hour",
+    "m_slice",   "macurchannel",  "matotalchannels",   "minute",        "month",       "n_slice",
+    "pts",       "rate",          "rotationangle",     "samplespersec", "second",      "timescale",
+    "timestamp", "tpcompanytype", "tpstreamheaderlen", "width",         "year",
 };
 static_assert(std::size(kNames) == kKeyCount);
 
@@ -174,6 +180,17 @@ uint32_t EncodeType(uint32_t codec) {
     return codec < std::size(kEncodeTypes) ? kEncodeTypes[codec] : 0;
 }
 
+// Without a scale and a time, none are given.
+void FillTimes(const Values& values, MXFrameInfo& frame) {
+    const auto scale = values.Get<long long>(kTimeScale);
+    if (scale <= 0 || scale > std::numeric_limits<uint32_t>::max()) return;
+    if (!values.Has(kDts) && !values.Has(kPts)) return;
+    // One of the two stands for both: most streams do not reorder.
+    const auto dts = values.Get<int64_t>(values.Has(kDts) ? kDts : kPts);
+    const auto pts = values.Get<int64_t>(values.Has(kPts) ? kPts : kDts);
+    MXSetFrameTimes(&frame, static_cast<uint32_t>(scale), dts, pts, values.Get<int64_t>(kDuration));
+}
+
 // Callers rely on this: the three keys that say what a frame is are in the map afterwards, with 0 if they were not
 // there, although the map is declared constant.
 void EnterMissing(const AttributeMap& attributes, const Values& values) {
@@ -217,6 +234,7 @@ void CFrameAttributes::Fill(const AttributeMap& attributes, MXFrameInfo& frame) 
     frame.rotation_angle = values.Get<uint32_t>(kRotationAngle);
     frame.ma_total_channels = values.Get<uint8_t>(kMaTotalChannels);
     frame.ma_cur_channel = values.Get<uint8_t>(kMaCurChannel);
+    FillTimes(values, frame);
     EnterMissing(attributes, values);
 }
 

@@ -1,15 +1,18 @@
 // The C interface: each function checks its handle and arguments and makes one or two calls of the packager. Nothing
 // that is thrown below leaves it.
 #include <cstddef>
+#include <cstring>
 #include <new>
 #include <utility>
 
 #include "MuxoraAPI.h"
 #include "api/format_table.h"
+#include "core/exact_params.h"
 #include "core/package.h"
 #include "core/rtp_params.h"
 
 using Orvane::Muxora::CPackage;
+using Orvane::Muxora::IExactParams;
 using Orvane::Muxora::IRtpParams;
 using Orvane::Muxora::MakePackage;
 
@@ -119,6 +122,12 @@ IRtpParams* RtpParams(CPackage& package, uint32_t type) {
     return dynamic_cast<IRtpParams*>(&package);
 }
 
+// The parameters of a format with exact times; null for other formats and other types of parameter.
+IExactParams* ExactParams(CPackage& package, uint32_t type, uint32_t wanted) {
+    if (type != wanted || package.format() < MX_FORMAT_FMP4) return nullptr;
+    return dynamic_cast<IExactParams*>(&package);
+}
+
 }  // namespace
 
 extern "C" {
@@ -163,6 +172,13 @@ uint32_t MX_CreateTailer(MXHandle handle, void* /*unused*/) noexcept {
 uint32_t MX_SetParam(MXHandle handle, uint32_t type, const MXRtpParam* param, uint32_t size) noexcept {
     return WithPackage(handle, [=](CPackage& package) -> uint32_t {
         if (param == nullptr) return MX_FAILED;
+        if (IExactParams* const exact = ExactParams(package, type, MX_PARAM_FRAGMENT)) {
+            MXFragmentParam fragment;
+            if (size < sizeof fragment) return MX_FAILED;
+            std::memcpy(&fragment, param, sizeof fragment);
+            if (fragment.size != sizeof fragment) return MX_FAILED;
+            return exact->SetFragmentParam(fragment);
+        }
         IRtpParams* const rtp = RtpParams(package, type);
         if (rtp == nullptr) return MX_OK;
         if (size < sizeof(MXRtpParam)) return MX_FAILED;
@@ -174,6 +190,14 @@ uint32_t MX_SetParam(MXHandle handle, uint32_t type, const MXRtpParam* param, ui
 uint32_t MX_GetParam(MXHandle handle, uint32_t type, MXRtpParam* param, uint32_t* size) noexcept {
     return WithPackage(handle, [=](CPackage& package) -> uint32_t {
         if (param == nullptr || size == nullptr) return MX_FAILED;
+        if (const IExactParams* const exact = ExactParams(package, type, MX_PARAM_TIME_REPAIRS)) {
+            MXTimeRepairs repairs;
+            if (*size < sizeof repairs) return MX_FAILED;
+            exact->GetTimeRepairs(repairs);
+            std::memcpy(param, &repairs, sizeof repairs);
+            *size = sizeof repairs;
+            return MX_OK;
+        }
         const IRtpParams* const rtp = RtpParams(package, type);
         if (rtp == nullptr) {
             *size = 0;

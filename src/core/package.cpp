@@ -64,16 +64,19 @@ uint32_t CPackage::setEncryptType(uint32_t /*type*/, const void* /*key*/, uint32
 }
 
 uint32_t CPackage::EmitAt(const void* data, uint32_t length, uint64_t position) {
-    return Emit(data, length, MX_SEEK_ABSOLUTE, position);
+    MXOutputBlock block{};
+    block.size = sizeof block;
+    return Output(block, data, length, MX_SEEK_ABSOLUTE, position);
 }
 
 uint32_t CPackage::EmitNext(const void* data, uint32_t length) {
-    return Emit(data, length, MX_SEEK_NEXT, 0);
-}
-
-uint32_t CPackage::Emit(const void* data, uint32_t length, uint32_t seek_type, uint64_t position) {
     MXOutputBlock block{};
     block.size = sizeof block;
+    return Output(block, data, length, MX_SEEK_NEXT, 0);
+}
+
+uint32_t CPackage::Output(MXOutputBlock& block, const void* data, uint32_t length, uint32_t seek_type,
+                          uint64_t position) {
     block.data = data;
     block.length = length;
     block.seek_type = seek_type;

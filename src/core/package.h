@@ -57,6 +57,8 @@ class CPackage {
     uint32_t EmitAt(const void* data, uint32_t length, uint64_t position);
     // Hands out bytes that follow the bytes before. Returns the number of bytes that the callback took.
     uint32_t EmitNext(const void* data, uint32_t length);
+    // Fills a block whose size is set, hands it out, and gives back the length that it has then.
+    uint32_t Output(MXOutputBlock& block, const void* data, uint32_t length, uint32_t seek_type, uint64_t position);
 
     // Large buffers come from `alloc` and go back through `free`.
     struct LargeBufferRelease {
@@ -69,8 +71,6 @@ class CPackage {
     LargeBuffer AllocateLarge(uint32_t size) const;
 
   private:
-    uint32_t Emit(const void* data, uint32_t length, uint32_t seek_type, uint64_t position);
-
     uint32_t format_;
     void* user_ = nullptr;
     MXAllocFunction alloc_;

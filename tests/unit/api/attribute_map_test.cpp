@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <map>
 #include <string>
 
+#include "MuxoraExt.h"
 #include "support/allocation_counter.h"
 #include "support/time_zone.h"
 
@@ -328,6 +330,44 @@ TEST(AttributeMapBlocks, WithoutMemoryThereAreNone) {
     EXPECT_TRUE(frame.blocks == nullptr);
     EXPECT_EQ(frame.n_slice, 2u);
     EXPECT_EQ(frame.rotation_angle, 3u);
+}
+
+// MXFrameTimes stands in the record from byte 84 on.
+MXFrameTimes TimesOf(const MXFrameInfo& frame) {
+    MXFrameTimes times;
+    std::memcpy(&times, reinterpret_cast<const uint8_t*>(&frame) + 84, sizeof times);
+    return times;
+}
+
+TEST(AttributeMap, ExactTimes) {
+    CFrameAttributes converter;
+    AttributeMap attributes = Video();
+    attributes.insert({{"timescale", 30000}, {"dts", -1001}, {"pts", 5000000000}, {"duration", 1001}});
+    const MXFrameTimes times = TimesOf(Converted(attributes, converter));
+    EXPECT_EQ(times.tag, 0x5446584Du);
+    EXPECT_EQ(times.time_scale, 30000u);
+    EXPECT_EQ(times.dts, -1001);
+    EXPECT_EQ(times.pts, 5000000000);
+    EXPECT_EQ(times.duration, 1001);
+}
+
+TEST(AttributeMap, OneTimeStandsForBothAndAScaleIsNeeded) {
+    CFrameAttributes converter;
+    AttributeMap attributes = Video();
+    attributes["pts"] = 7;
+    EXPECT_EQ(TimesOf(Converted(attributes, converter)).tag, 0u);
+    attributes["timescale"] = 1000;
+    EXPECT_EQ(TimesOf(Converted(attributes, converter)).dts, 7);
+    EXPECT_EQ(TimesOf(Converted(attributes, converter)).pts, 7);
+    EXPECT_EQ(TimesOf(Converted(attributes, converter)).duration, 0);
+    attributes.erase("pts");
+    EXPECT_EQ(TimesOf(Converted(attributes, converter)).tag, 0u);
+    attributes["dts"] = 8;
+    EXPECT_EQ(TimesOf(Converted(attributes, converter)).pts, 8);
+    for (const long long scale : {0LL, -1LL, 4294967296LL}) {
+        attributes["timescale"] = scale;
+        EXPECT_EQ(TimesOf(Converted(attributes, converter)).tag, 0u) << scale;
+    }
 }
 
 TEST(AttributeMap, ASteadyStreamDoesNotAllocate) {
