@@ -40,7 +40,7 @@ TEST(AvcSps, CroppedSizeAspectColourAndReordering) {
     EXPECT_EQ(sps->matrix_coefficients, 1);
     EXPECT_EQ(sps->chroma_format_idc, 1);
     EXPECT_EQ(sps->bit_depth_luma, 8);
-    EXPECT_EQ(sps->reorder_depth, 2u);
+    EXPECT_EQ(sps->max_reorder, 2u);
 }
 
 TEST(AvcSps, FieldsAnd422) {
@@ -50,25 +50,24 @@ TEST(AvcSps, FieldsAnd422) {
     EXPECT_EQ(sps->height, 576u);
     EXPECT_EQ(sps->sar_width, 64u);
     EXPECT_EQ(sps->sar_height, 45u);
-    EXPECT_FALSE(sps->has_colour);
-    EXPECT_TRUE(sps->has_video_signal);
+    EXPECT_TRUE(sps->has_colour);
     EXPECT_TRUE(sps->full_range);
+    EXPECT_EQ(sps->colour_primaries, 2);
     EXPECT_EQ(sps->chroma_format_idc, 2);
-    EXPECT_EQ(sps->reorder_depth, 0u);
+    EXPECT_EQ(sps->max_reorder, 0u);
 }
 
-TEST(AvcSps, BaselineCannotReorderAndMainDoesNotSay) {
+TEST(AvcSps, BaselineCannotReorder) {
     const auto set = [](uint32_t profile) {
         BitString bits;
         bits.Put(0x67, 8).Put(profile, 8).Put(0, 8).Put(30, 8).Ue(0).Ue(0).Ue(0).Ue(0).Ue(1).Put(0, 1);
         bits.Ue(19).Ue(14).Put(1, 1).Put(1, 1).Put(0, 1).Put(0, 1).Put(1, 1);  // 320 x 240
         return bits.Bytes();
     };
-    EXPECT_EQ(ReadAvcSps(set(66))->reorder_depth, 0u);
-    EXPECT_FALSE(ReadAvcSps(set(77))->reorder_depth);
+    EXPECT_EQ(ReadAvcSps(set(66))->max_reorder, 0u);
     EXPECT_EQ(ReadAvcSps(set(77))->width, 320u);
     EXPECT_EQ(ReadAvcSps(set(77))->height, 240u);
-    EXPECT_EQ(ReadAvcSps(set(77))->sar_width, 0u);
+    EXPECT_EQ(ReadAvcSps(set(77))->sar_width, 1u);
 }
 
 TEST(AvcSps, RefusesOtherUnitsAndSizesThatNoStreamHas) {
@@ -81,7 +80,8 @@ TEST(AvcSps, RefusesOtherUnitsAndSizesThatNoStreamHas) {
 }
 
 TEST(HevcSps, SizeColourDepthAndLayers) {
-    const auto sps = ReadHevcSps(kHevcSps);
+    HevcProfile profile;
+    const auto sps = ReadHevcSps(kHevcSps, &profile);
     ASSERT_TRUE(sps);
     EXPECT_EQ(sps->width, 320u);
     EXPECT_EQ(sps->height, 180u);
@@ -94,11 +94,13 @@ TEST(HevcSps, SizeColourDepthAndLayers) {
     EXPECT_EQ(sps->colour_primaries, 9);
     EXPECT_EQ(sps->transfer_characteristics, 16);
     EXPECT_EQ(sps->matrix_coefficients, 9);
-    EXPECT_EQ(sps->reorder_depth, 2u);
-    EXPECT_EQ(sps->temporal_layers, 1);
-    EXPECT_TRUE(sps->temporal_id_nested);
-    const ByteVector tier(sps->profile_tier_level.begin(), sps->profile_tier_level.end());
-    EXPECT_EQ(tier, Bytes("02 20 00 00 00 90 00 00 00 00 00 3C"));
+    EXPECT_EQ(sps->max_reorder, 2u);
+    EXPECT_EQ(profile.sub_layers, 1);
+    EXPECT_TRUE(profile.temporal_id_nesting);
+    EXPECT_EQ(profile.general_profile, 2);
+    EXPECT_EQ(profile.compatibility_flags, 0x20000000u);
+    EXPECT_EQ(profile.constraint_flags, 0x900000000000u);
+    EXPECT_EQ(profile.level_idc, 60);
 }
 
 // The VUI stands behind the reference picture sets: one of them predicted from the one before must not lose the place.
@@ -118,7 +120,7 @@ TEST(HevcSps, ReadsOnBehindPredictedPictureSets) {
     ASSERT_TRUE(sps);
     EXPECT_EQ(sps->width, 640u);
     EXPECT_EQ(sps->height, 360u);
-    EXPECT_EQ(sps->reorder_depth, 1u);
+    EXPECT_EQ(sps->max_reorder, 1u);
     EXPECT_EQ(sps->sar_width, 10u);
     EXPECT_EQ(sps->sar_height, 11u);
 }
