@@ -17,6 +17,8 @@ namespace {
 
 using namespace Orvane::Muxora;
 
+constexpr uint16_t kPid = 0x100;
+
 // One NAL unit of noise: like a coded slice it holds no start code, and the zeros and ones that noise has.
 std::vector<uint8_t> Slice(size_t size) {
     std::mt19937 random(1);
@@ -65,6 +67,13 @@ int main(int argc, char** argv) {
             std::string("start_code/") + kernel.name,
             [find = kernel.find](const uint8_t* data, uint32_t size, uint8_t*) { return find(data + 4, data + size); });
     }
+    for (const Kernels::StartCodeKernel& kernel : Kernels::StartCodeKernels()) {
+        if (!kernel.supported()) continue;
+        Register(std::string("copy_to_start_code/") + kernel.name,
+                 [copy = kernel.copy](const uint8_t* data, uint32_t size, uint8_t* out) {
+                     return copy(out, data + 4, data + size);
+                 });
+    }
     Register("length_prefixed", [](const uint8_t* data, uint32_t size, uint8_t* out) {
         return CAvcConvert::ConvertToLengthPrefixed(data, size, out, size + 256);
     });
@@ -72,7 +81,7 @@ int main(int argc, char** argv) {
         if (!kernel.supported()) continue;
         Register(std::string("ts_packets/") + kernel.name,
                  [cut = kernel.cut](const uint8_t* data, uint32_t size, uint8_t* out) {
-                     cut(out, data, size / kFullPayload, kVideoPid, 0);
+                     cut(out, data, size / kFullPayload, kPid, 0);
                      return out;
                  });
     }
@@ -82,8 +91,13 @@ int main(int argc, char** argv) {
             std::string("crc32/") + kernel.name,
             [update = kernel.update](const uint8_t* data, uint32_t size, uint8_t*) { return update(0, data, size); });
     }
-    Register("crc32_copy",
-             [](const uint8_t* data, uint32_t size, uint8_t* out) { return Crc32Copy(0, out, data, size); });
+    for (const Kernels::Crc32Kernel& kernel : Kernels::Crc32Kernels()) {
+        if (!kernel.supported()) continue;
+        Register(std::string("crc32_copy/") + kernel.name,
+                 [copy = kernel.copy](const uint8_t* data, uint32_t size, uint8_t* out) {
+                     return copy(0, out, data, size);
+                 });
+    }
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

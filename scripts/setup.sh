@@ -12,7 +12,7 @@ packages=(g++ cmake ninja-build make git pkg-config python3
     libcli11-dev nlohmann-json3-dev libboost1.81-dev libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
     ffmpeg mediainfo mkvtoolnix imagemagick fontconfig fonts-dejavu-core)
 # The tests, their other players, and the checks.
-[ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache
+[ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind
     clang clang-format clang-tidy libclang-rt-14-dev binutils
     flvmeta tshark chromium
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)

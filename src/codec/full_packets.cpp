@@ -1,10 +1,7 @@
 #include "codec/full_packets.h"
 
-#include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cstring>
-#include <iterator>
 
 #include "codec/kernels/target.h"
 
@@ -74,7 +71,28 @@ void CutAvx2(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, ui
     }
 }
 
-constexpr CutKernel kKernels[] = {{"avx2", HasAvx2, CutAvx2<kFullPayload>, CutAvx2<kPlainPayload>},
+bool HasAvx512() {
+    return __builtin_cpu_supports("avx512f") != 0;
+}
+
+MUXORA_TARGET("avx512f") inline void Move64(uint8_t* to, const uint8_t* from) {
+    _mm512_storeu_si512(to, _mm512_loadu_si512(from));
+}
+
+template <uint32_t kPayload>
+MUXORA_TARGET("avx512f")
+void CutAvx512(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity) {
+    for (; count != 0; --count, out += kTsPacketSize, from += kPayload, ++continuity) {
+        PutHead<kPayload>(out, pid, continuity);
+        uint8_t* const payload = out + (kTsPacketSize - kPayload);
+        Move64(payload, from);
+        Move64(payload + 64, from + 64);
+        Move64(payload + kPayload - 64, from + kPayload - 64);
+    }
+}
+
+constexpr CutKernel kKernels[] = {{"avx512f", HasAvx512, CutAvx512<kFullPayload>, CutAvx512<kPlainPayload>},
+                                  {"avx2", HasAvx2, CutAvx2<kFullPayload>, CutAvx2<kPlainPayload>},
                                   {"portable", Always, CutPortable<kFullPayload>, CutPortable<kPlainPayload>}};
 
 #else
@@ -83,27 +101,14 @@ constexpr CutKernel kKernels[] = {{"portable", Always, CutPortable<kFullPayload>
 
 #endif
 
-// The first call puts the best kernel here. Threads that race for it all store the same.
-constinit std::atomic<const CutKernel*> g_kernel{nullptr};
-
-const CutKernel& Kernel() {
-    const CutKernel* kernel = g_kernel.load(std::memory_order_relaxed);
-    if (kernel == nullptr) {
-        kernel =
-            std::find_if(std::begin(kKernels), std::end(kKernels), [](const auto& each) { return each.supported(); });
-        g_kernel.store(kernel, std::memory_order_relaxed);
-    }
-    return *kernel;
-}
-
 }  // namespace
 
 void CutFullPackets(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity) {
-    Kernel().cut(out, from, count, pid, continuity);
+    cut_choice.Get().cut(out, from, count, pid, continuity);
 }
 
 void CutPlainPackets(uint8_t* out, const uint8_t* from, uint32_t count, uint16_t pid, uint8_t continuity) {
-    Kernel().cut_plain(out, from, count, pid, continuity);
+    cut_choice.Get().cut_plain(out, from, count, pid, continuity);
 }
 
 std::span<const CutKernel> CutKernels() {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <span>
 
+#include "codec/kernels/choice.h"
 #include "codec/ts_format.h"
 
 namespace Orvane::Muxora {
@@ -29,5 +30,7 @@ struct CutKernel {
 
 // Every kernel of this build, the fastest first; the last one serves every processor. All write the same bytes.
 std::span<const CutKernel> CutKernels();
+
+inline constinit Kernels::KernelChoice<CutKernel, CutKernels> cut_choice;
 
 }  // namespace Orvane::Muxora
