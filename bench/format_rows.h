@@ -4,7 +4,7 @@
 #include <memory>
 #include <span>
 
-#include "MuxoraAPI.h"
+#include "MuxoraExt.h"
 #include "workload.h"
 
 namespace bench {

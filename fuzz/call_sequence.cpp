@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "MuxoraAPI.h"
+#include "MuxoraExt.h"
 
 namespace {
 
@@ -23,6 +23,7 @@ namespace {
 #define FUZZ_PS MX_FORMAT_PS, MX_FORMAT_PS_OV, MX_FORMAT_PS_GAYS, MX_FORMAT_PS_GD
 #define FUZZ_TS MX_FORMAT_TS
 #define FUZZ_RTP MX_FORMAT_RTP
+#define FUZZ_XTS MX_FORMAT_XTS
 
 constexpr uint32_t kFormats[] = {FUZZ_FORMATS};
 
@@ -136,6 +137,19 @@ int32_t TakeBlock(const MXOutputBlock* block, void* user) {
     return 0;
 }
 
+int64_t g_clock = 0;
+
+// Mostly in rising order, at any scale; now and then anything.
+void GiveTimes(MXFrameInfo& frame, Input& in) {
+    constexpr uint32_t kScales[] = {90000, 1000, 48000, 44100, 30000, 24000, 1000000, 1, 0};
+    const auto wide = [&] { return static_cast<int64_t>(in.U32() | uint64_t{in.U32()} << 32); };
+    g_clock += in.U8();
+    const uint8_t kind = in.U8();
+    const int64_t dts = kind < 240 ? g_clock : wide();
+    const int64_t pts = kind < 240 ? dts + in.U8() : wide();
+    MXSetFrameTimes(&frame, in.Choose(kScales), dts, pts, kind < 250 ? in.U8() : wide());
+}
+
 void GiveFrame(void* handle, uint32_t format, Input& in) {
     const FrameBytes bytes(MakeFrameBytes(in), format == MX_FORMAT_RTP ? 1 : 0);
     MXFrameInfo frame{};
@@ -181,6 +195,7 @@ void GiveFrame(void* handle, uint32_t format, Input& in) {
         frame.tp_company_type = in.U16();
         frame.tp_stream_header_len = in.U16();
     }
+    if (format >= MX_FORMAT_FMP4 && in.U8() < 200) GiveTimes(frame, in);
     MX_InputFrame(handle, in.U8() == 255 ? nullptr : &frame);
 }
 
@@ -210,6 +225,7 @@ void Run(Input& in) {
     const uint32_t format = kFormats[in.U8() % std::size(kFormats)];
     volatile uint8_t seen = 0;
     g_frames_since_shortening = in.U8();
+    g_clock = 0;
     MXCreateParam param{};
     param.user = const_cast<uint8_t*>(&seen);
     param.output = TakeBlock;

@@ -4,22 +4,13 @@
 
 #include <cstdint>
 
+#include "codec/flv_tag.h"
 #include "core/byte_writer.h"
 
 namespace Orvane::Muxora {
 
-enum class FlvTagType : uint8_t { Audio = 8, Video = 9, Script = 18 };
-
-constexpr uint32_t kFlvTagHeaderSize = 11;
-constexpr uint32_t kFlvPreviousTagSize = 4;
-
 // The 11 bytes ahead of a tag's data.
 void WriteFlvTagHeader(ByteCursor& out, FlvTagType type, uint32_t data_size, uint32_t time);
-
-// The value of the PreviousTagSize field behind a tag.
-constexpr uint32_t FlvTagSize(uint32_t data_size) {
-    return kFlvTagHeaderSize + data_size;
-}
 
 // What "onMetaData" says. Rates that nothing measures stay 0.
 struct FlvMetadata {

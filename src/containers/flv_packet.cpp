@@ -13,10 +13,6 @@ namespace Orvane::Muxora {
 namespace {
 
 constexpr uint32_t kWorkSize = 0x200000;
-constexpr uint32_t kFileHeaderSize = 13;
-constexpr uint32_t kDataOffset = 9;
-constexpr uint8_t kHasVideo = 0x01;
-constexpr uint8_t kHasAudio = 0x04;
 
 // VIDEODATA: FrameType and CodecID 7 (AVC), then AVCPacketType.
 constexpr uint8_t kAvcKeyFrame = 0x17;
@@ -79,14 +75,10 @@ uint8_t AacSoundByte(const MXFrameInfo& frame) {
 // A file that never opened has a head of zeros.
 void WriteFileHeader(ByteCursor& out, uint8_t type_flags) {
     if (type_flags == 0) {
-        out.Zeros(kFileHeaderSize);
+        out.Zeros(kFlvFileHeaderSize);
         return;
     }
-    out.Text("FLV")         // Signature
-        .U8(1)              // Version
-        .U8(type_flags)     // TypeFlags
-        .BE32(kDataOffset)  // DataOffset
-        .BE32(0);           // PreviousTagSize0
+    PutFlvFileHeader(out, type_flags);
 }
 
 // A parameter set of the first key frame; empty, with zeros behind it, when the frame has none.
@@ -196,7 +188,7 @@ uint32_t CFlvPacket::InputVideo(const MXFrameInfo& frame) {
     if (!video_seen_) {
         opening = OpeningMetadata(frame);
         // Readers rely on this: the stream form announces audio that may never come.
-        WriteFileHeader(out, format() == MX_FORMAT_FLV ? kHasVideo : kHasVideo | kHasAudio);
+        WriteFileHeader(out, format() == MX_FORMAT_FLV ? kFlvHasVideo : kFlvHasVideo | kFlvHasAudio);
         opening->WriteTag(out);
         WriteAvcConfigTag(out, frame);
     }
@@ -296,7 +288,7 @@ uint32_t CFlvPacket::VideoTime() const {
 }
 
 uint8_t CFlvPacket::TypeFlags() const {
-    return static_cast<uint8_t>((video_seen_ ? kHasVideo : 0) | (audio_seen_ ? kHasAudio : 0));
+    return static_cast<uint8_t>((video_seen_ ? kFlvHasVideo : 0) | (audio_seen_ ? kFlvHasAudio : 0));
 }
 
 // Hands out what stands in the work buffer. `filesize` counts what was composed, the position what was taken.

@@ -16,6 +16,8 @@ struct TsPacket {
     uint32_t continuity = 0;
     std::optional<uint32_t> adaptation_length;
     std::optional<uint64_t> pcr;
+    bool random_access = false;
+    bool has_payload = true;
     uint32_t stuffing = 0;  // bytes of stuffing in the adaptation field
     ByteVector payload;
 };
@@ -26,16 +28,19 @@ inline TsPacket ReadTsPacket(const ByteVector& bytes) {
     Require((bytes[1] & 0xA0) == 0, "error and priority bits");
     packet.unit_start = (bytes[1] & 0x40) != 0;
     packet.pid = static_cast<uint16_t>(ReadBE(bytes, 1, 2) & 0x1FFF);
-    Require((bytes[3] & 0xD0) == 0x10, "scrambling, and a payload");
+    Require((bytes[3] & 0xC0) == 0, "scrambling");
+    packet.has_payload = (bytes[3] & 0x10) != 0;
+    Require((bytes[3] & 0x30) != 0, "an adaptation field or a payload");
     packet.continuity = bytes[3] & 15;
     size_t at = 4;
     if ((bytes[3] & 0x20) != 0) {
         const uint32_t length = bytes[4];
-        Require(length >= 1 && length < 183, "adaptation_field_length");
+        Require(packet.has_payload ? length < 183 : length == 183, "adaptation_field_length");
         packet.adaptation_length = length;
-        const uint8_t flags = bytes[5];
-        size_t field = 6;
-        if (flags == 0x10) {
+        const uint8_t flags = length != 0 ? bytes[5] : 0;
+        size_t field = length != 0 ? 6 : 5;
+        packet.random_access = (flags & 0x40) != 0;
+        if ((flags & 0x10) != 0) {
             uint64_t word = 0;
             for (const uint8_t byte : Slice(bytes, field, 6))
                 word = word << 8 | byte;
@@ -43,9 +48,8 @@ inline TsPacket ReadTsPacket(const ByteVector& bytes) {
             Require((word & 0x1FF) == 0, "extension of a PCR");
             packet.pcr = word >> 15;
             field += 6;
-        } else {
-            Require(flags == 0, "flags of an adaptation field");
         }
+        Require((flags & 0xAF) == 0, "flags of an adaptation field");
         for (; field < 5 + length; ++field, ++packet.stuffing)
             Require(bytes[field] == 0xFF, "stuffing of an adaptation field");
         at = 5 + length;
@@ -57,13 +61,14 @@ inline TsPacket ReadTsPacket(const ByteVector& bytes) {
 inline std::vector<TsPacket> ReadTs(const ByteVector& stream) {
     Require(stream.size() % 188 == 0, "a whole number of packets");
     std::vector<TsPacket> packets;
-    std::map<uint16_t, uint32_t> next;
+    std::map<uint16_t, uint32_t> last;
     for (size_t at = 0; at < stream.size(); at += 188) {
         packets.push_back(ReadTsPacket(Slice(stream, at, 188)));
         const TsPacket& packet = packets.back();
-        const auto expected = next.find(packet.pid);
-        Require(expected == next.end() || expected->second == packet.continuity, "continuity");
-        next[packet.pid] = (packet.continuity + 1) % 16;
+        const auto before = last.find(packet.pid);
+        const uint32_t step = packet.has_payload ? 1 : 0;  // without a payload it stays
+        Require(before == last.end() || (before->second + step) % 16 == packet.continuity, "continuity");
+        last[packet.pid] = packet.continuity;
     }
     return packets;
 }

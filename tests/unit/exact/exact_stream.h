@@ -1,0 +1,132 @@
+// Drives a format with exact times for unit tests: frames in with their times, blocks out with their notes.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "MuxoraExt.h"
+#include "core/package.h"
+#include "support/frames.h"
+#include "support/hex.h"
+
+namespace test {
+
+// Real parameter sets: x264, 1920x1080 high profile, and 322x242 baseline.
+inline ByteVector HighSps() {
+    return Bytes("67 64 00 28 ac d9 40 78 02 27 e5 c0 5a 80 80 80 a0 00 00 7d 20 00 1d 4c 01 e3 06 32 c0");
+}
+inline ByteVector HighPps() {
+    return Bytes("68 eb e3 cb 22 c0");
+}
+inline ByteVector BaselineSps() {
+    return Bytes("67 42 c0 0d d9 01 50 87 88 88 c0 44 00 00 03 00 04 00 00 03 00 c8 3c 50 a9 20");
+}
+inline ByteVector BaselinePps() {
+    return Bytes("68 cb 83 cb 20");
+}
+inline ByteVector HevcSets() {
+    return Bytes(
+        "00 00 00 01 40 01 0c 01 ff ff 02 20 00 00 03 00 90 00 00 03 00 00 03 00 78 95 98 09"
+        "00 00 00 01 42 01 01 02 20 00 00 03 00 90 00 00 03 00 00 03 00 78 a0 03 c0 80 10 e4 d9 65 66 92 4c af"
+        "0e 6e 12 20 12 08 00 00 03 00 08 00 00 03 00 c8 40"
+        "00 00 00 01 44 01 c1 72 b4 62 40");
+}
+
+inline ByteVector Units(const std::vector<ByteVector>& units) {
+    ByteVector out;
+    for (const ByteVector& unit : units)
+        out = out + Bytes("00 00 00 01") + unit;
+    return out;
+}
+
+// An ADTS frame of AAC LC, 48 kHz stereo.
+inline ByteVector Adts(const ByteVector& payload) {
+    const auto size = static_cast<uint32_t>(payload.size() + 7);
+    return ByteVector{0xFF,
+                      0xF1,
+                      0x4C,
+                      static_cast<uint8_t>(0x80 | size >> 11),
+                      static_cast<uint8_t>(size >> 3),
+                      static_cast<uint8_t>((size & 7) << 5 | 0x1F),
+                      0xFC} +
+           payload;
+}
+
+class ExactStream {
+  public:
+    struct Block {
+        ByteVector data;
+        MXExactBlock note;
+    };
+
+    template <typename Packager>
+    static std::unique_ptr<ExactStream> Of(uint32_t format) {
+        auto stream = std::make_unique<ExactStream>();
+        MXCreateParam param{};
+        param.user = stream.get();
+        param.output = Take;
+        stream->package = std::make_unique<Packager>(format, &param);
+        return stream;
+    }
+
+    // Video and sound are announced.
+    uint32_t Open(uint32_t video = MX_VIDEO_H264, uint32_t audio = MX_AUDIO_AAC, uint32_t gap = 0) {
+        MXHeaderInfo info{};
+        info.video_present = video != 0;
+        info.video_encode_type = video;
+        info.audio_present = audio != 0;
+        info.audio_encode_type = audio;
+        info.samples_per_sec = 48000;
+        info.reserved_gap = gap;
+        package->init();
+        return package->createHeader(&info, 0);
+    }
+
+    uint32_t Video(ByteVector bytes, uint32_t sub_type, int64_t dts, int64_t pts, int64_t duration = 0,
+                   uint32_t scale = 90000, uint32_t codec = MX_VIDEO_H264) {
+        MXFrameInfo frame = VideoFrame(bytes, codec, sub_type);
+        MXSetFrameTimes(&frame, scale, dts, pts, duration);
+        return package->inputFrame(&frame, 0);
+    }
+    uint32_t Audio(ByteVector bytes, int64_t time, int64_t duration = 0, uint32_t scale = 48000,
+                   uint32_t codec = MX_AUDIO_AAC) {
+        MXFrameInfo frame = AudioFrame(bytes, codec);
+        MXSetFrameTimes(&frame, scale, time, time, duration);
+        return package->inputFrame(&frame, 0);
+    }
+    uint32_t Close() { return package->createTailer(nullptr, 0); }
+
+    const Block& Last() const { return blocks.back(); }
+    // The blocks one behind the other, the patches left out, as a sink that only goes forward has them.
+    ByteVector Forward() const {
+        ByteVector out;
+        for (const Block& block : blocks) {
+            if (block.note.kind != MX_BLOCK_PATCH) out = out + block.data;
+        }
+        return out;
+    }
+    // The file that all blocks make.
+    ByteVector File() const {
+        ByteVector out;
+        for (const Block& block : blocks) {
+            const bool absolute = block.note.block.seek_type == MX_SEEK_ABSOLUTE;
+            const size_t at = absolute ? static_cast<size_t>(block.note.block.offset) : out.size();
+            if (out.size() < at + block.data.size()) out.resize(at + block.data.size());
+            std::copy(block.data.begin(), block.data.end(), out.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        return out;
+    }
+
+    std::unique_ptr<Orvane::Muxora::CPackage> package;
+    std::vector<Block> blocks;
+
+  private:
+    static int32_t Take(const MXOutputBlock* block, void* user) {
+        const auto* bytes = static_cast<const uint8_t*>(block->data);
+        static_cast<ExactStream*>(user)->blocks.push_back(
+            {{bytes, bytes + block->length}, *reinterpret_cast<const MXExactBlock*>(block)});
+        return 0;
+    }
+};
+
+}  // namespace test
