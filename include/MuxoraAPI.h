@@ -18,8 +18,14 @@
 
 #include <stdint.h> /* NOLINT(modernize-deprecated-headers): C reads it, too */
 
-#if defined(_WIN32)
+/* Exported while the library itself is built (MUXORA_BUILDING), imported elsewhere, and neither where it is linked
+ * statically (MUXORA_STATIC_DEFINE; the CMake package and the pkg-config file of a static build define it). */
+#if defined(MUXORA_STATIC_DEFINE)
+#define MX_API
+#elif defined(_WIN32) && defined(MUXORA_BUILDING)
 #define MX_API __declspec(dllexport)
+#elif defined(_WIN32)
+#define MX_API __declspec(dllimport)
 #elif defined(__GNUC__)
 #define MX_API __attribute__((visibility("default")))
 #else
