@@ -9,7 +9,7 @@ setup: ## Install what is missing (Debian packages)
 	@scripts/setup.sh
 
 build/%/build.ninja: | setup
-	@cmake --preset $* -DMUXORA_WERROR=ON
+	@cmake --preset $*
 
 build: setup build/release/build.ninja ## Build library, tool, tests and examples, optimised
 	@cmake --build --preset release

@@ -1,4 +1,7 @@
-# Use ccache where it is installed.
+# Use ccache where it is installed; what another project launches its compilers with is its own affair.
+if(NOT MUXORA_TOP_LEVEL)
+    return()
+endif()
 find_program(MUXORA_CCACHE ccache)
 mark_as_advanced(MUXORA_CCACHE)
 if(MUXORA_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)

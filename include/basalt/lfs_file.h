@@ -25,8 +25,8 @@ enum LfsOrigin {
  *
  * It keeps its position itself and writes each block with one positioned call of the system and no buffer of its own,
  * so that a process that crashes loses nothing of what it handed over. A target without positions (a pipe, a terminal)
- * takes the bytes one behind the other, as long as no seek leaves that order. A full disk or a reader that went away
- * shows as a short write and never as a signal.
+ * takes the bytes one behind the other, as long as no seek leaves that order. A full disk, a file at the limit of its
+ * size (RLIMIT_FSIZE) and a reader that went away show as a short write and never as a signal.
  *
  * Not copyable; one thread at a time.
  */
@@ -38,7 +38,8 @@ class BASALT_API CLfsFile {
     CLfsFile(const CLfsFile&) = delete;
     CLfsFile& operator=(const CLfsFile&) = delete;
 
-    /** Opens `path` with LfsMode flags, LFS_WRITE among them; position 0. A file that was open is closed before.
+    /** Opens `path` (UTF-8 on Windows, of any length there) with LfsMode flags, LFS_WRITE among them; position 0.
+     * Others may read the file meanwhile. A file that was open is closed before.
      *  @return False if the system refuses, or the mode does not write. */
     bool open(const char* path, uint32_t mode);
     /** Closes. @return False if the system reported an error; true on a closed file. */
@@ -52,7 +53,7 @@ class BASALT_API CLfsFile {
     size_t write(const void* data, size_t length);
 
   private:
-    int descriptor_ = -1;
+    intptr_t file_ = -1;       // the system's descriptor or handle
     bool positioned_ = false;  // the target has positions
     int64_t position_ = 0;
     int64_t streamed_ = 0;  // bytes that a target without positions has taken

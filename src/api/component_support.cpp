@@ -1,5 +1,7 @@
 #include "api/component_support.h"
 
+#include "build_stamp.h"
+
 namespace Orvane::Muxora {
 
 Basalt::CVersion ComponentVersion() {

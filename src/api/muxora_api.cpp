@@ -7,6 +7,7 @@
 
 #include "MuxoraAPI.h"
 #include "api/format_table.h"
+#include "build_stamp.h"
 #include "core/exact_params.h"
 #include "core/package.h"
 #include "core/rtp_params.h"

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -123,6 +124,67 @@ TEST_F(LfsFile, AFullDiskIsAShortWrite) {
     EXPECT_EQ(Write("abc"), 0u);
     EXPECT_EQ(Write("abc"), 0u);
     EXPECT_TRUE(file.close());
+}
+
+// The soft limit of a file's size, for the life of the object.
+class ScopedFileSizeLimit {
+  public:
+    explicit ScopedFileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~ScopedFileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+    ScopedFileSizeLimit(const ScopedFileSizeLimit&) = delete;
+    ScopedFileSizeLimit& operator=(const ScopedFileSizeLimit&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
+// By default the signal of a file that has reached its limit ends the process.
+TEST_F(LfsFile, AFileAtTheLimitOfItsSizeIsAShortWrite) {
+    ASSERT_TRUE(file.open(path.c_str(), kMode));
+    {
+        const ScopedFileSizeLimit limit(8);
+        EXPECT_EQ(Write("0123456789"), 8u);
+        EXPECT_EQ(Write("ab"), 0u);
+        file.seek(2, 0);
+        EXPECT_EQ(Write("cd"), 2u);
+        file.seek(100, 0);
+        EXPECT_EQ(Write("ef"), 0u);
+    }
+    sigset_t waiting;
+    sigpending(&waiting);
+    EXPECT_EQ(sigismember(&waiting, SIGXFSZ), 0);
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGXFSZ), 0);
+    file.seek(8, 0);
+    EXPECT_EQ(Write("ef"), 2u);
+    EXPECT_EQ(test::ReadFile(path), Text("01cd4567ef"));
+}
+
+// A signal that the caller holds back and that waits already is the caller's, and stays.
+TEST_F(LfsFile, LeavesTheCallersWaitingSignal) {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGXFSZ);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &held, &before);
+    raise(SIGXFSZ);
+    ASSERT_TRUE(file.open(path.c_str(), kMode));
+    {
+        const ScopedFileSizeLimit limit(1);
+        EXPECT_EQ(Write("ab"), 1u);
+    }
+    sigset_t waiting;
+    sigpending(&waiting);
+    EXPECT_EQ(sigismember(&waiting, SIGXFSZ), 1);
+    constexpr timespec kNow{};
+    EXPECT_EQ(sigtimedwait(&held, nullptr, &kNow), SIGXFSZ);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
 TEST_F(LfsFile, APipeTakesTheBytesInOrder) {

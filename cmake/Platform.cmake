@@ -1,0 +1,18 @@
+# What the library stands on beside the compiler.
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
+
+# Records are written field by field, but the vector kernels and the packed records of the interface are little-endian.
+if(CMAKE_VERSION VERSION_LESS 3.20)
+    include(TestBigEndian)
+    test_big_endian(MUXORA_BIG_ENDIAN)
+elseif(CMAKE_CXX_BYTE_ORDER STREQUAL "BIG_ENDIAN")
+    set(MUXORA_BIG_ENDIAN ON)
+endif()
+
+# Which of the units that speak with the system are built: src/basalt/native_file_*.cpp.
+if(WIN32)
+    set(MUXORA_SYSTEM win32)
+else()
+    set(MUXORA_SYSTEM posix)
+endif()
