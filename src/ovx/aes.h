@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "ovx/aes_kernels.h"
 #include "ovx/encrypt.h"
 
 namespace Orvane::Muxora {
@@ -23,22 +24,9 @@ class CAes : public IEncrypt {
     bool decrypt(const uint8_t* source, uint32_t length, uint8_t* destination, uint32_t* capacity) const override;
 
   private:
-    static constexpr uint32_t kMaxRounds = 14;
-
-    // Words hold byte 0 in the low bits.
-    struct Schedule {
-        uint32_t rounds;
-        uint32_t key_words;
-        std::array<uint32_t, 4 * (kMaxRounds + 1)> round_keys;
-    };
-
-    void Expand();
-    static void EncryptBlock(const Schedule& schedule, const uint8_t* source, uint8_t* destination);
-    static void DecryptBlock(const Schedule& schedule, const uint8_t* source, uint8_t* destination);
-
     std::array<uint8_t, 64> key_{};
     uint32_t key_length_ = 0;
-    std::unique_ptr<Schedule> schedule_;
+    std::unique_ptr<Kernels::AesSchedule> schedule_;
 };
 
 }  // namespace Orvane::Muxora

@@ -49,4 +49,18 @@ struct AesTables {
 
 inline constexpr AesTables kAesTables;
 
+// Words hold byte 0 in the low bits.
+inline uint32_t LoadWord(const uint8_t* bytes) {
+    return bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
+}
+
+inline uint8_t Row(uint32_t column, int row) {
+    return static_cast<uint8_t>(column >> (8 * row));
+}
+
+inline uint32_t Substitute(uint32_t word, const std::array<uint8_t, 256>& box) {
+    return box[Row(word, 0)] | uint32_t{box[Row(word, 1)]} << 8 | uint32_t{box[Row(word, 2)]} << 16 |
+           uint32_t{box[Row(word, 3)]} << 24;
+}
+
 }  // namespace Orvane::Muxora

@@ -4,6 +4,10 @@
 #include <cstdlib>
 #include <new>
 
+#if defined(_WIN32)
+#include <malloc.h>
+#endif
+
 namespace {
 
 constexpr uint64_t kUnlimited = UINT64_MAX;
@@ -27,7 +31,20 @@ void* Allocate(std::size_t size, std::size_t alignment) noexcept {
     }
     if (size == 0) size = 1;
     if (alignment <= alignof(std::max_align_t)) return std::malloc(size);
+#if defined(_WIN32)
+    return _aligned_malloc(size, alignment);
+#else
     return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+#endif
+}
+
+// What was allocated with more than the usual alignment.
+void FreeAligned(void* block) noexcept {
+#if defined(_WIN32)
+    _aligned_free(block);
+#else
+    std::free(block);
+#endif
 }
 
 void* AllocateOrThrow(std::size_t size, std::size_t alignment) {
@@ -100,16 +117,16 @@ void operator delete[](void* block, std::size_t /*size*/) noexcept {
     std::free(block);
 }
 void operator delete(void* block, std::align_val_t /*alignment*/) noexcept {
-    std::free(block);
+    FreeAligned(block);
 }
 void operator delete[](void* block, std::align_val_t /*alignment*/) noexcept {
-    std::free(block);
+    FreeAligned(block);
 }
 void operator delete(void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
-    std::free(block);
+    FreeAligned(block);
 }
 void operator delete[](void* block, std::size_t /*size*/, std::align_val_t /*alignment*/) noexcept {
-    std::free(block);
+    FreeAligned(block);
 }
 void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
     std::free(block);

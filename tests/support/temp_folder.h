@@ -1,11 +1,10 @@
 // A folder of a test's own.
 #pragma once
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -17,9 +16,12 @@ namespace test {
 class TempFolder {
   public:
     TempFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "muxora_test_XXXXXX").string();
-        if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no folder for the test");
-        path_ = name;
+        std::random_device random;
+        for (int attempt = 0; attempt < 100; ++attempt) {
+            path_ = std::filesystem::temp_directory_path() / ("muxora_test_" + std::to_string(random()));
+            if (std::filesystem::create_directory(path_)) return;
+        }
+        throw std::runtime_error("no folder for the test");
     }
     ~TempFolder() {
         std::error_code ignored;

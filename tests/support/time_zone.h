@@ -20,12 +20,17 @@ class ScopedTimeZone {
 
   private:
     static void Set(const char* zone) {
+#if defined(_WIN32)
+        _putenv_s("TZ", zone != nullptr ? zone : "");
+        _tzset();
+#else
         if (zone != nullptr) {
             setenv("TZ", zone, 1);
         } else {
             unsetenv("TZ");
         }
         tzset();
+#endif
     }
     std::string before_;
 };

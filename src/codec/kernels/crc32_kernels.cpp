@@ -9,6 +9,8 @@
 
 #if defined(MUXORA_X86_KERNELS)
 #include <immintrin.h>
+#elif defined(MUXORA_ARM_KERNELS)
+#include "codec/kernels/arm_features.h"
 #endif
 
 namespace Orvane::Muxora::Kernels {
@@ -189,12 +191,21 @@ uint32_t Update(uint32_t state, const uint8_t* data, size_t length) {
     return kByKernel(state, nullptr, data, length);
 }
 
+#elif defined(MUXORA_ARM_KERNELS)
+
+bool HasPmullAndCrc32() {
+    return HasArmPmull() && HasArmCrc32();
+}
+
 #endif
 
 constexpr Crc32Kernel kKernels[] = {
 #if defined(MUXORA_X86_KERNELS)
     {"vpclmulqdq", HasWideClmul, Update<ByWideClmul<false>>, ByWideClmul<true>},
     {"pclmulqdq", HasClmul, Update<ByClmul<false>>, ByClmul<true>},
+#elif defined(MUXORA_ARM_KERNELS)
+    {"pmull", HasPmullAndCrc32, Crc32UpdateByPmull, Crc32CopyByPmull},
+    {"crc32", HasArmCrc32, Crc32UpdateByInstruction, Crc32CopyByInstruction},
 #endif
     {"table", Always, Crc32Table, CopyByTable},
 };

@@ -6,6 +6,7 @@
 #include <span>
 
 #include "codec/kernels/choice.h"
+#include "codec/kernels/target.h"
 
 namespace Orvane::Muxora::Kernels {
 
@@ -24,6 +25,13 @@ std::span<const Crc32Kernel> Crc32Kernels();
 inline constinit KernelChoice<Crc32Kernel, Crc32Kernels> crc32_choice;
 
 uint32_t Crc32Table(uint32_t state, const uint8_t* data, size_t length);
+
+#if defined(MUXORA_ARM_KERNELS)
+uint32_t Crc32UpdateByPmull(uint32_t state, const uint8_t* data, size_t length);
+uint32_t Crc32CopyByPmull(uint32_t state, uint8_t* out, const uint8_t* data, size_t length);
+uint32_t Crc32UpdateByInstruction(uint32_t state, const uint8_t* data, size_t length);
+uint32_t Crc32CopyByInstruction(uint32_t state, uint8_t* out, const uint8_t* data, size_t length);
+#endif
 
 // x to the power of `exponent` modulo the CRC's polynomial, as a carry-less multiplication of reflected operands wants
 // it: bits reversed, one place to the left.

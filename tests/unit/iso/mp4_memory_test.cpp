@@ -1,9 +1,9 @@
 // What a recording does when memory runs out in the middle of it.
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 
 #include "mp4_recording.h"
 #include "support/allocation_counter.h"
+#include "support/untouched_memory.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -49,17 +49,11 @@ class HugeFrame {
   public:
     static constexpr size_t kSize = 0x80000000;
 
-    HugeFrame() : bytes_(mmap(nullptr, kSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {}
-    ~HugeFrame() {
-        if (Mapped()) munmap(bytes_, kSize);
-    }
-    HugeFrame(const HugeFrame&) = delete;
-    HugeFrame& operator=(const HugeFrame&) = delete;
-    bool Mapped() const { return bytes_ != MAP_FAILED; }
+    bool Mapped() const { return bytes_.Get() != nullptr; }
     MXFrameInfo Of(uint32_t frame_type, uint32_t codec) const {
         MXFrameInfo frame{};
         frame.size = sizeof frame;
-        frame.frame_pointer = bytes_;
+        frame.frame_pointer = bytes_.Get();
         frame.frame_size = kSize;
         frame.frame_type = frame_type;
         frame.encode_type = codec;
@@ -68,7 +62,7 @@ class HugeFrame {
     }
 
   private:
-    void* bytes_;
+    test::UntouchedMemory bytes_{kSize};
 };
 
 TEST(Mp4Memory, ASampleBeyondTheWorkBufferGoesOutFromWhereItLies) {

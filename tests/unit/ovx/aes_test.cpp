@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include "ovx/aes_kernels.h"
 #include "ovx/aes_tables.h"
 #include "support/allocation_counter.h"
 #include "support/hex.h"
+#include "support/kernels.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -85,6 +87,37 @@ TEST(Aes, ElectronicCodebook) {
     ExpectBothWays("603deb1015ca71be2b73aef0857d77811f352c073b6108d72d9810a30914dff4", plain,
                    "f3eed1bdb5d2a03c064b5a7e3db181f8 591ccb10d410ed26dc5ba74a31362870"
                    "b6ed21b99ca6f4f9f153e7b1beafed1d 23304b7a39f9f3ff067d8d8f9e24ecc7");
+}
+
+// FIPS-197, appendix C, in every number of blocks that a kernel may cut into groups. In place, as OVX uses it, and with
+// what lies behind the blocks left alone.
+TEST(Aes, EveryKernelOfThisProcessor) {
+    const ByteVector plain = Bytes("00112233445566778899aabbccddeeff");
+    const ByteVector key = Bytes("000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d1e1f");
+    const ByteVector texts[] = {Bytes("69c4e0d86a7b0430d8cdb78070b4c55a"), Bytes("dda97ca4864cdfe06eaf70a0ec0d7191"),
+                                Bytes("8ea2b7ca516745bfeafc49904b496089")};
+    const auto kernels = test::Supported(Kernels::AesKernels());
+    EXPECT_STREQ(kernels.back().name, "table");
+    for (const Kernels::AesKernel& kernel : kernels) {
+        for (uint32_t size = 0; size < 3; ++size) {
+            SCOPED_TRACE(testing::Message() << kernel.name << ", key of " << 16 + 8 * size);
+            Kernels::AesSchedule schedule{};
+            Kernels::ExpandAesKey(schedule, key.data(), 16 + 8 * size);
+            ByteVector expected_plain;
+            ByteVector expected_text;
+            for (size_t blocks = 0; blocks < 20; ++blocks) {
+                ByteVector bytes = expected_plain;
+                bytes.push_back(0xCC);
+                kernel.encrypt(schedule, bytes.data(), bytes.data(), blocks);
+                EXPECT_EQ(test::Slice(bytes, 0, 16 * blocks), expected_text);
+                kernel.decrypt(schedule, bytes.data(), bytes.data(), blocks);
+                EXPECT_EQ(test::Slice(bytes, 0, 16 * blocks), expected_plain);
+                EXPECT_EQ(bytes.back(), 0xCC);
+                expected_plain.insert(expected_plain.end(), plain.begin(), plain.end());
+                expected_text.insert(expected_text.end(), texts[size].begin(), texts[size].end());
+            }
+        }
+    }
 }
 
 TEST(Aes, WorksInPlace) {

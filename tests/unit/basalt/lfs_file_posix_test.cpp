@@ -1,0 +1,126 @@
+// What CLfsFile makes of POSIX: pipes, devices, limits, signals.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <ctime>
+#include <string>
+
+#include "basalt/lfs_file.h"
+#include "support/hex.h"
+#include "support/temp_folder.h"
+
+namespace Basalt {
+namespace {
+
+using test::Text;
+
+constexpr uint32_t kMode = 4225;
+
+class LfsFilePosix : public testing::Test {
+  protected:
+    size_t Write(const std::string& text) { return file.write(text.data(), text.size()); }
+
+    test::TempFolder folder;
+    const std::string path = folder.Path("out");
+    CLfsFile file;
+};
+
+TEST_F(LfsFilePosix, AFullDiskIsAShortWrite) {
+    ASSERT_TRUE(file.open("/dev/full", kMode));
+    EXPECT_EQ(Write("abc"), 0u);
+    EXPECT_EQ(Write("abc"), 0u);
+    EXPECT_TRUE(file.close());
+}
+
+// The soft limit of a file's size, for the life of the object.
+class ScopedFileSizeLimit {
+  public:
+    explicit ScopedFileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        rlimit limit = before_;
+        limit.rlim_cur = bytes;
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~ScopedFileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+    ScopedFileSizeLimit(const ScopedFileSizeLimit&) = delete;
+    ScopedFileSizeLimit& operator=(const ScopedFileSizeLimit&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
+// By default the signal of a file that has reached its limit ends the process.
+TEST_F(LfsFilePosix, AFileAtTheLimitOfItsSizeIsAShortWrite) {
+    ASSERT_TRUE(file.open(path.c_str(), kMode));
+    {
+        const ScopedFileSizeLimit limit(8);
+        EXPECT_EQ(Write("0123456789"), 8u);
+        EXPECT_EQ(Write("ab"), 0u);
+        file.seek(2, 0);
+        EXPECT_EQ(Write("cd"), 2u);
+        file.seek(100, 0);
+        EXPECT_EQ(Write("ef"), 0u);
+    }
+    sigset_t waiting;
+    sigpending(&waiting);
+    EXPECT_EQ(sigismember(&waiting, SIGXFSZ), 0);
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGXFSZ), 0);
+    file.seek(8, 0);
+    EXPECT_EQ(Write("ef"), 2u);
+    EXPECT_EQ(test::ReadFile(path), Text("01cd4567ef"));
+}
+
+// A signal that the caller holds back and that waits already is the caller's, and stays.
+TEST_F(LfsFilePosix, LeavesTheCallersWaitingSignal) {
+    sigset_t held;
+    sigemptyset(&held);
+    sigaddset(&held, SIGXFSZ);
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, &held, &before);
+    raise(SIGXFSZ);
+    ASSERT_TRUE(file.open(path.c_str(), kMode));
+    {
+        const ScopedFileSizeLimit limit(1);
+        EXPECT_EQ(Write("ab"), 1u);
+    }
+    sigset_t waiting;
+    sigpending(&waiting);
+    EXPECT_EQ(sigismember(&waiting, SIGXFSZ), 1);
+    constexpr timespec kNow{};
+    EXPECT_EQ(sigtimedwait(&held, nullptr, &kNow), SIGXFSZ);
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST_F(LfsFilePosix, APipeTakesTheBytesInOrder) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    const int reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_TRUE(file.open(path.c_str(), LFS_WRITE | LFS_BINARY));
+    EXPECT_EQ(Write("abc"), 3u);
+    // Going back is not possible; from the end of what was sent it goes on.
+    file.seek(1, 0);
+    EXPECT_EQ(Write("XX"), 0u);
+    file.seek(3, 0);
+    EXPECT_EQ(Write("def"), 3u);
+    char got[16];
+    ASSERT_EQ(::read(reader, got, sizeof got), 6);
+    EXPECT_EQ(std::string(got, 6), "abcdef");
+    ::close(reader);
+    // The reader went away. The signal that this raises must not reach anyone, whatever its disposition is.
+    EXPECT_EQ(Write("ghi"), 0u);
+    EXPECT_EQ(Write("jkl"), 0u);
+    sigset_t waiting;
+    sigpending(&waiting);
+    EXPECT_EQ(sigismember(&waiting, SIGPIPE), 0);
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    EXPECT_EQ(sigismember(&blocked, SIGPIPE), 0);
+}
+
+}  // namespace
+}  // namespace Basalt
