@@ -75,7 +75,7 @@ uint32_t CAsfPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     }
 
     ByteCursor index_head(index_.data(), kAsfIndexHeadSize);
-    WriteAsfIndexHead(index_head, IndexEntries());
+    WriteAsfIndexHead(index_head, index_entries_);
     position_ += EmitAt(index_.data(), static_cast<uint32_t>(index_.size()), position_);
 
     header_.file_size = position_;
@@ -141,7 +141,7 @@ uint32_t CAsfPacket::InputVideo(MXFrameInfo& frame) {
                       {frame.frame_size, SendTime(), stream, static_cast<uint8_t>(video_object_), video_time_}, at);
     ++video_object_;
     // Readers rely on this: time 0 has no entry, so each entry is the key frame at the first frame past its second.
-    if (IsFile() && video_time_ > IndexEntries() * kIndexInterval) AddIndexEntry();
+    if (IsFile() && video_time_ > index_entries_ * kIndexInterval) AddIndexEntry();
     header_.play_duration = video_time_ * kTimeUnitsPerMs;
     EmitWork(at);
     return MX_OK;
@@ -237,10 +237,7 @@ void CAsfPacket::AddIndexEntry() {
     out.LE32(key_packet_)          // Packet Number
         .LE16(key_packet_count_);  // Packet Count
     index_.insert(index_.end(), entry, entry + sizeof entry);
-}
-
-uint32_t CAsfPacket::IndexEntries() const {
-    return static_cast<uint32_t>(index_.size() - kAsfIndexHeadSize) / kAsfIndexEntrySize;
+    ++index_entries_;
 }
 
 void CAsfPacket::EmitWork(uint32_t length) {

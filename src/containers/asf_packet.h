@@ -32,7 +32,6 @@ class CAsfPacket : public CPackage {
     uint32_t SendTime() const;
     void MakeIndexRoom();
     void AddIndexEntry();
-    uint32_t IndexEntries() const;
     void EmitWork(uint32_t length);
 
     LargeBuffer work_;       // all output is composed here
@@ -40,6 +39,9 @@ class CAsfPacket : public CPackage {
     bool header_ready_ = false;
     AsfHeader header_;
     std::vector<uint8_t> index_;  // room for the Simple Index head, the entries behind it
+    // Readers rely on this: the index head counts all entries that there ever were; the entries themselves go with the
+    // first tail.
+    uint32_t index_entries_ = 0;
 
     uint32_t key_packet_ = 0;        // number of the last key frame's first packet
     uint16_t key_packet_count_ = 0;  // and how many packets it took

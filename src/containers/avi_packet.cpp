@@ -66,9 +66,9 @@ uint32_t CAviPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     if (!past_first_) {
         riff_.Close();
     } else if (avix_ != nullptr) {
+        // Readers rely on this: the RIFF stays open, so another tail closes it again, with its indexes once more.
         avix_->Close();
         EndRiff(*avix_);
-        avix_.reset();
     }
     riff_.WriteHeaderList(header_);
     return MX_OK;

@@ -121,8 +121,8 @@ void WriteAvcConfigTag(ByteCursor& out, const MXFrameInfo& frame) {
         .BE32(FlvTagSize(data_size));  // PreviousTagSize
 }
 
-FlvMetadata OpeningMetadata(const MXFrameInfo& frame) {
-    FlvMetadata metadata;
+// What was counted so far stays: a tail may have gone out ahead of the first key frame.
+FlvMetadata OpeningMetadata(FlvMetadata metadata, const MXFrameInfo& frame) {
     metadata.width = frame.width;
     metadata.height = frame.height;
     metadata.framerate = frame.frame_rate != 0 ? frame.frame_rate : kDefaultFrameRate;
@@ -186,7 +186,7 @@ uint32_t CFlvPacket::InputVideo(const MXFrameInfo& frame) {
     ByteCursor out(work_.get(), kWorkSize);
     std::optional<FlvMetadata> opening;
     if (!video_seen_) {
-        opening = OpeningMetadata(frame);
+        opening = OpeningMetadata(metadata_, frame);
         // Readers rely on this: the stream form announces audio that may never come.
         WriteFileHeader(out, format() == MX_FORMAT_FLV ? kFlvHasVideo : kFlvHasVideo | kFlvHasAudio);
         opening->WriteTag(out);

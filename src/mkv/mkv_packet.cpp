@@ -259,9 +259,11 @@ uint32_t CMkvPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     const uint64_t clusters = finished_clusters_ + cluster_.total;
     const uint64_t cues_position = first_cluster_position_ + clusters;
     uint8_t seek[CMetaseekBox::kBodySize];
-    const uint32_t seek_size =
-        WriteSeekEntries(seek, info_position_ - segment_position_, tracks_position_ - segment_position_,
-                         static_cast<uint32_t>(cues_position - segment_position_));
+    // Readers rely on this: a SeekPosition counts from where the Segment's data stands behind a head that was written
+    // whole, also when the callback took less of it.
+    constexpr uint32_t kSeekBase = kEbmlHeaderSize + kMasterHeadSize;
+    const uint32_t seek_size = WriteSeekEntries(seek, info_position_ - kSeekBase, tracks_position_ - kSeekBase,
+                                                static_cast<uint32_t>(cues_position - kSeekBase));
     EmitAt(seek, seek_size, uint64_t{segment_position_} + kSeekEntriesOffset);
     EmitAt(cues.data(), static_cast<uint32_t>(cues.size()), cues_position);
     EmitSize8(clusters + cues.size() + CMetaseekBox::kTotalSize + kTracksSpan, segment_size_position_);

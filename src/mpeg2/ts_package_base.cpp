@@ -254,11 +254,13 @@ void CTSPackageBase::computeVideoPts(const MXFrameInfo* frame) {
 }
 
 void CTSPackageBase::computeAudioPts(const MXFrameInfo* frame) {
-    if (audio_break_ == AudioBreak::kResync) {
-        audio_pts_ = base_ms_ * kTicksPerMs;
-        audio_break_ = AudioBreak::kNone;
-    } else if (audio_count_ == 0) {
+    const bool resync = audio_break_ == AudioBreak::kResync;
+    if (resync) audio_break_ = AudioBreak::kNone;
+    if (audio_count_ == 0) {
+        // Receivers rely on this: a first frame is placed as such behind a resync, too.
         audio_pts_ = FirstPts(frame->timestamp, {video_count_, video_pts_, last_video_ts_});
+    } else if (resync) {
+        audio_pts_ = base_ms_ * kTicksPerMs;
     } else if (frame->timestamp != 0) {
         audio_pts_ += (fixTimestamp(frame) - last_audio_ts_) * kTicksPerMs;
     } else {

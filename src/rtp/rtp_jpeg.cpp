@@ -43,18 +43,19 @@ std::span<const uint8_t> Segment(std::span<const uint8_t> left) {
     return length <= left.size() ? left.first(length) : std::span<const uint8_t>{};
 }
 
-// The tables of a DQT segment that stands at `position` of the frame.
-bool ReadTables(std::span<const uint8_t> segment, uint32_t position, JpegHeaders& headers) {
+// The tables of a DQT segment of `length` bytes, the first of what is `left` of the frame from `position` on.
+bool ReadTables(std::span<const uint8_t> left, size_t length, uint32_t position, JpegHeaders& headers) {
     auto& tables = headers.qtable_header;
     uint32_t at = kSegmentHeadLength;
     // Receivers rely on this: each segment counts its tables from 0 while the length of all goes on adding up, so that
     // tables in more than one segment are refused later on.
-    for (uint32_t number = 0; at < segment.size(); ++number) {
+    for (uint32_t number = 0; at < length; ++number) {
         if (number == JpegHeaders::kMaxTables) return false;
-        const uint32_t precision = (segment[at] >> 4) & 1;
+        const uint32_t precision = (left[at] >> 4) & 1;
         const uint32_t size = kTableLength << precision;
         ++at;
-        if (segment.size() - at < size) return false;
+        // Receivers rely on this: the last table may reach beyond its segment, though not beyond the frame.
+        if (left.size() - at < size) return false;
         tables.precision = static_cast<uint8_t>(tables.precision | precision << number);
         tables.length = static_cast<uint16_t>(tables.length + size);
         tables.size[number] = static_cast<uint8_t>(size);
@@ -75,7 +76,8 @@ std::optional<uint32_t> parseJpegHeaders(const uint8_t* data, uint32_t length, J
             ++i;
             continue;
         }
-        const std::span<const uint8_t> segment = Segment({data + i, length - i});
+        const std::span<const uint8_t> left(data + i, length - i);
+        const std::span<const uint8_t> segment = Segment(left);
         if (segment.empty()) return std::nullopt;
         const uint32_t next = i + static_cast<uint32_t>(segment.size());
         switch (code) {
@@ -85,7 +87,7 @@ std::optional<uint32_t> parseJpegHeaders(const uint8_t* data, uint32_t length, J
                 headers.main_header.width = static_cast<uint8_t>(ReadBE16(&segment[7]) / 8);
                 break;
             case kDqt:
-                if (!ReadTables(segment, i, headers)) return std::nullopt;
+                if (!ReadTables(left, segment.size(), i, headers)) return std::nullopt;
                 break;
             case kDri:
                 if (segment.size() != kDriLength) return std::nullopt;
@@ -131,8 +133,12 @@ uint32_t packetiseJpeg(const MXFrameInfo& frame, PacketRun& run) {
         const uint32_t headers_length = kMainHeaderLength + (has_restart ? kRestartHeaderLength : 0) +
                                         (with_tables ? kQTableHeaderLength + tables.length : 0);
         const int64_t payload_room = room_behind_header - headers_length;
-        // A first packet may be full of tables; any other has to carry a part of the scan.
-        if (payload_room < 0 || (payload_room == 0 && !with_tables)) return MX_FAILED;
+        // A first packet may be full of tables; any other has to carry a part of the scan. Receivers rely on this: the
+        // packet is begun by then, and takes its number with it.
+        if (payload_room < 0 || (payload_room == 0 && !with_tables)) {
+            run.Add(prefix, 0, false);
+            return MX_FAILED;
+        }
         const auto payload = static_cast<uint32_t>(std::min<int64_t>(remaining, payload_room));
         // The scan runs to the end of the frame, EOI included.
         uint8_t* const area = run.Add(prefix, int64_t{headers_length} + payload, remaining <= payload_room);

@@ -187,6 +187,29 @@ TEST_F(AsfPacket, AnIndexEntryIsTheLastKeyFrameAtTheFirstFramePastItsSecond) {
     EXPECT_EQ(Slice(index, 56, index.size() - 56), Bytes("00 00 00 00 02 00  1A 00 00 00 02 00  34 00 00 00 02 00"));
 }
 
+// The entries go with the first tail; what the head counts of them does not.
+TEST_F(AsfPacket, ASecondTailWritesTheIndexHeadWithTheCountOfBefore) {
+    Video(file, 1);
+    for (int i = 0; i < 27; ++i)
+        Video(file, 1, MX_SUB_P);  // up to 1080 ms: two entries
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(sink.blocks[sink.blocks.size() - 2].data.size(), 56u + 2 * 6);
+    const int64_t end = sink.blocks[sink.blocks.size() - 2].offset + 56 + 2 * 6;
+    file.uninit();
+    file.createTailer(nullptr, 0);
+    const Sink::Block& second = sink.blocks[sink.blocks.size() - 2];
+    EXPECT_EQ(second.offset, end);
+    EXPECT_EQ(second.data.size(), 56u);
+    EXPECT_EQ(Slice(second.data, 16, 8), Bytes("44 00 00 00 00 00 00 00"));  // 56 + 2 * 6
+    EXPECT_EQ(Slice(second.data, 52, 4), Bytes("02 00 00 00"));
+    // The next entry is due at the third second and counts on.
+    for (int i = 0; i < 24; ++i)
+        Video(file, 1, MX_SUB_P);
+    file.createTailer(nullptr, 0);
+    EXPECT_EQ(sink.blocks[sink.blocks.size() - 2].data.size(), 56u + 6);
+    EXPECT_EQ(Slice(sink.blocks[sink.blocks.size() - 2].data, 52, 4), Bytes("03 00 00 00"));
+}
+
 TEST_F(AsfPacket, OnlyTimesPastASecondsStartMakeAnIndexEntry) {
     const auto entries = [&] {
         file.createTailer(nullptr, 0);

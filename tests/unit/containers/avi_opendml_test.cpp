@@ -422,13 +422,29 @@ TEST_F(AviLimit, AacInAnAvixLosesItsHeaderWhateverItIs) {
     EXPECT_EQ(sink.end, end);
 }
 
-TEST_F(AviLimit, BehindTheTailThereIsNoWriter) {
+TEST_F(AviLimit, AnotherTailClosesTheLastAvixAgain) {
     Give(kRest + 2);
+    Give(100);
     packet.createTailer(nullptr, 0);
-    const uint64_t end = sink.end;
-    EXPECT_EQ(Give(100), 6u);
+    const uint64_t avix = 0x40000002 + 128 + 136;
+    const uint64_t end = avix + 24 + 108 + 40 + 32;
+    ASSERT_EQ(sink.end, end);
+    const ByteVector index = sink.At(avix + 24 + 108);
     EXPECT_EQ(packet.createTailer(nullptr, 0), 0u);
-    EXPECT_EQ(sink.end, end);
+    // ix00 and ix01 once more, 72 bytes; the head and the list count them.
+    EXPECT_EQ(sink.At(end), index);
+    EXPECT_EQ(FourCC(sink.At(end + 40), 0), "ix01");
+    EXPECT_EQ(sink.end, end + 72);
+    EXPECT_EQ(sink.At(avix),
+              Text("RIFF") + Bytes("14 01 00 00") + Text("AVIXLIST") + Bytes("08 01 00 00") + Text("movi"));
+    EXPECT_EQ(Slice(sink.At(12), 76 + 124, 80), Text("indx") + Bytes("00 04 00 00  04 00 00 00  03 00 00 00") +
+                                                    Text("00dc") + ByteVector(12) +
+                                                    Bytes("02 00 00 40 00 00 00 00  60 00 00 00  08 00 00 00") +
+                                                    Bytes("8E 01 00 40 00 00 00 00  28 00 00 00  01 00 00 00") +
+                                                    Bytes("D6 01 00 40 00 00 00 00  28 00 00 00  01 00 00 00"));
+    // The writer is still there for a frame.
+    EXPECT_EQ(Give(50), 0u);
+    EXPECT_EQ(LastAt(), end + 72);
 }
 
 int32_t DropBlock(const MXOutputBlock* /*block*/, void* /*user*/) {

@@ -160,6 +160,17 @@ TEST_F(FlvPacket, WithoutAFrameTheTailWritesAHeadOfZeros) {
               Bytes("00 00 00 00 00 00 00 00 00 00 00 00 00") + Metadata(k0, k0, k0, k0, k0, k0, k0, "00", k0, k20));
 }
 
+TEST_F(FlvPacket, ATailAheadOfTheFirstKeyFrameCountsInTheFilesSize) {
+    file.createTailer(nullptr, 0);
+    Video(file, Bytes(kKeyFrame));
+    EXPECT_EQ(sink.blocks.back().offset, 20);
+    EXPECT_EQ(Slice(sink.Last(), 13, 266), Metadata(k0, k1920, k1080, k25, k7, k0, k0, "00", k0, k20));
+    file.createTailer(nullptr, 0);
+    // 20 of the first end tag, 361 of head and key frame, 20 of the second end tag: 401.
+    EXPECT_EQ(Slice(sink.Last(), 13, 266),
+              Metadata(k0_04, k1920, k1080, k25, k7, k0, k0, "00", k0, "40 79 10 00 00 00 00 00"));
+}
+
 TEST_F(FlvPacket, TheStreamFormHasNoTail) {
     Video(stream, Bytes(kKeyFrame));
     const size_t blocks = sink.blocks.size();

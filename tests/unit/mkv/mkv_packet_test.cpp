@@ -471,6 +471,21 @@ TEST_F(MkvPacket, ASinkThatTakesLessMovesTheNextBlock) {
     EXPECT_EQ(LastBlock().offset, 1085);
 }
 
+// A SeekPosition counts from byte 59, which is the start of the Segment's data in a head that was written whole.
+TEST_F(MkvPacket, SeekPositionsCountFromTheSameByteWhenTheSinkTakesLessOfTheHead) {
+    const auto seek = [](const char* info, const char* tracks, const char* cues) {
+        return Bytes("4D BB 8E 53 AB 84 15 49 A9 66 53 AC 84") + Bytes(info) +
+               Bytes("4D BB 8E 53 AB 84 16 54 AE 6B 53 AC 84") + Bytes(tracks) +
+               Bytes("4D BB 8E 53 AB 84 1C 53 BB 6B 53 AC 84") + Bytes(cues);
+    };
+    // 7 bytes less of the EBML header, 2 of the Segment's size: its data at 50, Info at 550, Tracks at 612, no cluster
+    // and Cues at 1050.
+    sink.accept = {40, -1, 6};
+    Start();
+    Finish();
+    EXPECT_EQ(At(50 + 5, 51), seek("00 00 01 EB", "00 00 02 29", "00 00 03 DF"));
+}
+
 TEST_F(MkvPacket, TheTailMayBeRepeatedAndFramesMayFollow) {
     Start();
     Key();

@@ -159,6 +159,29 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"SequenceOverFailedFrames", kNone, {V(kI, 0, 0, 1), Step{'V', 3, 0, kNone, 2}, V(kP, 0, 7200, 3)}}),
     [](const auto& test) { return test.param.name; });
 
+// The frame that marks the break finds no room, so the one behind the resync is the first that goes out.
+TEST(TsClockFirstFrame, AFirstFrameBehindAResyncIsPlacedBesideTheVideo) {
+    test::Sink sink;
+    const MXCreateParam param = sink.Param();
+    CTsPacket packet(MX_FORMAT_TS, &param);
+    packet.init();
+    ByteVector data{0xFF, 0xF1, 0x11};
+    MXFrameInfo sound = test::AudioFrame(data, MX_AUDIO_AAC, 50);
+    sound.ps_clock_rebase = 1;
+    Basalt::CPacket small(100);
+    ASSERT_EQ(packet.inputFrameEx(&sound, small), 5u);
+    MXFrameInfo picture = test::VideoFrame(data, MX_VIDEO_MPEG2, kI, 200);
+    ASSERT_EQ(packet.inputFrame(&picture, 0), 0u);
+    EXPECT_EQ(test::ReadTsPes(test::ReadTs(sink.Last()), 18).at(0).pts, 18000u);
+    sound.timestamp = 230;
+    sound.ps_clock_rebase = 0;
+    ASSERT_EQ(packet.inputFrame(&sound, 0), 0u);
+    EXPECT_EQ(test::ReadTsPes(test::ReadTs(sink.Last()), 19).at(0).pts, 20700u);  // 30 ms behind the picture
+    sound.timestamp = 250;
+    ASSERT_EQ(packet.inputFrame(&sound, 0), 0u);
+    EXPECT_EQ(test::ReadTsPes(test::ReadTs(sink.Last()), 19).at(0).pts, 22500u);
+}
+
 TEST(TsClockMean, At29TheMeanIsKept) {
     test::Sink sink;
     const MXCreateParam param = sink.Param();

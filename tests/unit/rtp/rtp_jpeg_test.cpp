@@ -154,12 +154,25 @@ TEST_F(RtpJpeg, BadSegmentsFail) {
     EXPECT_EQ(Video(kSoi + Bytes("FF C0 00 07 08 00 30 00 40") + rest, 3), 0u) << "SOF0 of 9 bytes";
     EXPECT_EQ(Video(kSoi + Bytes("FF DD 00 05 00 28 00") + rest, 3), 3u) << "DRI of 7 bytes";
     EXPECT_EQ(Video(kSoi + Bytes("FF DD 00 03 28") + rest, 3), 3u) << "DRI of 5 bytes";
-    EXPECT_EQ(Video(kSoi + Dqt(Slice(Table(0), 0, 64)) + rest, 3), 3u) << "a table that is a byte short";
+    EXPECT_EQ(Video(kSoi + Dqt(Slice(Table(0), 0, 40)) + rest, 3), 3u) << "a table that ends a byte behind the frame";
     EXPECT_EQ(Video(kSoi + Bytes("FF DB FF FF") + rest, 3), 3u) << "DQT beyond the frame";
     EXPECT_EQ(Video(kSoi + Bytes("FF DA FF FF") + rest, 3), 3u) << "SOS beyond the frame";
     EXPECT_EQ(Video(kSoi + Sof0(64, 48) + Counting(100), 3), 3u) << "no SOS";
     EXPECT_EQ(Video(Bytes("FF"), 3), 3u);
     EXPECT_EQ(Video(Bytes("FF DA"), 3), 3u);
+}
+
+// The length of the segment says what is read on from, not what there is of its last table.
+TEST_F(RtpJpeg, ATableMayReachBeyondItsSegment) {
+    const ByteVector cut = Slice(Table(0), 0, 39);  // 38 bytes of table, 26 more behind them
+    ASSERT_EQ(Video(kSoi + Dqt(cut) + Sof0(64, 48) + kSos + Counting(10), 3), 0u);
+    const ByteVector behind = Slice(Sof0(64, 48) + kSos, 0, 26);
+    EXPECT_EQ(Plain()[0].payload,
+              Bytes("00 00 00 00 01 80 08 06  00 00 00 40") + Slice(cut, 1, 38) + behind + Counting(10));
+    sink.Clear();
+    // The frame may end with the table: 14 bytes of SOS and 12 of the scan.
+    ASSERT_EQ(Video(kSoi + Dqt(cut) + kSos + Counting(12), 3), 0u);
+    EXPECT_EQ(Slice(Plain()[0].payload, 12, 64), Slice(cut, 1, 38) + kSos + Counting(12));
 }
 
 TEST_F(RtpJpeg, SegmentsWithoutALengthAreStepped) {
@@ -232,6 +245,41 @@ TEST_F(RtpJpeg, AFirstPacketMayBeFullOfTables) {
     Set("max_rtp_packet_length", 151);
     EXPECT_EQ(Video(kSoi + kTwoTables + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
     EXPECT_TRUE(sink.blocks.empty());
+}
+
+// The packet is begun by the time its headers do not fit: nothing is sent, and one number is gone.
+TEST_F(RtpJpeg, HeadersWithoutRoomUseUpTheNumberOfThePacketBegun) {
+    const auto sequence = [&] {
+        MXRtpParam read{};
+        packet.GetRtpParam(read);
+        return read.rtp_sequence_number;
+    };
+    const ByteVector four = Dqt(Table(0) + Table(1) + Table(2) + Table(3));
+    Set("max_rtp_packet_length", 200);
+    EXPECT_EQ(Video(kSoi + four + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    EXPECT_EQ(sequence(), 1u) << "the tables";
+    EXPECT_EQ(Video(kSoi + Dqt(Table(0)) + Dqt(Table(1)) + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    EXPECT_EQ(sequence(), 2u) << "tables in two segments";
+    Set("max_rtp_packet_length", 19);
+    EXPECT_EQ(Video(kSoi + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    EXPECT_EQ(sequence(), 3u) << "the main header";
+    Set("max_rtp_packet_length", 23);
+    EXPECT_EQ(Video(kSoi + kDri + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    EXPECT_EQ(sequence(), 4u) << "the restart header";
+    // Headers that leave no byte for the scan would be sent for ever.
+    Set("max_rtp_packet_length", 20);
+    EXPECT_EQ(Video(kSoi + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    EXPECT_EQ(sequence(), 5u) << "the scan";
+    // A frame that can't be read, or that comes to no packet, begins none.
+    EXPECT_EQ(Video(kSoi + Sof0(64, 48) + Counting(10), 3), 3u);
+    EXPECT_EQ(Video(kSoi + Sof0(64, 48) + kSos, 3), 0u);
+    Set("max_rtp_packet_length", 0x300001);
+    EXPECT_EQ(Video(kSoi + Sof0(64, 48) + kSos + Counting(10), 3), 3u);
+    EXPECT_EQ(sequence(), 5u);
+    EXPECT_TRUE(sink.blocks.empty());
+    Set("max_rtp_packet_length", 1000);
+    EXPECT_EQ(Video(kSoi + four + Sof0(64, 48) + kSos + Counting(10), 3), 0u);
+    EXPECT_EQ(Plain().at(0).sequence, 6u);
 }
 
 TEST_F(RtpJpeg, AMaximumLengthWithoutRoomForPayloadIsRefused) {
