@@ -1,12 +1,12 @@
 #include "containers/avi_header.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "MuxoraAPI.h"
 #include "codec/wave_tag.h"
 #include "containers/wave_audio.h"
 #include "core/frame_kinds.h"
+#include "core/messages.h"
 
 namespace Orvane::Muxora {
 
@@ -86,7 +86,7 @@ void WriteJunk(ByteCursor& out, uint32_t size) {
 
 void CheckAviSize(AviRecord record, uint32_t announced, uint32_t actual) {
     if (announced == actual) return;
-    std::printf(kSizeTexts[static_cast<uint32_t>(record)], static_cast<int>(announced), static_cast<int>(actual));
+    Say(kSizeTexts[static_cast<uint32_t>(record)], static_cast<int>(announced), static_cast<int>(actual));
 }
 
 void AviHeaderBlock::OpenVideo(uint32_t encode_type, uint32_t width, uint32_t height, uint32_t frame_rate) {

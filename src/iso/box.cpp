@@ -1,6 +1,6 @@
 #include "iso/box.h"
 
-#include <cstdio>
+#include "core/messages.h"
 
 namespace Orvane::Muxora {
 
@@ -23,7 +23,7 @@ uint32_t CBox::WriteData(CGrowBuffer* /*buffer*/) const {
 }
 
 uint32_t CBox::Checked(uint32_t written, const char* complaint) const {
-    if (written != dataSize_) std::fputs(complaint, stdout);
+    if (written != dataSize_) Say("%s", complaint);
     return written;
 }
 

@@ -1,12 +1,12 @@
 #include "iso/track_boxes.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <span>
 
 #include "MuxoraAPI.h"
 #include "codec/audio_measures.h"
 #include "core/frame_kinds.h"
+#include "core/messages.h"
 
 namespace Orvane::Muxora {
 
@@ -230,7 +230,7 @@ uint32_t CBox_moov::WriteData(CGrowBuffer* buffer) const {
         if (trak->IsPresent()) written += trak->Write(buffer);
     }
     if (written != DataSize()) {
-        std::printf("CBox_moov:WriteData error! %d != %d \n", static_cast<int>(written), static_cast<int>(DataSize()));
+        Say("CBox_moov:WriteData error! %d != %d \n", static_cast<int>(written), static_cast<int>(DataSize()));
     }
     return written;
 }

@@ -1,6 +1,6 @@
 #include "rtp/rtp_clock.h"
 
-#include <cstdio>
+#include "core/messages.h"
 
 namespace Orvane::Muxora {
 
@@ -80,7 +80,7 @@ void RtpClock::SetAudioSample(uint32_t rate) {
     audio_sample_ = rate;
     audio_granularity_ = rate / kSamplesGranule;
     if (rate % kSamplesGranule != 0) {
-        std::fputs("[Muxora] [WARN] AuidoSample is not multiple of 1000! May cause out-sync!\n", stdout);
+        Say("[Muxora] [WARN] AuidoSample is not multiple of 1000! May cause out-sync!\n");
     }
 }
 

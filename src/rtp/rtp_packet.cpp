@@ -1,10 +1,10 @@
 #include "rtp/rtp_packet.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 #include "codec/audio_measures.h"
 #include "core/frame_kinds.h"
+#include "core/messages.h"
 #include "rtp/rtp_audio.h"
 #include "rtp/rtp_jpeg.h"
 #include "rtp/rtp_video.h"
@@ -114,7 +114,7 @@ uint32_t CRtpPacket::PackVideo(MXFrameInfo& frame, std::span<uint8_t> area) {
 
 uint32_t CRtpPacket::PackAudio(MXFrameInfo& frame, std::span<uint8_t> area, bool swap_pcm) {
     if (clock_.AudioGranularity() == 0) {
-        std::printf("[Muxora] [ERROR] AudioSample(%d), AudioGranularity(%d) should not be 0.\n",
+        Say("[Muxora] [ERROR] AudioSample(%d), AudioGranularity(%d) should not be 0.\n",
                     static_cast<int>(clock_.AudioSample()), static_cast<int>(clock_.AudioGranularity()));
         return MX_FAILED;
     }
