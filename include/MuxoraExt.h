@@ -2,8 +2,9 @@
  * Muxora: what stands beside the C interface of MuxoraAPI.h.
  *
  * Formats that keep every time exactly, and what they need: times by the tick on each frame, the shape of fragments,
- * what an output block of theirs holds. Valid C99 and C++17. The functions and records of MuxoraAPI.h stay as they are:
- * a caller that does not include this header misses nothing of them.
+ * what an output block of theirs holds. Access units out of the bytes of an elementary stream. Messages. Valid C99 and
+ * C++17. The functions and records of MuxoraAPI.h stay as they are: a caller that does not include this header misses
+ * nothing of them.
  */
 #ifndef MUXORA_EXT_H
 #define MUXORA_EXT_H
@@ -150,7 +151,157 @@ typedef struct MXExactBlock {
 
 #pragma pack(pop)
 
+/* ------------------------------------------------------------------------------------------- access units */
+
+/**
+ * Cuts an elementary stream into what MX_InputFrame takes, which is one access unit a call: a picture with the
+ * parameter sets and everything else that belongs to it, or one frame of sound.
+ *
+ *     MXAccessUnits units = MX_CreateAccessUnits(MX_FRAME_VIDEO, MX_VIDEO_H264, 0);
+ *     MXAccessUnit unit = {sizeof unit};
+ *     while ((n = fread(piece, 1, sizeof piece, stream)) != 0) {
+ *         MX_PutBytes(units, piece, n);
+ *         while (MX_GetAccessUnit(units, &unit) == MX_OK) pack(&unit);
+ *     }
+ *     MX_EndAccessUnits(units);
+ *     while (MX_GetAccessUnit(units, &unit) == MX_OK) pack(&unit);
+ *     MX_DestroyAccessUnits(units);
+ *
+ * where `pack` is MXFrameFromAccessUnit, a timestamp, and MX_InputFrame. The object belongs to one thread at a time. It
+ * is safe on any bytes, and allocates nothing once it has seen the largest unit of its stream.
+ */
+typedef struct MXAccessUnitsObject* MXAccessUnits;
+
+/** The flags of MX_CreateAccessUnits, added up. */
+enum MXAccessUnitsFlags {
+    MX_UNITS_LONG_START_CODES = 1 /**< Every NAL unit comes behind 00 00 00 01, the only start code that Matroska and
+                                       H.265 over RTP know. Units with a shorter one are copied. */
+};
+
+/** MXAccessUnit::field. */
+enum MXUnitField {
+    MX_UNIT_FRAME = 0,       /**< A frame, interlaced or not. */
+    MX_UNIT_TOP_FIELD = 1,   /**< One field: a field is a picture, and an access unit, of its own. */
+    MX_UNIT_BOTTOM_FIELD = 2 /**< The other one. */
+};
+
+/** Further results, of the functions that say so. */
+enum MXExtResult { MX_NO_UNIT = 16 /**< There is no whole unit any more; more bytes may bring one. */ };
+
+#pragma pack(push, 4)
+
+/** An access unit, or a frame of sound, 72 bytes. Zero where the stream does not say. */
+typedef struct MXAccessUnit {
+    uint32_t size;        /**< In: 72 (sizeof). */
+    uint32_t length;      /**< Length of the unit in bytes. */
+    const void* data;     /**< The unit: the caller's bytes where it lies in one piece, else the library's; good until
+                               the next call. A byte behind it may be read where a NAL unit ends there. */
+    uint32_t frame_type;  /**< As given to MX_CreateAccessUnits. */
+    uint32_t encode_type; /**< As given to MX_CreateAccessUnits. */
+    uint32_t frame_sub_type; /**< For MXFrameInfo: MX_SUB_I for a key frame, MX_SUB_B, or MX_SUB_P for all others. */
+    uint32_t key_frame;    /**< 1: decoding can begin here: IDR or a recovery point of no frames (H.264), IRAP (H.265),
+                                any sound. */
+    uint32_t picture_kind; /**< MX_SUB_I, MX_SUB_P or MX_SUB_B after its slices; MX_SUB_OTHER: not known. */
+    uint32_t field;        /**< MXUnitField. */
+    uint32_t width;        /**< Size of the picture that is shown, in pixels. */
+    uint32_t height;       /**< Of the whole frame, for a field as well (H.264). */
+    uint32_t
+        rate_numerator; /**< Frames a second (fields, in an H.265 stream of fields), in lowest terms, of the SPS. */
+    uint32_t rate_denominator; /**< 0: not stated. */
+    uint32_t samples_per_sec;  /**< Sound: sample rate in Hz. */
+    uint32_t channels;         /**< Sound: channels; 0 with AAC that states them elsewhere. */
+    uint32_t samples;          /**< Sound: samples of each channel in the frame. */
+    uint32_t reserved;         /**< 0. */
+} MXAccessUnit;
+
+#pragma pack(pop)
+
+/**
+ * Makes a cutter.
+ *
+ * @param frame_type  MX_FRAME_VIDEO or MX_FRAME_AUDIO.
+ * @param encode_type MX_VIDEO_H264 (and its other numbers) or MX_VIDEO_H265, in Annex-B form; MX_AUDIO_AAC in ADTS
+ *                    framing or MX_AUDIO_MPEG.
+ * @param flags       MXAccessUnitsFlags.
+ * @return The object, which MX_DestroyAccessUnits releases, or null: another codec, or memory ran out.
+ */
+MX_API MXAccessUnits MX_CreateAccessUnits(uint32_t frame_type, uint32_t encode_type, uint32_t flags) MX_NOEXCEPT;
+
+/**
+ * Hands in bytes, cut anywhere. They are looked at by MX_GetAccessUnit and have to stay until it says MX_NO_UNIT; only
+ * then may more come.
+ *
+ * @return MX_OK, MX_NULL_HANDLE, or MX_FAILED (null data, or bytes of before are still to be looked at).
+ */
+MX_API uint32_t MX_PutBytes(MXAccessUnits units, const void* data, uint32_t length) MX_NOEXCEPT;
+
+/**
+ * Hands in one NAL unit, with its start code or without, as a depacketiser has it. Copied. It may be followed by
+ * another without a look at MX_GetAccessUnit between them.
+ *
+ * @return MX_OK, MX_NULL_HANDLE, MX_FAILED (null data, no length, not a video stream, or bytes of before are still to
+ * be looked at), or MX_NO_RESOURCES, and the unit begun is gone.
+ */
+MX_API uint32_t MX_PutNal(MXAccessUnits units, const void* nal, uint32_t length) MX_NOEXCEPT;
+
+/**
+ * Says that what came so far ends a unit: at the end of the stream, or where a transport marks the end of a picture.
+ * The stream may go on behind it.
+ *
+ * @return MX_OK, MX_NULL_HANDLE, or MX_FAILED (bytes are still to be looked at).
+ */
+MX_API uint32_t MX_EndAccessUnits(MXAccessUnits units) MX_NOEXCEPT;
+
+/**
+ * Gives the next whole unit. A unit is whole when the next one begins, or MX_EndAccessUnits was called; a frame of
+ * sound when its bytes are there. What belongs to no unit, as bytes ahead of the first start code, a half frame of
+ * sound or 64 MiB without an end, is left out.
+ *
+ * @param unit Its `size` is set by the caller.
+ * @return MX_OK, MX_NO_UNIT, MX_NULL_HANDLE, MX_FAILED (null record or too small), or MX_NO_RESOURCES, and that unit is
+ *         gone.
+ */
+MX_API uint32_t MX_GetAccessUnit(MXAccessUnits units, MXAccessUnit* unit) MX_NOEXCEPT;
+
+/** Releases a cutter. @return MX_OK, or MX_NULL_HANDLE. */
+MX_API uint32_t MX_DestroyAccessUnits(MXAccessUnits units) MX_NOEXCEPT;
+
+/* ----------------------------------------------------------------------------------------------- messages */
+
+/** Takes a message of the library: one line, its line feed included, good during the call. */
+typedef void (*MXMessageFunction)(const char* text, void* user);
+
+/**
+ * Gives the library's messages, which go to standard output otherwise, to a function; null: to standard output again.
+ * For the whole process. May be called on any thread at any time; once it has returned, the function set before is not
+ * called any more. The function is called on the thread that packs, one call at a time; it must not wait for another
+ * thread that packs, and must not throw.
+ */
+MX_API void MX_SetMessageFunction(MXMessageFunction function, void* user) MX_NOEXCEPT;
+
 /* ------------------------------------------------------------------------------------- inline conveniences */
+
+/**
+ * Makes a frame record of an access unit: everything but its time. The frame stays where it is; OVX with a cipher, RTP
+ * with 16-bit PCM and Matroska change it in place, so there the bytes given to MX_PutBytes must be writable.
+ */
+static inline void MXFrameFromAccessUnit(MXFrameInfo* frame, const MXAccessUnit* unit) {
+    memset(frame, 0, sizeof *frame);
+    frame->size = sizeof *frame;
+    memcpy(&frame->frame_pointer, &unit->data, sizeof unit->data);
+    frame->frame_size = unit->length;
+    frame->frame_type = unit->frame_type;
+    frame->frame_sub_type = unit->frame_sub_type;
+    frame->encode_type = unit->encode_type;
+    frame->width = unit->width;
+    frame->height = unit->height;
+    if (unit->rate_denominator != 0) {
+        frame->frame_rate = (uint32_t)(((uint64_t)unit->rate_numerator + unit->rate_denominator / 2) /
+                                       unit->rate_denominator); /* NOLINT: C reads it, too */
+    }
+    frame->samples_per_sec = unit->samples_per_sec;
+    frame->channels = unit->channels;
+}
 
 /**
  * Gives a frame its exact times. Call it after the record was zeroed and filled.

@@ -23,7 +23,7 @@ constexpr uint32_t kMpeg1Rates[4] = {44100, 48000, 32000, 0};
 
 }  // namespace
 
-std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
+std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data) {
     if (data.size() < kAdtsHeaderSize || data[0] != 0xFF || (data[1] & 0xF6) != 0xF0) return std::nullopt;
     AdtsHeader header;
     header.header_size = kAdtsHeaderSize + ((data[1] & 1) != 0 ? 0 : kCrcSize);  // protection_absent
@@ -33,9 +33,13 @@ std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
     header.channel_configuration = static_cast<uint8_t>((data[2] & 1) << 2 | data[3] >> 6);
     header.sample_rate = kFrequencies[header.frequency_index];
     header.samples = ((data[6] & 3u) + 1) * kAdtsSamplesPerFrame;  // number_of_raw_data_blocks_in_frame
-    const bool whole = header.frame_size >= header.header_size && header.frame_size <= data.size();
-    if (!whole || header.sample_rate == 0) return std::nullopt;
+    if (header.frame_size < header.header_size || header.sample_rate == 0) return std::nullopt;
     return header;
+}
+
+std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
+    const std::optional<AdtsHeader> header = ReadAdtsFields(data);
+    return header && header->frame_size <= data.size() ? header : std::nullopt;
 }
 
 std::optional<MpegAudioHeader> ReadMpegAudioHeader(std::span<const uint8_t> data) {
@@ -51,6 +55,10 @@ std::optional<MpegAudioHeader> ReadMpegAudioHeader(std::span<const uint8_t> data
     header.channels = data[3] >> 6 == 3 ? 1 : 2;
     header.samples = MpegAudioSamplesPerFrame(version, layer_id);
     if (header.bitrate == 0 || header.sample_rate == 0) return std::nullopt;
+    // In slots, of which Layer I has four bytes (ISO/IEC 11172-3 2.4.3.1).
+    const uint32_t slot = header.layer == 1 ? 4 : 1;
+    const uint32_t padding = data[2] >> 1 & 1;
+    header.frame_size = (header.samples / 8 * header.bitrate / header.sample_rate / slot + padding) * slot;
     return header;
 }
 

@@ -24,12 +24,15 @@ struct AdtsHeader {
     bool operator==(const AdtsHeader&) const = default;
 };
 
-// The header at the beginning of `data`; nothing unless it is one and the whole of its frame is there.
+// The header at the beginning of `data`, its first 7 bytes; nothing unless it is one. ReadAdtsHeader wants the whole of
+// its frame to be there as well.
+std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data);
 std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data);
 
 // An MPEG audio header (ISO/IEC 11172-3 2.4.1.3, 13818-3).
 struct MpegAudioHeader {
-    uint32_t layer = 0;  // 1 to 3
+    uint32_t layer = 0;       // 1 to 3
+    uint32_t frame_size = 0;  // bytes, header included
     uint32_t sample_rate = 0;
     uint32_t channels = 0;
     uint32_t samples = 0;

@@ -1,20 +1,19 @@
 #include "codec/sps_details.h"
 
 #include <algorithm>
-#include <array>
 
-#include "codec/bit_reader.h"
+#include "codec/rbsp.h"
 
 namespace Orvane::Muxora {
 
 namespace {
 
-constexpr uint32_t kLongest = 1024;  // bytes of a unit that are looked at
 constexpr uint32_t kAvcSps = 7;
 constexpr uint32_t kHevcSps = 33;
 constexpr uint32_t kLargestSide = 65535;
 constexpr uint8_t kExtendedSar = 255;
 constexpr uint32_t kLargestReorder = 16;
+constexpr uint32_t kLargestLog2Minus4 = 12;  // of MaxFrameNum and MaxPicOrderCntLsb
 
 struct Ratio {
     uint8_t width;
@@ -24,33 +23,6 @@ struct Ratio {
 constexpr Ratio kSampleAspects[] = {{1, 1},   {1, 1},    {12, 11}, {10, 11}, {16, 11}, {40, 33},
                                     {24, 11}, {20, 11},  {32, 11}, {80, 33}, {18, 11}, {15, 11},
                                     {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1}};
-
-// A unit without its emulation prevention bytes (ITU-T H.264 7.3.1).
-class Unescaped {
-  public:
-    explicit Unescaped(std::span<const uint8_t> nal) {
-        uint32_t zeros = 0;
-        for (const uint8_t byte : nal) {
-            if (size_ == kLongest) break;
-            if (zeros >= 2 && byte == 3) {
-                zeros = 0;
-                continue;
-            }
-            zeros = byte == 0 ? zeros + 1 : 0;
-            bytes_[size_++] = byte;
-        }
-        bits_.Init(bytes_.data(), size_);
-    }
-    Unescaped(const Unescaped&) = delete;
-    Unescaped& operator=(const Unescaped&) = delete;
-
-    CBitReader& Bits() { return bits_; }
-
-  private:
-    std::array<uint8_t, kLongest> bytes_;
-    uint32_t size_ = 0;
-    CBitReader bits_;
-};
 
 struct Window {
     uint64_t left, right, top, bottom;
@@ -107,6 +79,11 @@ void ReadVui(CBitReader& bits, SpsDetails& details) {
     }
 }
 
+void ReadTiming(CBitReader& bits, SpsDetails& details) {
+    details.num_units_in_tick = bits.Read(32);
+    details.time_scale = bits.Read(32);
+}
+
 // hrd_parameters() (ITU-T H.264 E.1.2).
 void SkipAvcHrd(CBitReader& bits) {
     const uint32_t count = std::min(bits.ReadUe(), 31u) + 1;  // cpb_cnt_minus1
@@ -120,15 +97,14 @@ void SkipAvcHrd(CBitReader& bits) {
 }
 
 // vui_parameters() from chroma_loc_info_present_flag on (ITU-T H.264 E.1.1): the reorder depth, if it is stated.
-std::optional<uint32_t> ReadAvcReorder(CBitReader& bits) {
+std::optional<uint32_t> ReadAvcReorder(CBitReader& bits, SpsDetails& details) {
     if (bits.ReadBit() != 0) {  // chroma_loc_info_present_flag
         bits.ReadUe();
         bits.ReadUe();
     }
     if (bits.ReadBit() != 0) {  // timing_info_present_flag
-        bits.Skip(32);          // num_units_in_tick
-        bits.Skip(32);          // time_scale
-        bits.Skip(1);           // fixed_frame_rate_flag
+        ReadTiming(bits, details);
+        bits.Skip(1);  // fixed_frame_rate_flag
     }
     const bool nal_hrd = bits.ReadBit() != 0;
     if (nal_hrd) SkipAvcHrd(bits);
@@ -254,8 +230,11 @@ bool ReadToHevcVui(CBitReader& bits, uint32_t max_sub_layers_minus1, SpsDetails&
         details.max_reorder = std::min(bits.ReadUe(), kLargestReorder);  // sps_max_num_reorder_pics
         bits.ReadUe();                                                   // sps_max_latency_increase_plus1
     }
-    for (int i = 0; i < 6; ++i)
-        bits.ReadUe();  // block sizes and hierarchy depths
+    const uint64_t log2_ctb_size = uint64_t{bits.ReadUe()} + 3 + bits.ReadUe();
+    if (log2_ctb_size > 6) return false;
+    details.log2_ctb_size = static_cast<uint8_t>(log2_ctb_size);
+    for (int i = 0; i < 4; ++i)
+        bits.ReadUe();  // transform block sizes and hierarchy depths
     // scaling_list_enabled_flag, sps_scaling_list_data_present_flag
     if (bits.ReadBit() != 0 && bits.ReadBit() != 0) SkipHevcScalingLists(bits);
     bits.Skip(2);               // amp_enabled_flag, sample_adaptive_offset_enabled_flag
@@ -279,7 +258,7 @@ bool ReadToHevcVui(CBitReader& bits, uint32_t max_sub_layers_minus1, SpsDetails&
 }  // namespace
 
 std::optional<SpsDetails> ReadAvcSps(std::span<const uint8_t> nal) {
-    Unescaped data(nal);
+    Rbsp data(nal);
     CBitReader& bits = data.Bits();
     bits.Skip(3);                                      // forbidden_zero_bit, nal_ref_idc
     if (bits.Read(5) != kAvcSps) return std::nullopt;  // nal_unit_type
@@ -288,12 +267,11 @@ std::optional<SpsDetails> ReadAvcSps(std::span<const uint8_t> nal) {
     const uint32_t level_idc = bits.Read(8);
     SpsDetails details;
     details.id = bits.ReadUe();
-    bool separate_planes = false;
     if (HasChromaFormat(profile_idc)) {
         const uint32_t chroma_format_idc = bits.ReadUe();
         if (chroma_format_idc > 3) return std::nullopt;
         details.chroma_format_idc = static_cast<uint8_t>(chroma_format_idc);
-        if (chroma_format_idc == 3) separate_planes = bits.ReadBit() != 0;
+        if (chroma_format_idc == 3) details.separate_planes = bits.ReadBit() != 0;
         details.bit_depth_luma = static_cast<uint8_t>(8 + (bits.ReadUe() & 7));
         details.bit_depth_chroma = static_cast<uint8_t>(8 + (bits.ReadUe() & 7));
         bits.Skip(1);               // qpprime_y_zero_transform_bypass_flag
@@ -304,12 +282,17 @@ std::optional<SpsDetails> ReadAvcSps(std::span<const uint8_t> nal) {
             }
         }
     }
-    bits.ReadUe();  // log2_max_frame_num_minus4
+    const uint32_t log2_max_frame_num_minus4 = bits.ReadUe();
     const uint32_t pic_order_cnt_type = bits.ReadUe();
+    if (log2_max_frame_num_minus4 > kLargestLog2Minus4 || pic_order_cnt_type > 2) return std::nullopt;
+    details.log2_max_frame_num = static_cast<uint8_t>(log2_max_frame_num_minus4 + 4);
+    details.pic_order_cnt_type = static_cast<uint8_t>(pic_order_cnt_type);
     if (pic_order_cnt_type == 0) {
-        bits.ReadUe();  // log2_max_pic_order_cnt_lsb_minus4
+        const uint32_t log2_max_pic_order_cnt_lsb_minus4 = bits.ReadUe();
+        if (log2_max_pic_order_cnt_lsb_minus4 > kLargestLog2Minus4) return std::nullopt;
+        details.log2_max_pic_order_cnt_lsb = static_cast<uint8_t>(log2_max_pic_order_cnt_lsb_minus4 + 4);
     } else if (pic_order_cnt_type == 1) {
-        bits.Skip(1);   // delta_pic_order_always_zero_flag
+        details.delta_pic_order_always_zero = bits.ReadBit() != 0;
         bits.ReadSe();  // offset_for_non_ref_pic
         bits.ReadSe();  // offset_for_top_to_bottom_field
         const uint32_t count = bits.ReadUe();
@@ -329,14 +312,14 @@ std::optional<SpsDetails> ReadAvcSps(std::span<const uint8_t> nal) {
     bits.Skip(1);                    // direct_8x8_inference_flag
     Window window{};
     if (bits.ReadBit() != 0) window = ReadWindow(bits);  // frame_cropping_flag
-    const uint32_t chroma = separate_planes ? 0 : details.chroma_format_idc;
+    const uint32_t chroma = details.separate_planes ? 0 : details.chroma_format_idc;
     const uint32_t unit_x = chroma == 1 || chroma == 2 ? 2 : 1;
     const uint32_t unit_y = (chroma == 1 ? 2u : 1u) * (frames_only ? 1 : 2);
     SetSize(details, width, height, window, unit_x, unit_y);
     std::optional<uint32_t> reorder;
     if (bits.ReadBit() != 0) {  // vui_parameters_present_flag
         ReadVui(bits, details);
-        reorder = ReadAvcReorder(bits);
+        reorder = ReadAvcReorder(bits, details);
     }
     if (!reorder) {
         // No picture order but that of decoding; all pictures intra; or as much as the level allows (E.2.1).
@@ -350,7 +333,7 @@ std::optional<SpsDetails> ReadAvcSps(std::span<const uint8_t> nal) {
 }
 
 std::optional<SpsDetails> ReadHevcSps(std::span<const uint8_t> nal, HevcProfile* profile) {
-    Unescaped data(nal);
+    Rbsp data(nal);
     CBitReader& bits = data.Bits();
     bits.Skip(1);                                       // forbidden_zero_bit
     if (bits.Read(6) != kHevcSps) return std::nullopt;  // nal_unit_type
@@ -373,6 +356,8 @@ std::optional<SpsDetails> ReadHevcSps(std::span<const uint8_t> nal, HevcProfile*
     if (bits.ReadBit() != 0) window = ReadWindow(bits);  // conformance_window_flag
     const uint32_t chroma = separate_planes ? 0 : chroma_format_idc;
     SetSize(details, width, height, window, chroma == 1 || chroma == 2 ? 2 : 1, chroma == 1 ? 2 : 1);
+    details.coded_width = static_cast<uint32_t>(width);
+    details.coded_height = static_cast<uint32_t>(height);
     details.bit_depth_luma = static_cast<uint8_t>(8 + (bits.ReadUe() & 7));
     details.bit_depth_chroma = static_cast<uint8_t>(8 + (bits.ReadUe() & 7));
     if (profile != nullptr) *profile = read;
@@ -385,6 +370,9 @@ std::optional<SpsDetails> ReadHevcSps(std::span<const uint8_t> nal, HevcProfile*
         }
         bits.Skip(1);                                   // neutral_chroma_indication_flag
         details.may_have_fields = bits.ReadBit() != 0;  // field_seq_flag
+        details.frame_field_info_present = bits.ReadBit() != 0;
+        if (bits.ReadBit() != 0) ReadWindow(bits);           // default_display_window_flag
+        if (bits.ReadBit() != 0) ReadTiming(bits, details);  // vui_timing_info_present_flag
     }
     return details;
 }

@@ -23,6 +23,19 @@ struct SpsDetails {
     uint8_t colour_primaries = 2;
     uint8_t transfer_characteristics = 2;
     uint8_t matrix_coefficients = 2;
+    uint32_t num_units_in_tick = 0;  // of 1 / time_scale seconds; a tick is a field with H.264, a picture with H.265
+    uint32_t time_scale = 0;         // 0: not stated
+
+    // What slice headers are read with.
+    uint8_t log2_max_frame_num = 4;  // H.264
+    uint8_t pic_order_cnt_type = 0;
+    uint8_t log2_max_pic_order_cnt_lsb = 4;
+    bool delta_pic_order_always_zero = false;
+    bool separate_planes = false;
+    uint32_t coded_width = 0;  // H.265
+    uint32_t coded_height = 0;
+    uint8_t log2_ctb_size = 4;
+    bool frame_field_info_present = false;
 };
 
 // The further fields of an H.265 SPS that hvcC repeats (ISO/IEC 14496-15 8.3.3.1.2).
