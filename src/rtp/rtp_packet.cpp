@@ -115,7 +115,7 @@ uint32_t CRtpPacket::PackVideo(MXFrameInfo& frame, std::span<uint8_t> area) {
 uint32_t CRtpPacket::PackAudio(MXFrameInfo& frame, std::span<uint8_t> area, bool swap_pcm) {
     if (clock_.AudioGranularity() == 0) {
         Say("[Muxora] [ERROR] AudioSample(%d), AudioGranularity(%d) should not be 0.\n",
-                    static_cast<int>(clock_.AudioSample()), static_cast<int>(clock_.AudioGranularity()));
+            static_cast<int>(clock_.AudioSample()), static_cast<int>(clock_.AudioGranularity()));
         return MX_FAILED;
     }
     const double duration = GetAudioFrameDuration(frame);
