@@ -25,6 +25,7 @@ constexpr FormatRow kRows[] = {
     {"flv_stream", MX_FORMAT_FLV_STREAM, kH264Aac, nullptr},
     {"mkv", MX_FORMAT_MKV, kH264Aac, "matroska"},
     {"ts", MX_FORMAT_TS, kH264Aac, "mpegts"},
+    {"xflv", MX_FORMAT_XFLV, kH264Aac, "flv"},
     {"xts", MX_FORMAT_XTS, kH264Aac, "mpegts"},
     {"ps", MX_FORMAT_PS, kH264Aac, "vob"},
     {"ovps", MX_FORMAT_PS_OV, kH264Aac, nullptr},

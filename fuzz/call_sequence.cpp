@@ -23,6 +23,7 @@ namespace {
 #define FUZZ_PS MX_FORMAT_PS, MX_FORMAT_PS_OV, MX_FORMAT_PS_GAYS, MX_FORMAT_PS_GD
 #define FUZZ_TS MX_FORMAT_TS
 #define FUZZ_RTP MX_FORMAT_RTP
+#define FUZZ_XFLV MX_FORMAT_XFLV
 #define FUZZ_XTS MX_FORMAT_XTS
 
 constexpr uint32_t kFormats[] = {FUZZ_FORMATS};

@@ -5,6 +5,7 @@
 #include "containers/avi_packet.h"
 #include "containers/flv_packet.h"
 #include "containers/wav_packet.h"
+#include "exact/xflv_packet.h"
 #include "exact/xts_packet.h"
 #include "iso/mp4_packet.h"
 #include "mkv/mkv_packet.h"
@@ -64,6 +65,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_PS_GAYS, Make<CPsPacket>, true, {"gaysps", "GAYSPS"}, kNone},
     {MX_FORMAT_OVX_ALT, Make<COvxPacket>, true, kNone, kNone},
     {MX_FORMAT_PS_GD, Make<CPsPacket>, true, {"gdps", "GDPS"}, kNone},
+    {MX_FORMAT_XFLV, Make<CXflvPacket>, true, {"xflv", "XFLV"}, {"xflv", "XFLV"}},
     {MX_FORMAT_XTS, Make<CXtsPacket>, true, {"xts", "XTS"}, {"xts", "XTS"}},
 };
 

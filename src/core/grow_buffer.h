@@ -22,6 +22,8 @@ class CGrowBuffer {
     uint32_t Append(const void* data, uint32_t length);
     // Adds `length` bytes that the caller fills at once, and returns the first of them; null when memory ran out.
     uint8_t* Extend(uint32_t length);
+    // Gives back the last `length` bytes of what Extend gave.
+    void Shrink(uint32_t length) { size_ -= length < size_ ? length : size_; }
     // Room for `length` bytes more, in one step. The block stays where it is until they are added. When memory ran out
     // nothing is changed.
     uint32_t Reserve(uint32_t length);

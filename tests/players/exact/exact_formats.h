@@ -4,7 +4,7 @@
 #include <ostream>
 #include <vector>
 
-#include "MuxoraExt.h"
+#include "exact/exact_clip.h"
 
 namespace test {
 
@@ -12,7 +12,7 @@ struct ExactFormat {
     const char* key;
     uint32_t number;
     const char* extension;
-    bool (*takes)(const MXFrameInfo& frame);
+    bool (*takes)(const ExactFrame& frame);
     int64_t offset_seconds = 0;   // what the format adds to all times
     bool lists_dts = true;        // false: ffprobe guesses decoding times
     bool lists_durations = true;  // false: the format has no durations
@@ -20,13 +20,26 @@ struct ExactFormat {
     bool lists_keys = true;
 };
 
-inline bool XtsTakes(const MXFrameInfo& frame) {
+inline bool XtsTakes(const ExactFrame& exact) {
+    const MXFrameInfo& frame = exact.info;
     return frame.frame_type == MX_FRAME_VIDEO ? frame.encode_type != MX_VIDEO_MJPEG
                                               : frame.encode_type == MX_AUDIO_AAC || frame.encode_type == MX_AUDIO_MPEG;
 }
 
+inline bool IsMp3(const ExactFrame& frame) {
+    return frame.info.encode_type == MX_AUDIO_MPEG && (frame.bytes.at(1) & 6) == 2;
+}
+
+inline bool XflvTakes(const ExactFrame& exact) {
+    const MXFrameInfo& frame = exact.info;
+    // H.265 in FLV is younger than the ffprobe of Debian.
+    return frame.frame_type == MX_FRAME_VIDEO ? frame.encode_type == MX_VIDEO_H264
+                                              : frame.encode_type == MX_AUDIO_AAC || IsMp3(exact);
+}
+
 inline std::vector<ExactFormat> ExactFormats() {
     return {
+        {"xflv", MX_FORMAT_XFLV, "flv", XflvTakes, 0, true, false, 0, true},
         {"xts", MX_FORMAT_XTS, "ts", XtsTakes, 1, true, false, 0, true},
     };
 }

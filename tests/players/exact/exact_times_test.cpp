@@ -64,7 +64,7 @@ TEST_P(ExactTimes, AreTheSources) {
     const ExactFormat& format = Format();
     const auto frames = test::ReadExact(test::MakeEncode(test::EncodeNamed(std::get<1>(GetParam()))));
     for (const ExactFrame& frame : frames) {
-        if (!format.takes(frame.info)) GTEST_SKIP() << format.key << " has no place for this codec";
+        if (!format.takes(frame)) GTEST_SKIP() << format.key << " has no place for this codec";
     }
     const std::string path = test::WorkPath(std::string(std::get<1>(GetParam())) + "." + format.extension);
     const auto result = test::PackExact(format.number, frames, path);
