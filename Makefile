@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: help setup build test demo bench asan tsan fuzz lint format coverage clean
+.PHONY: help setup build test demo bench asan tsan fuzz lint format coverage docs packages root-test clean
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -43,6 +43,17 @@ lint: setup build/release/build.ninja ## clang-format and clang-tidy
 
 format: setup ## Rewrite all sources with clang-format
 	@scripts/lint.sh --fix
+
+docs: setup ## The documentation site, in build/docs/html
+	@scripts/docs.sh
+
+packages: setup build/package/build.ninja ## Debian packages and a source tarball, in build/package
+	@cmake --build --preset package
+	@cd build/package && cpack && cpack --config CPackSourceConfig.cmake
+
+root-test: setup ## In a bare Debian root: the library built, the packages installed and used (as root, minutes)
+	@scripts/setup.sh root
+	@scripts/root_test.sh
 
 clean: ## Remove all builds
 	@rm -rf build

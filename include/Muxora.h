@@ -1,4 +1,4 @@
-/*
+/** @file
  * Muxora: the component classes.
  *
  * CMuxora makes a stream, packet by packet; CFilePackage writes a whole container to a path or through a function. Both
@@ -66,17 +66,21 @@ enum MuxoraError : uint32_t {
 };
 
 /** "frametype". */
-enum FrameKind { FRAME_KIND_AUDIO = 65, FRAME_KIND_VIDEO = 86, FRAME_KIND_PRIVATE = 88 };
+enum FrameKind {
+    FRAME_KIND_AUDIO = 65,  /**< 'A'. */
+    FRAME_KIND_VIDEO = 86,  /**< 'V'. */
+    FRAME_KIND_PRIVATE = 88 /**< 'X'. */
+};
 
 /** "framesubtype". */
 enum FrameSubKind {
-    FRAME_SUB_I = 1,
-    FRAME_SUB_P = 2,
-    FRAME_SUB_B = 3,
-    FRAME_SUB_KEY = 9,
-    FRAME_SUB_LAYERED_KEY = 25,
-    FRAME_SUB_LAYERED_P = 26,
-    FRAME_SUB_LAYERED_KEY2 = 27
+    FRAME_SUB_I = 1,            /**< Intra picture, key frame. */
+    FRAME_SUB_P = 2,            /**< Predicted picture. */
+    FRAME_SUB_B = 3,            /**< Bi-predicted picture. */
+    FRAME_SUB_KEY = 9,          /**< Key frame of another kind. */
+    FRAME_SUB_LAYERED_KEY = 25, /**< Key frame, first layered kind. */
+    FRAME_SUB_LAYERED_P = 26,   /**< Predicted picture of the layered kind. */
+    FRAME_SUB_LAYERED_KEY2 = 27 /**< Key frame, second layered kind. */
 };
 
 /** "encodetype", and the codecs that getPacketCapacity tells. Where two numbers mean the same, the first is named. */
@@ -112,23 +116,23 @@ using AttributeMap = std::map<Basalt::flex_string, long long>;
 class BASALT_API IMuxoraData {
   public:
     virtual ~IMuxoraData();
-    virtual const char* getBuffer() const = 0;
-    virtual unsigned getLen() const = 0;
+    virtual const char* getBuffer() const = 0; /**< The first byte, or null. */
+    virtual unsigned getLen() const = 0;       /**< The number of bytes. */
 };
 
 /** A pointer and a length. The bytes are neither copied nor freed; see the operation that gave the object for how long
  *  they last. */
 class BASALT_API CMuxoraDataImpl : public IMuxoraData {
   public:
-    CMuxoraDataImpl();
-    CMuxoraDataImpl(const CMuxoraDataImpl& other);
-    CMuxoraDataImpl& operator=(const CMuxoraDataImpl& other);
+    CMuxoraDataImpl();                                        /**< Null and 0. */
+    CMuxoraDataImpl(const CMuxoraDataImpl& other);            /**< The same stretch. */
+    CMuxoraDataImpl& operator=(const CMuxoraDataImpl& other); /**< The same stretch. */
     ~CMuxoraDataImpl() override;
     const char* getBuffer() const override;
     unsigned getLen() const override;
-    void setBuffer(void* data, unsigned length);
-    void setPointer(void* data);
-    void setLen(unsigned length);
+    void setBuffer(void* data, unsigned length); /**< Sets both. */
+    void setPointer(void* data);                 /**< Sets the first byte. */
+    void setLen(unsigned length);                /**< Sets the number of bytes. */
 
   private:
     void* buffer_ = nullptr;
@@ -215,6 +219,7 @@ class BASALT_API IMuxora : public Basalt::IUnknown {
      * Reads the header extension of an RTP stream back. The key is compared by its address: only
      * CMuxora::extensionDataKey() is it, and any other pointer, whatever it spells, gives true and leaves `out` alone.
      *
+     * @param key See above.
      * @param out Takes a new object; its bytes are the component's and last until the extension is set again.
      * @return False without a packager.
      */
@@ -230,7 +235,8 @@ class BASALT_API IMuxora : public Basalt::IUnknown {
      */
     virtual bool getPacketCapacity(CapacityType type, const void** table, int* count) const;
 
-    /** Places for operations to come. */
+    // Places for operations to come.
+    /** @cond */
     virtual bool rev_func24();
     virtual bool rev_func23();
     virtual bool rev_func22();
@@ -255,6 +261,7 @@ class BASALT_API IMuxora : public Basalt::IUnknown {
     virtual bool rev_func3();
     virtual bool rev_func2();
     virtual bool rev_func1();
+    /** @endcond */
 };
 
 /**
@@ -279,7 +286,7 @@ class BASALT_API CMuxora : public IMuxora {
     explicit CMuxora(const Basalt::flex_string& key);
     /** Both objects then share one packager and its state. Not to be used; it is there for the interface's sake. */
     CMuxora(const CMuxora& other);
-    CMuxora& operator=(const CMuxora& other);
+    CMuxora& operator=(const CMuxora& other); /**< As the copy constructor. */
     /** Nothing is flushed: there is no tail. */
     ~CMuxora() override;
 
@@ -368,7 +375,8 @@ class BASALT_API IFilePackage : public Basalt::IUnknown {
     /** As IMuxora::getPacketCapacity. */
     virtual bool getPacketCapacity(CapacityType type, const void** table, int* count) const;
 
-    /** Places for operations to come. */
+    // Places for operations to come.
+    /** @cond */
     virtual bool rev_func26();
     virtual bool rev_func25();
     virtual bool rev_func24();
@@ -395,6 +403,7 @@ class BASALT_API IFilePackage : public Basalt::IUnknown {
     virtual bool rev_func3();
     virtual bool rev_func2();
     virtual bool rev_func1();
+    /** @endcond */
 };
 
 /**

@@ -1,4 +1,4 @@
-/*
+/** @file
  * Muxora: the C interface.
  *
  * A handle packs one stream: encoded frames go in one at a time, the bytes of a container or of a transport stream
@@ -191,10 +191,10 @@ typedef struct MXCreateParam {
 
 /** One block of a split picture, 16 bytes; OVX stores it as it stands. Positions are in pixels. */
 typedef struct MXBlockInfo {
-    uint16_t left;
-    uint16_t top;
-    uint16_t right;
-    uint16_t bottom;
+    uint16_t left;        /**< Left edge. */
+    uint16_t top;         /**< Upper edge. */
+    uint16_t right;       /**< Right edge. */
+    uint16_t bottom;      /**< Lower edge. */
     uint32_t data_offset; /**< Where the block's data begins in the frame, in bytes. */
     uint32_t reserved;    /**< 0. */
 } MXBlockInfo;

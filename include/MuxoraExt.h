@@ -1,4 +1,4 @@
-/*
+/** @file
  * Muxora: what stands beside the C interface of MuxoraAPI.h.
  *
  * Formats that keep every time exactly, and what they need: times by the tick on each frame, the shape of fragments,

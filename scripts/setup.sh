@@ -3,6 +3,7 @@
 #
 #   scripts/setup.sh         to build, test and measure
 #   scripts/setup.sh demo    to build the tool and run the demo: far less
+#   scripts/setup.sh root    beside all else, what makes a bare Debian root to test in
 set -eu
 cd "$(dirname "$0")/.."
 purpose=${1:-all}
@@ -15,7 +16,10 @@ packages=(g++ cmake ninja-build make git pkg-config python3
 [ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind
     clang clang-format clang-tidy libclang-rt-14-dev binutils
     flvmeta tshark chromium
+    doxygen abigail-tools dpkg-dev fish zsh bc
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
+
+[ "$purpose" != root ] || packages+=(debootstrap)
 
 missing=()
 for package in "${packages[@]}"; do

@@ -44,7 +44,7 @@ class BASALT_API CLfsFile {
     bool open(const char* path, uint32_t mode);
     /** Closes. @return False if the system reported an error; true on a closed file. */
     bool close();
-    bool isOpen() const;
+    bool isOpen() const; /**< Is there a file? */
     /** Moves the position, also past the end. @return False on a closed file, for an unknown origin, and for a position
      *  below 0 or beyond 63 bits; the position then stays. */
     bool seek(int64_t offset, uint32_t origin);

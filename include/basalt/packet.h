@@ -23,11 +23,11 @@ class BASALT_API CPacket {
     ~CPacket();
     /** The other packet is left without a buffer. */
     CPacket(CPacket&& other) noexcept;
-    CPacket& operator=(CPacket&& other) noexcept;
+    CPacket& operator=(CPacket&& other) noexcept; /**< The other packet is left without a buffer. */
 
     /** The first byte, or null. Good until resize() grows the packet, or the packet goes. */
     uint8_t* getBuffer() { return data_.get(); }
-    const uint8_t* getBuffer() const { return data_.get(); }
+    const uint8_t* getBuffer() const { return data_.get(); } /**< As above. */
     /** Number of good bytes. */
     size_t size() const { return size_; }
     /** Number of bytes that there is room for. */

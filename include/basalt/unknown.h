@@ -31,7 +31,7 @@ class BASALT_API IUnknown {
     IUnknown();
     /** A copy is a component of its own, with a count of 1. */
     IUnknown(const IUnknown& other);
-    IUnknown& operator=(const IUnknown& other);
+    IUnknown& operator=(const IUnknown& other); /**< Leaves both counts. */
 
   private:
     std::atomic<uint32_t> references_{1};
