@@ -12,7 +12,7 @@ import tempfile
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.MULTILINE)
 
-FAMILIES = ["ovx", "iso", "mpeg2", "rtp", "mkv", "containers", "exact"]
+FAMILIES = ["ovx", "iso", "mpeg2", "rtp", "mkv", "containers", "exact", "units"]
 # What each folder of src/ may include beside itself and the public headers.
 BELOW = {"basalt": [], "core": ["basalt"], "codec": ["basalt", "core"]}
 BELOW |= {family: ["basalt", "core", "codec"] for family in FAMILIES}
