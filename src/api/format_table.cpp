@@ -5,6 +5,7 @@
 #include "containers/avi_packet.h"
 #include "containers/flv_packet.h"
 #include "containers/wav_packet.h"
+#include "exact/fmp4_packet.h"
 #include "exact/xflv_packet.h"
 #include "exact/xts_packet.h"
 #include "iso/mp4_packet.h"
@@ -66,6 +67,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_OVX_ALT, Make<COvxPacket>, true, kNone, kNone},
     {MX_FORMAT_PS_GD, Make<CPsPacket>, true, {"gdps", "GDPS"}, kNone},
     {MX_FORMAT_XFLV, Make<CXflvPacket>, true, {"xflv", "XFLV"}, {"xflv", "XFLV"}},
+    {MX_FORMAT_FMP4, Make<CFmp4Packet>, true, {"fmp4", "FMP4"}, {"fmp4", "FMP4"}},
     {MX_FORMAT_XTS, Make<CXtsPacket>, true, {"xts", "XTS"}, {"xts", "XTS"}},
 };
 

@@ -1,6 +1,7 @@
 #include "core/clock.h"
 
 #include <atomic>
+#include <chrono>
 #include <limits>
 
 namespace Orvane::Muxora {
@@ -15,6 +16,13 @@ std::atomic<int64_t> g_fixed_time{kSystemClock};
 int64_t CurrentTime() {
     const int64_t fixed = g_fixed_time.load(std::memory_order_relaxed);
     return fixed != kSystemClock ? fixed : static_cast<int64_t>(std::time(nullptr));
+}
+
+int64_t CurrentMicroseconds() {
+    const int64_t fixed = g_fixed_time.load(std::memory_order_relaxed);
+    if (fixed != kSystemClock) return fixed * 1000000;
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::microseconds>(now).count();
 }
 
 std::tm LocalTime(int64_t seconds) {

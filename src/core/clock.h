@@ -8,6 +8,8 @@ namespace Orvane::Muxora {
 
 // Seconds since 1970, from the system clock or from the clock that a test has set.
 int64_t CurrentTime();
+// The same in microseconds; whole seconds of a clock that a test has set.
+int64_t CurrentMicroseconds();
 
 // The local calendar time of `seconds` since 1970. Times that the C library can't convert give the epoch's.
 std::tm LocalTime(int64_t seconds);

@@ -1,0 +1,398 @@
+#include "exact/fragmented_mp4.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "codec/audio_header.h"
+#include "codec/avc_convert.h"
+#include "codec/hevc_convert.h"
+#include "codec/mpeg4_config.h"
+#include "core/frame_kinds.h"
+#include "exact/rescale.h"
+
+namespace Orvane::Muxora {
+
+namespace {
+
+constexpr uint32_t kDefaultWaitMs = 1000;
+// How long fragments of streams without other pictures than key frames are, unless the caller says so.
+constexpr uint32_t kDefaultDurationMs = 2000;
+
+constexpr MXCapacityEntry kEncodeVideo[] = {{MX_VIDEO_H264, 0, 0, 0, {}},  {MX_VIDEO_H264_ALT, 0, 0, 0, {}},
+                                            {MX_VIDEO_H265, 0, 0, 0, {}},  {MX_VIDEO_MPEG4, 0, 0, 0, {}},
+                                            {MX_VIDEO_MJPEG, 0, 0, 0, {}}, {MX_VIDEO_MPEG2, 0, 0, 0, {}}};
+constexpr MXCapacityEntry kEncodeAudio[] = {{MX_AUDIO_AAC, 0, 0, 0, {}},   {MX_AUDIO_MPEG, 0, 0, 0, {}},
+                                            {MX_AUDIO_ALAW, 0, 0, 0, {}},  {MX_AUDIO_MULAW, 0, 0, 0, {}},
+                                            {MX_AUDIO_PCM16, 0, 0, 0, {}}, {MX_AUDIO_PCM8, 0, 0, 0, {}}};
+// CodecNumber of the components.
+constexpr MXCapacityEntry kCodecVideo[] = {
+    {2, 0, 0, 0, {}}, {5, 0, 0, 0, {}}, {1, 0, 0, 0, {}}, {3, 0, 0, 0, {}}, {6, 0, 0, 0, {}}};
+constexpr MXCapacityEntry kCodecAudio[] = {{33, 0, 0, 0, {}}, {38, 0, 0, 0, {}}, {28, 0, 0, 0, {}},
+                                           {31, 0, 0, 0, {}}, {30, 0, 0, 0, {}}, {21, 0, 0, 0, {}}};
+
+bool IsVideoCodec(uint32_t encode_type) {
+    return std::ranges::any_of(kEncodeVideo, [=](const auto& entry) { return entry.codec == encode_type; });
+}
+
+bool IsAudioCodec(uint32_t encode_type) {
+    return encode_type == MX_AUDIO_MULAW_ALT ||
+           std::ranges::any_of(kEncodeAudio, [=](const auto& entry) { return entry.codec == encode_type; });
+}
+
+std::optional<NalCodec> NalCodecOf(uint32_t encode_type) {
+    if (IsH264(encode_type)) return NalCodec::kAvc;
+    if (encode_type == MX_VIDEO_H265) return NalCodec::kHevc;
+    return std::nullopt;
+}
+
+int64_t Milliseconds(uint32_t ms, uint32_t scale) {
+    return int64_t{ms} * scale / 1000;
+}
+
+void DescribePicture(Mp4Entry& entry, const SpsDetails& details) {
+    entry.width = details.width;
+    entry.height = details.height;
+    entry.sar_width = details.sar_width != 0 && details.sar_height != 0 ? details.sar_width : 1;
+    entry.sar_height = details.sar_width != 0 && details.sar_height != 0 ? details.sar_height : 1;
+    entry.has_colour = details.has_colour;
+    entry.full_range = details.full_range;
+    entry.colour_primaries = details.colour_primaries;
+    entry.transfer_characteristics = details.transfer_characteristics;
+    entry.matrix_coefficients = details.matrix_coefficients;
+}
+
+}  // namespace
+
+uint32_t CFragmentedMp4::SetFragmentParam(const MXFragmentParam& param) {
+    if (IsOpen() || tracks_known_) return MX_FAILED;
+    if (param.mode > MX_FRAGMENT_CHUNK || param.tracks > MX_TRACKS_AUDIO) return MX_FAILED;
+    if (param.mode == MX_FRAGMENT_DURATION && param.duration_ms == 0) return MX_FAILED;
+    if ((param.boxes & ~uint32_t{MX_BOX_STYP | MX_BOX_SIDX | MX_BOX_PRFT}) != 0) return MX_FAILED;
+    fragments_ = param;
+    return MX_OK;
+}
+
+bool CFragmentedMp4::checkFrame(const MXFrameInfo* frame) const {
+    if (frame->frame_size > kLargestFrame) return false;
+    if (frame->frame_type == MX_FRAME_VIDEO) {
+        return fragments_.tracks != MX_TRACKS_AUDIO && IsVideoCodec(frame->encode_type);
+    }
+    return frame->frame_type == MX_FRAME_AUDIO && fragments_.tracks != MX_TRACKS_VIDEO &&
+           IsAudioCodec(frame->encode_type);
+}
+
+uint32_t CFragmentedMp4::getEncodeCapacity(uint32_t type, const void** table, uint32_t* count) const {
+    return Capacity(type, kEncodeVideo, kEncodeAudio, table, count);
+}
+
+uint32_t CFragmentedMp4::getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const {
+    return Capacity(type, kCodecVideo, kCodecAudio, table, count);
+}
+
+std::vector<const Mp4Track*> CFragmentedMp4::Tracks() const {
+    std::vector<const Mp4Track*> tracks;
+    for (const Stream* stream : {&video_, &audio_}) {
+        if (stream->info.present) tracks.push_back(&stream->info);
+    }
+    return tracks;
+}
+
+// --------------------------------------------------------------------------------------------- frames
+
+uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
+    RefreshTracks();
+    saw_picture_ = true;
+    const bool key = IsKeyFrame(frame.frame_sub_type);
+    uint32_t skip = 0;
+    std::optional<Mp4Entry> entry;
+    if (!TakeVideoEntry(frame, skip, entry)) return MX_OK;
+    if (!video_.info.present && (!key || !entry)) return MX_OK;
+
+    const FrameTime time = VideoTime(frame, sets_ && sets_->Details() ? sets_->Details()->max_reorder : 0);
+    if (entry) {
+        if (!video_.info.present) {
+            video_.info.rotation = frame.rotation_angle;
+            Open(video_, time, *entry);
+        } else {
+            const int64_t next = Sample(video_, time).dts;
+            UseEntry(video_, *entry, &next);
+        }
+    }
+    Mp4Sample sample = Sample(video_, time);
+    sample.key = key;
+    CutBefore(video_, sample, frame.frame_size);
+
+    const uint8_t* const data = FrameBytes(frame) + skip;
+    const uint32_t length = frame.frame_size - skip;
+    if (!NalCodecOf(frame.encode_type)) {
+        std::memcpy(video_.samples.Reserve(length), data, length);
+        sample.size = length;
+    } else {
+        // A start code of three bytes becomes a length of four.
+        const uint32_t room = length + length / 3 + 16;
+        uint8_t* const out = video_.samples.Reserve(room);
+        sample.size = frame.encode_type == MX_VIDEO_H265
+                          ? HevcConvertToLengthPrefixed(data, length, out, room)
+                          : CAvcConvert::ConvertToLengthPrefixed(data, length, out, room);
+    }
+    AddSample(video_, sample);
+    return MX_OK;
+}
+
+// What the frame says of its coding: `entry` if that is new. False if there is no picture in it.
+bool CFragmentedMp4::TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, std::optional<Mp4Entry>& entry) {
+    const std::span data(FrameBytes(frame), frame.frame_size);
+    const bool known = video_.info.present;
+    const Mp4Entry* const current = known ? &video_.info.entries[video_.info.entry] : nullptr;
+    if (const auto codec = NalCodecOf(frame.encode_type)) {
+        if (!sets_ || sets_->codec() != *codec) sets_.emplace(*codec);
+        const FrameNals found = sets_->ScanAnnexB(data);
+        skip = found.rest;
+        if (!found.has_picture || skip >= frame.frame_size) return false;
+        if (current != nullptr && !found.changed && current->encode_type == frame.encode_type) return true;
+        if (!sets_->Complete()) return true;
+        Mp4Entry described;
+        described.encode_type = frame.encode_type;
+        described.config.resize(sets_->ConfigurationSize());
+        ByteCursor out(described.config.data(), static_cast<uint32_t>(described.config.size()));
+        sets_->WriteConfiguration(out, true);
+        described.width = frame.width;
+        described.height = frame.height;
+        if (const auto details = sets_->Details()) DescribePicture(described, *details);
+        entry = std::move(described);
+        return true;
+    }
+    sets_.reset();
+    if (!IsKeyFrame(frame.frame_sub_type)) return true;
+    Mp4Entry described;
+    described.encode_type = frame.encode_type;
+    described.width = frame.width;
+    described.height = frame.height;
+    if (frame.encode_type == MX_VIDEO_MPEG4) {
+        const Mpeg4Config config = FindMpeg4Config(data.data(), frame.frame_size);
+        if (config.found && config.length != 0) {
+            const auto part = data.subspan(config.offset, config.length);
+            described.config.assign(part.begin(), part.end());
+        } else if (current != nullptr) {
+            return true;
+        }
+    }
+    if (current == nullptr || !(*current == described)) entry = std::move(described);
+    return true;
+}
+
+uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
+    RefreshTracks();
+    // Ahead of the first key frame sound would stand alone.
+    if (saw_picture_ && !video_.info.present && !audio_.info.present) return MX_OK;
+    const FrameTime time = AudioTime(frame, measure);
+    const Mp4Entry entry = AudioEntry(frame, measure);
+    if (!audio_.info.present) {
+        Open(audio_, time, entry);
+    } else if (!(audio_.info.entries[audio_.info.entry] == entry)) {
+        const int64_t next = Sample(audio_, time).dts;
+        UseEntry(audio_, entry, &next);
+    }
+    Mp4Sample sample = Sample(audio_, time);
+    sample.key = true;
+    CutBefore(audio_, sample, frame.frame_size);
+
+    std::span<const uint8_t> rest(FrameBytes(frame), frame.frame_size);
+    auto header = frame.encode_type == MX_AUDIO_AAC ? ReadAdtsHeader(rest) : std::nullopt;
+    if (!header) {
+        sample.size = frame.frame_size;
+        std::memcpy(audio_.samples.Reserve(sample.size), rest.data(), sample.size);
+        AddSample(audio_, sample);
+        return MX_OK;
+    }
+    // Each ADTS frame gets its share of the time.
+    const uint32_t total = std::max(measure.samples, 1u);
+    const int64_t length =
+        time.duration != 0 ? time.duration : Rescale(total, measure.sample_rate, audio_.info.time_scale);
+    uint32_t done = 0;
+    for (; header; header = ReadAdtsHeader(rest)) {
+        Mp4Sample part = sample;
+        const int64_t begin = length * done / total;
+        done += header->samples;
+        part.dts = sample.dts + begin;
+        part.duration = time.duration != 0 || done < total ? static_cast<uint32_t>(length * done / total - begin) : 0;
+        part.size = header->frame_size - header->header_size;
+        if (part.size != 0) {
+            std::memcpy(audio_.samples.Reserve(part.size), rest.data() + header->header_size, part.size);
+            AddSample(audio_, part);
+        }
+        rest = rest.subspan(header->frame_size);
+    }
+    return MX_OK;
+}
+
+Mp4Entry CFragmentedMp4::AudioEntry(const MXFrameInfo& frame, const AudioMeasure& measure) {
+    Mp4Entry entry;
+    entry.encode_type = frame.encode_type;
+    entry.sample_rate = measure.sample_rate;
+    entry.channels = measure.channels;
+    if (frame.encode_type == MX_AUDIO_PCM8) entry.bits_per_sample = 8;
+    if (frame.encode_type == MX_AUDIO_AAC) {
+        AdtsHeader header;
+        header.object_type = 2;  // AAC LC
+        header.frequency_index = SamplingFrequencyIndex(measure.sample_rate);
+        header.channel_configuration = static_cast<uint8_t>(std::min(measure.channels, 7u));
+        if (const auto own = ReadAdtsHeader({FrameBytes(frame), frame.frame_size})) header = *own;
+        const uint16_t config = header.AudioSpecificConfig();
+        entry.config = {static_cast<uint8_t>(config >> 8), static_cast<uint8_t>(config)};
+    }
+    return entry;
+}
+
+// --------------------------------------------------------------------------------------------- samples
+
+void CFragmentedMp4::Open(Stream& stream, const FrameTime& time, const Mp4Entry& entry) {
+    if (tracks_known_) {
+        // A track that comes late: what is there is finished without it.
+        Flush(nullptr, nullptr, nullptr);
+        tracks_stale_ = true;
+    }
+    stream.info.video = &stream == &video_;
+    stream.info.time_scale = time.scale;
+    stream.info.entries = {entry};
+    const int64_t first = composition_ == Composition::kEditList ? time.dts : time.pts;
+    stream.info.edit_shift = std::max<int64_t>(-first, 0);
+    stream.info.decode_shift = std::max<int64_t>(-(time.dts + stream.info.edit_shift), 0);
+    stream.info.present = true;
+}
+
+void CFragmentedMp4::UseEntry(Stream& stream, const Mp4Entry& entry, const int64_t* next) {
+    Mp4Track& track = stream.info;
+    auto place = std::ranges::find(track.entries, entry);
+    if (place == track.entries.begin() + track.entry) return;
+    KnowTracks(true);
+    Flush(nullptr, &stream, next);
+    if (place == track.entries.end()) {
+        track.entries.push_back(entry);
+        place = track.entries.end() - 1;
+    }
+    track.entry = static_cast<uint32_t>(place - track.entries.begin());
+    tracks_stale_ = true;
+}
+
+Mp4Sample CFragmentedMp4::Sample(const Stream& stream, const FrameTime& time) const {
+    Mp4Sample sample;
+    sample.dts = time.dts + stream.info.edit_shift + stream.info.decode_shift;
+    sample.composition_offset = static_cast<int32_t>(
+        std::min<int64_t>(time.pts + stream.info.edit_shift - sample.dts, std::numeric_limits<int32_t>::max()));
+    sample.duration = static_cast<uint32_t>(time.duration);
+    return sample;
+}
+
+void CFragmentedMp4::AddSample(Stream& stream, const Mp4Sample& sample) {
+    if (stream.samples.Empty()) stream.first_dts = sample.dts;
+    stream.samples.Add(sample);
+    stream.last_dts = sample.dts;
+    KnowTracks(false);
+    if (IsByFrame() && sample.duration != 0 && tracks_known_) Flush(&stream, nullptr, nullptr);
+}
+
+// Ends the fragment, if it is to end ahead of this sample.
+void CFragmentedMp4::CutBefore(Stream& stream, const Mp4Sample& sample, uint32_t bytes) {
+    KnowTracks(false);
+    const bool too_large = video_.samples.Media().Size() + audio_.samples.Media().Size() + bytes > kLargestFragment;
+    const bool too_long =
+        !stream.samples.Empty() && sample.dts - stream.first_dts > kLongestFragmentSeconds * stream.info.time_scale;
+    if (too_large || too_long) {
+        KnowTracks(true);
+        Flush(nullptr, &stream, &sample.dts);
+    } else if (tracks_known_ && IsFull(stream, sample)) {
+        Flush(IsByFrame() ? &stream : nullptr, &stream, &sample.dts);
+    }
+}
+
+bool CFragmentedMp4::IsFull(const Stream& stream, const Mp4Sample& sample) const {
+    if (stream.samples.Empty()) return false;
+    if (IsByFrame()) return true;
+    // Pictures decide, where there are any.
+    if (!stream.info.video && video_.info.present) return false;
+    const int64_t length = sample.dts - stream.first_dts;
+    if (fragments_.mode == MX_FRAGMENT_DURATION || OnlyKeyFrames(stream)) {
+        const uint32_t wanted = fragments_.duration_ms != 0 ? fragments_.duration_ms : kDefaultDurationMs;
+        return length >= Milliseconds(wanted, stream.info.time_scale);
+    }
+    if (sample.key) return true;
+    // With this picture it would be too long.
+    const int64_t interval = sample.dts - stream.last_dts;
+    return fragments_.duration_ms != 0 &&
+           length + interval > Milliseconds(fragments_.duration_ms, stream.info.time_scale);
+}
+
+bool CFragmentedMp4::OnlyKeyFrames(const Stream& stream) const {
+    return !stream.info.video || stream.info.entries[stream.info.entry].encode_type == MX_VIDEO_MJPEG;
+}
+
+// Decides that no more tracks are waited for: at once, or when all are there or the time is up.
+void CFragmentedMp4::KnowTracks(bool now) {
+    if (tracks_known_) return;
+    const Stream& first = video_.info.present ? video_ : audio_;
+    if (!first.info.present || first.samples.Empty()) return;
+    const bool all = fragments_.tracks != MX_TRACKS_BOTH || (!video_.samples.Empty() && !audio_.samples.Empty());
+    const uint32_t wait = fragments_.wait_ms != 0 ? fragments_.wait_ms : kDefaultWaitMs;
+    const bool waited = first.last_dts - first.first_dts >= Milliseconds(wait, first.info.time_scale);
+    if (!now && !all && !waited) return;
+    tracks_known_ = true;
+    EmitTracks();
+}
+
+void CFragmentedMp4::RefreshTracks() {
+    if (!tracks_stale_) return;
+    tracks_stale_ = false;
+    EmitTracks();
+}
+
+// --------------------------------------------------------------------------------------------- fragments
+
+// Ends the fragment of both streams or of one. `next` is where the coming sample of `ended` begins.
+void CFragmentedMp4::Flush(Stream* alone, const Stream* ended, const int64_t* next) {
+    FragmentPart parts[2];
+    size_t count = 0;
+    BlockNote note{MX_BLOCK_MEDIA, 0, 0, 0, 0};
+    for (Stream* stream : {&video_, &audio_}) {
+        if ((alone != nullptr && alone != stream) || stream->samples.Empty()) continue;
+        stream->samples.End(stream == ended ? next : nullptr);
+        parts[count++] = {&stream->info, &stream->samples, stream->info.entry + 1};
+        note.flags |= stream->info.video ? MX_BLOCK_VIDEO : MX_BLOCK_AUDIO;
+    }
+    if (count == 0) return;
+    RefreshTracks();
+    const FragmentPart& reference = parts[0];
+    if (reference.samples->Front().key) note.flags |= MX_BLOCK_KEY;
+    note.time_scale = reference.track->time_scale;
+    note.dts = reference.samples->Front().dts - reference.track->edit_shift - reference.track->decode_shift;
+    note.duration = static_cast<int64_t>(reference.samples->Duration());
+    EmitFragment({parts, count}, note);
+    for (size_t i = 0; i < count; ++i)
+        parts[i].samples->Clear();
+}
+
+std::span<const uint8_t> CFragmentedMp4::Assemble(std::span<const FragmentPart> parts,
+                                                  const std::vector<uint8_t>& head) {
+    MediaBuffer& media = parts[0].samples->Media();
+    const size_t own = media.Size();
+    if (parts.size() > 1) {
+        // Behind what counts as the first part's: its size stays.
+        MediaBuffer& other = parts[1].samples->Media();
+        std::memcpy(media.Reserve(other.Size()), other.Data(), other.Size());
+        media.Commit(other.Size());
+    }
+    const uint8_t* const begin = media.PutInFront(head.data(), head.size());
+    const std::span<const uint8_t> block(begin, head.size() + media.Size());
+    media.Truncate(own);
+    return block;
+}
+
+uint32_t CFragmentedMp4::Finish() {
+    KnowTracks(true);
+    RefreshTracks();
+    Flush(nullptr, nullptr, nullptr);
+    return MX_OK;
+}
+
+}  // namespace Orvane::Muxora

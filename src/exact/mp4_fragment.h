@@ -1,0 +1,65 @@
+// A movie fragment in the making: samples and their bytes, and the boxes around them (ISO/IEC 14496-12 8.8).
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "exact/box_writer.h"
+#include "exact/media_buffer.h"
+#include "exact/mp4_track.h"
+
+namespace Orvane::Muxora {
+
+struct Mp4Sample {
+    int64_t dts = 0;  // in the media's time
+    int32_t composition_offset = 0;
+    uint32_t duration = 0;
+    uint32_t size = 0;
+    bool key = false;
+};
+
+// The samples of one track.
+class FragmentTrack {
+  public:
+    bool Empty() const { return samples_.empty(); }
+    std::span<const Mp4Sample> Samples() const { return samples_; }
+    MediaBuffer& Media() { return media_; }
+    const Mp4Sample& Front() const { return samples_.front(); }
+
+    // Room for a sample's bytes; Add takes them in with the sample. Both throw std::bad_alloc with nothing changed.
+    uint8_t* Reserve(size_t bytes) { return media_.Reserve(bytes); }
+    // The sample before lasts until this one. `duration` 0: not known.
+    void Add(const Mp4Sample& sample);
+    // Ends the last sample: `next` is where the one behind it begins, if that is known. Without that, and without a
+    // duration of its own, it lasts as long as the one before.
+    void End(const int64_t* next);
+    // Ticks from the first sample to the end of the last.
+    uint64_t Duration() const;
+    void Clear();
+
+  private:
+    static uint32_t Between(int64_t from, int64_t to);
+
+    std::vector<Mp4Sample> samples_;
+    MediaBuffer media_;
+    uint32_t last_duration_ = 0;
+};
+
+// One traf's worth for moof.
+struct FragmentPart {
+    const Mp4Track* track;
+    FragmentTrack* samples;
+    uint32_t description = 1;  // sample_description_index
+};
+
+// moof, and the head of mdat: the samples of each part follow, one part behind the other.
+void WriteFragmentHead(BoxWriter& out, uint32_t sequence_number, std::span<const FragmentPart> parts);
+
+// sidx of one segment whose other boxes have `referenced_size` bytes.
+void WriteSegmentIndex(BoxWriter& out, const FragmentPart& reference, uint64_t referenced_size);
+// prft with the wall clock.
+void WriteProducerTime(BoxWriter& out, const FragmentPart& reference);
+void WriteSegmentType(BoxWriter& out);
+
+}  // namespace Orvane::Muxora
