@@ -25,6 +25,7 @@ namespace {
 #define FUZZ_RTP MX_FORMAT_RTP
 #define FUZZ_XFLV MX_FORMAT_XFLV
 #define FUZZ_XTS MX_FORMAT_XTS
+#define FUZZ_EXACT_MP4 MX_FORMAT_FMP4
 
 constexpr uint32_t kFormats[] = {FUZZ_FORMATS};
 

@@ -11,7 +11,7 @@ void CFmp4Packet::EmitTracks() {
     {
         const auto ftyp = out.Box("ftyp");
         out.Text("iso6").BE32(0).Text("iso6").Text("mp41").Text("dash");
-        if (tracks.size() == 1) out.Text("cmfc").Text("cmf2");  // one track a file: CMAF
+        if (tracks.size() == 1) out.Text("cmfc");  // one track a file: CMAF
     }
     WriteFragmentedMovie(out, tracks, false);
     uint32_t flags = 0;

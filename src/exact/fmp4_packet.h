@@ -14,7 +14,7 @@ namespace Orvane::Muxora {
 class CFmp4Packet final : public CFragmentedMp4 {
   public:
     explicit CFmp4Packet(uint32_t format, const MXCreateParam* param = nullptr)
-        : CFragmentedMp4(format, param, FrameClock::Origin::kAsGiven, Composition::kSigned) {}
+        : CFragmentedMp4(format, param, FrameClock::Origin::kAsGiven) {}
 
   private:
     void EmitTracks() override;

@@ -187,13 +187,14 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
     // Ahead of the first key frame sound would stand alone.
     if (saw_picture_ && !video_.info.present && !audio_.info.present) return MX_OK;
     const FrameTime time = AudioTime(frame, measure);
-    const Mp4Entry entry = AudioEntry(frame, measure);
+    const AudioForm form = FormOf(frame, measure);
     if (!audio_.info.present) {
-        Open(audio_, time, entry);
-    } else if (!(audio_.info.entries[audio_.info.entry] == entry)) {
+        Open(audio_, time, EntryOf(form));
+    } else if (form != audio_form_) {
         const int64_t next = Sample(audio_, time).dts;
-        UseEntry(audio_, entry, &next);
+        UseEntry(audio_, EntryOf(form), &next);
     }
+    audio_form_ = form;
     Mp4Sample sample = Sample(audio_, time);
     sample.key = true;
     CutBefore(audio_, sample, frame.frame_size);
@@ -227,20 +228,27 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
     return MX_OK;
 }
 
-Mp4Entry CFragmentedMp4::AudioEntry(const MXFrameInfo& frame, const AudioMeasure& measure) {
-    Mp4Entry entry;
-    entry.encode_type = frame.encode_type;
-    entry.sample_rate = measure.sample_rate;
-    entry.channels = measure.channels;
-    if (frame.encode_type == MX_AUDIO_PCM8) entry.bits_per_sample = 8;
+CFragmentedMp4::AudioForm CFragmentedMp4::FormOf(const MXFrameInfo& frame, const AudioMeasure& measure) {
+    AudioForm form{frame.encode_type, measure.sample_rate, measure.channels, 0};
     if (frame.encode_type == MX_AUDIO_AAC) {
         AdtsHeader header;
         header.object_type = 2;  // AAC LC
         header.frequency_index = SamplingFrequencyIndex(measure.sample_rate);
         header.channel_configuration = static_cast<uint8_t>(std::min(measure.channels, 7u));
         if (const auto own = ReadAdtsHeader({FrameBytes(frame), frame.frame_size})) header = *own;
-        const uint16_t config = header.AudioSpecificConfig();
-        entry.config = {static_cast<uint8_t>(config >> 8), static_cast<uint8_t>(config)};
+        form.config = header.AudioSpecificConfig();
+    }
+    return form;
+}
+
+Mp4Entry CFragmentedMp4::EntryOf(const AudioForm& form) {
+    Mp4Entry entry;
+    entry.encode_type = form.encode_type;
+    entry.sample_rate = form.sample_rate;
+    entry.channels = form.channels;
+    if (form.encode_type == MX_AUDIO_PCM8) entry.bits_per_sample = 8;
+    if (form.encode_type == MX_AUDIO_AAC) {
+        entry.config = {static_cast<uint8_t>(form.config >> 8), static_cast<uint8_t>(form.config)};
     }
     return entry;
 }
@@ -256,9 +264,8 @@ void CFragmentedMp4::Open(Stream& stream, const FrameTime& time, const Mp4Entry&
     stream.info.video = &stream == &video_;
     stream.info.time_scale = time.scale;
     stream.info.entries = {entry};
-    const int64_t first = composition_ == Composition::kEditList ? time.dts : time.pts;
-    stream.info.edit_shift = std::max<int64_t>(-first, 0);
-    stream.info.decode_shift = std::max<int64_t>(-(time.dts + stream.info.edit_shift), 0);
+    // By an edit list and not by negative composition offsets: in fragments, few readers take those for what they are.
+    stream.info.edit_shift = std::max<int64_t>(-time.dts, 0);
     stream.info.present = true;
 }
 
@@ -278,7 +285,7 @@ void CFragmentedMp4::UseEntry(Stream& stream, const Mp4Entry& entry, const int64
 
 Mp4Sample CFragmentedMp4::Sample(const Stream& stream, const FrameTime& time) const {
     Mp4Sample sample;
-    sample.dts = time.dts + stream.info.edit_shift + stream.info.decode_shift;
+    sample.dts = time.dts + stream.info.edit_shift;
     sample.composition_offset = static_cast<int32_t>(
         std::min<int64_t>(time.pts + stream.info.edit_shift - sample.dts, std::numeric_limits<int32_t>::max()));
     sample.duration = static_cast<uint32_t>(time.duration);
@@ -365,7 +372,7 @@ void CFragmentedMp4::Flush(Stream* alone, const Stream* ended, const int64_t* ne
     const FragmentPart& reference = parts[0];
     if (reference.samples->Front().key) note.flags |= MX_BLOCK_KEY;
     note.time_scale = reference.track->time_scale;
-    note.dts = reference.samples->Front().dts - reference.track->edit_shift - reference.track->decode_shift;
+    note.dts = reference.samples->Front().dts - reference.track->edit_shift;
     note.duration = static_cast<int64_t>(reference.samples->Duration());
     EmitFragment({parts, count}, note);
     for (size_t i = 0; i < count; ++i)

@@ -33,14 +33,8 @@ class CFragmentedMp4 : public CExactPackage {
     static constexpr int64_t kLongestFragmentSeconds = 60;
 
   protected:
-    // How a composition ahead of the decoding, at the beginning of a stream, is told.
-    enum class Composition {
-        kSigned,    // by negative offsets (CMAF); an edit list only for what is presented before 0
-        kEditList,  // by an edit list; offsets are never negative
-    };
-
-    CFragmentedMp4(uint32_t format, const MXCreateParam* param, FrameClock::Origin origin, Composition composition)
-        : CExactPackage(format, param, 0, origin), composition_(composition) {}
+    CFragmentedMp4(uint32_t format, const MXCreateParam* param, FrameClock::Origin origin)
+        : CExactPackage(format, param, 0, origin) {}
 
     // The tracks are known, or one of them changed: what a reader needs first goes out.
     virtual void EmitTracks() = 0;
@@ -66,11 +60,21 @@ class CFragmentedMp4 : public CExactPackage {
         int64_t last_dts = 0;
     };
 
+    // What a sample entry of sound is made of.
+    struct AudioForm {
+        uint32_t encode_type = 0;
+        uint32_t sample_rate = 0;
+        uint32_t channels = 0;
+        uint16_t config = 0;  // AudioSpecificConfig
+        bool operator==(const AudioForm&) const = default;
+    };
+
     uint32_t PackVideo(const MXFrameInfo& frame) final;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) final;
 
     bool TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, std::optional<Mp4Entry>& entry);
-    static Mp4Entry AudioEntry(const MXFrameInfo& frame, const AudioMeasure& measure);
+    static AudioForm FormOf(const MXFrameInfo& frame, const AudioMeasure& measure);
+    static Mp4Entry EntryOf(const AudioForm& form);
     void UseEntry(Stream& stream, const Mp4Entry& entry, const int64_t* next);
     void Open(Stream& stream, const FrameTime& time, const Mp4Entry& entry);
     Mp4Sample Sample(const Stream& stream, const FrameTime& time) const;
@@ -83,11 +87,11 @@ class CFragmentedMp4 : public CExactPackage {
     bool IsByFrame() const { return fragments_.mode == MX_FRAGMENT_CHUNK; }
     bool OnlyKeyFrames(const Stream& stream) const;
 
-    const Composition composition_;
     MXFragmentParam fragments_{sizeof(MXFragmentParam), MX_FRAGMENT_GOP, 0, MX_TRACKS_BOTH, 0, 0};
     Stream video_;
     Stream audio_;
     std::optional<CParameterSets> sets_;
+    AudioForm audio_form_;
     bool saw_picture_ = false;
     bool tracks_known_ = false;
     bool tracks_stale_ = false;

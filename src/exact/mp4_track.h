@@ -43,9 +43,6 @@ struct Mp4Track {
 
     // The media's time is the clock's and this: media times are not negative. The edit list takes it off again.
     int64_t edit_shift = 0;
-    // On top of that, decoding times alone are put off; composition offsets make up for it.
-    int64_t decode_shift = 0;
-
     uint32_t Id() const { return video ? kMp4VideoTrack : kMp4AudioTrack; }
 };
 

@@ -27,8 +27,29 @@ Handle Create(uint32_t format, Sink& sink) {
     return Handle(MX_CreateHandle(format, &param));
 }
 
-constexpr uint32_t kCreatable[] = {
-    0, 1, 2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, MX_FORMAT_XFLV, MX_FORMAT_XTS};
+constexpr uint32_t kCreatable[] = {0,
+                                   1,
+                                   2,
+                                   3,
+                                   4,
+                                   5,
+                                   6,
+                                   8,
+                                   9,
+                                   10,
+                                   11,
+                                   12,
+                                   13,
+                                   14,
+                                   15,
+                                   16,
+                                   17,
+                                   18,
+                                   19,
+                                   20,
+                                   MX_FORMAT_FMP4,
+                                   MX_FORMAT_XFLV,
+                                   MX_FORMAT_XTS};
 
 class EveryFormat : public testing::TestWithParam<uint32_t> {
   protected:
@@ -268,6 +289,8 @@ TEST_P(EveryFormat, CapacityTablesNameWhatTheFormatTakes) {
                 return {{4, 1, 12, 9}, {14, 22, 26, 31}};
             case MX_FORMAT_XFLV:
                 return {{4, 12}, {26, 31, 14, 22, 7, 16}};
+            case MX_FORMAT_FMP4:
+                return {{2, 4, 12, 1, 3, 9}, {26, 31, 14, 22, 16, 7}};
             case MX_FORMAT_XTS:
                 return {{4, 12, 1, 9}, {26, 31}};
             default:

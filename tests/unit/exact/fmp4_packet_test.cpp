@@ -1,0 +1,260 @@
+#include "exact/fmp4_packet.h"
+
+#include <gtest/gtest.h>
+
+#include "exact_stream.h"
+#include "support/allocation_counter.h"
+#include "support/iso_file.h"
+
+namespace Orvane::Muxora {
+namespace {
+
+using test::Adts;
+using test::Bytes;
+using test::ByteVector;
+using test::ExactStream;
+using test::Text;
+using test::operator+;
+
+struct Fmp4Packet : testing::Test {
+    std::unique_ptr<ExactStream> stream = ExactStream::Of<CFmp4Packet>(MX_FORMAT_FMP4);
+
+    static ByteVector Key(uint8_t fill = 0x55) {
+        return test::Units({Bytes("09 F0"), test::HighSps(), test::HighPps(), Bytes("65 88") + ByteVector(20, fill)});
+    }
+    static ByteVector Inter(uint8_t fill = 0x33) { return test::Units({Bytes("41 9A") + ByteVector(6, fill)}); }
+
+    void Param(uint32_t mode, uint32_t duration_ms, uint32_t tracks, uint32_t boxes = 0) {
+        const MXFragmentParam param{sizeof(MXFragmentParam), mode, duration_ms, tracks, boxes, 0};
+        EXPECT_EQ(static_cast<CFmp4Packet&>(*stream->package).SetFragmentParam(param), 0u);
+    }
+    std::string Kinds() const {
+        std::string out;
+        for (const auto& block : stream->blocks)
+            out += block.note.kind == MX_BLOCK_HEADER ? 'h' : 'm';
+        return out;
+    }
+    static std::string Layout(const ByteVector& block) { return test::IsoFile(block).Layout(); }
+    // Time of the first traf (or of the second) in a block.
+    static ByteVector DecodeTime(const ByteVector& block) {
+        const auto at = std::search(block.begin(), block.end(), std::begin("tfdt"), std::begin("tfdt") + 4);
+        return {at + 8, at + 16};
+    }
+};
+
+TEST_F(Fmp4Packet, InitialisationThenOneBlockAGroupOfPictures) {
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Audio(Adts(ByteVector(10, 0xAA)), 0, 1024);
+    ASSERT_EQ(Kinds(), "h");
+    EXPECT_EQ(Layout(stream->Last().data), "ftyp moov");
+    stream->Video(Inter(), MX_SUB_P, 3600, 3600);
+    stream->Audio(Adts(ByteVector(11, 0xBB)), 1024, 1024);
+    ASSERT_EQ(Kinds(), "h");
+    stream->Video(Key(), MX_SUB_I, 7300, 7300);
+    ASSERT_EQ(Kinds(), "hm");
+    const auto& block = stream->Last();
+    EXPECT_EQ(Layout(block.data), "moof mdat");
+    EXPECT_EQ(block.note.flags, static_cast<uint32_t>(MX_BLOCK_KEY | MX_BLOCK_VIDEO | MX_BLOCK_AUDIO));
+    EXPECT_EQ(block.note.time_scale, 90000u);
+    EXPECT_EQ(block.note.dts, 0);
+    EXPECT_EQ(block.note.duration, 7300);
+    EXPECT_EQ(block.note.block.seek_type, 1u);
+    // Delimiter and parameter sets stay out of the samples; ADTS headers go.
+    const ByteVector media = Bytes("00 00 00 16 65 88") + ByteVector(20, 0x55) + Bytes("00 00 00 08 41 9A") +
+                             ByteVector(6, 0x33) + ByteVector(10, 0xAA) + ByteVector(11, 0xBB);
+    EXPECT_EQ(test::IsoFile(block.data).Payload("mdat"), media);
+    stream->Close();
+    EXPECT_EQ(Kinds(), "hmm");
+    EXPECT_EQ(stream->Last().note.dts, 7300);
+    EXPECT_EQ(stream->Last().note.duration, 3700);  // as long as the one before
+}
+
+TEST_F(Fmp4Packet, PrimingAndReorderingGoIntoEditLists) {
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, -3003, 0, 1501);
+    stream->Audio(Adts(ByteVector(10)), -1024, 1024);
+    const ByteVector& init = stream->blocks.at(0).data;
+    const auto elst = [&](size_t number) {
+        auto at = init.begin();
+        for (size_t i = 0; i <= number; ++i)
+            at = std::search(at + 1, init.end(), std::begin("elst"), std::begin("elst") + 4);
+        return ByteVector(at + 8, at + 24);
+    };
+    EXPECT_EQ(elst(0), Bytes("00000001 00000000 00000BBB 00010000"));
+    EXPECT_EQ(elst(1), Bytes("00000001 00000000 00000400 00010000"));
+    stream->Close();
+    EXPECT_EQ(DecodeTime(stream->Last().data), ByteVector(8));
+    EXPECT_EQ(stream->Last().note.dts, -3003);
+}
+
+TEST_F(Fmp4Packet, OneTrackIsNotWaitedForLongerThanASecond) {
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Video(Key(), MX_SUB_I, 45000, 45000);
+    stream->Video(Key(), MX_SUB_I, 89999, 89999);
+    EXPECT_EQ(Kinds(), "");
+    stream->Video(Inter(), MX_SUB_P, 90000, 90000);
+    EXPECT_EQ(Kinds(), "h");
+    EXPECT_EQ(test::IsoFile(stream->Last().data).TrackCount(), 1u);
+    // CMAF names itself where a file has one track.
+    EXPECT_EQ(test::IsoFile(stream->Last().data).Payload("ftyp"),
+              Text("iso6") + Bytes("00000000") + Text("iso6mp41dashcmfc"));
+    // Sound that comes late brings a new initialisation segment.
+    stream->Audio(Adts(ByteVector(10)), 48000, 1024);
+    EXPECT_EQ(Kinds(), "hm");
+    stream->Video(Inter(), MX_SUB_P, 93600, 93600);
+    EXPECT_EQ(Kinds(), "hmh");
+    EXPECT_EQ(test::IsoFile(stream->Last().data).TrackCount(), 2u);
+}
+
+TEST_F(Fmp4Packet, OtherParameterSetsEndTheFragmentAndBringANewInitialisationSegment) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    ASSERT_EQ(Kinds(), "h");
+    const ByteVector first = stream->Last().data;
+    stream->Video(Inter(), MX_SUB_P, 3600, 3600);
+    stream->Video(test::Units({test::BaselineSps(), test::BaselinePps(), Bytes("65 88 01")}), MX_SUB_I, 7200, 7200);
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(stream->Last().note.duration, 7200);
+    stream->Video(Inter(), MX_SUB_P, 10800, 10800);
+    ASSERT_EQ(Kinds(), "hmh");
+    EXPECT_NE(stream->Last().data, first);
+    // 322 x 242 in the sample entry
+    const ByteVector size = Bytes("0142 00F2");
+    const ByteVector& init = stream->Last().data;
+    EXPECT_NE(std::search(init.begin(), init.end(), size.begin(), size.end()), init.end());
+    stream->Close();
+    EXPECT_EQ(Kinds(), "hmhm");
+}
+
+TEST_F(Fmp4Packet, ByDuration) {
+    Param(MX_FRAGMENT_DURATION, 100, MX_TRACKS_VIDEO);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    for (int64_t frame = 1; frame < 9; ++frame)
+        stream->Video(Inter(), MX_SUB_P, frame * 3600, frame * 3600);
+    ASSERT_EQ(Kinds(), "hmm");
+    EXPECT_EQ(stream->blocks[1].note.duration, 10800);
+    EXPECT_EQ(stream->blocks[2].note.dts, 10800);
+    EXPECT_EQ(stream->blocks[2].note.flags, static_cast<uint32_t>(MX_BLOCK_VIDEO));
+}
+
+TEST_F(Fmp4Packet, ALongGroupIsCutWhereItWouldBeTooLong) {
+    Param(MX_FRAGMENT_GOP, 100, MX_TRACKS_VIDEO);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    for (int64_t frame = 1; frame < 5; ++frame)
+        stream->Video(Inter(), MX_SUB_P, frame * 3600, frame * 3600);
+    ASSERT_EQ(Kinds(), "hmm");
+    EXPECT_EQ(stream->blocks[1].note.duration, 7200);  // 80 ms, where 120 would be too much
+}
+
+TEST_F(Fmp4Packet, ChunksComeWithTheFrameThatHasADuration) {
+    Param(MX_FRAGMENT_CHUNK, 0, MX_TRACKS_VIDEO, MX_BOX_STYP | MX_BOX_SIDX | MX_BOX_PRFT);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0, 3600);
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(Layout(stream->Last().data), "styp prft moof mdat");
+    stream->Video(Inter(), MX_SUB_P, 3600, 3600, 3600);
+    ASSERT_EQ(Kinds(), "hmm");
+    EXPECT_EQ(Layout(stream->Last().data), "prft moof mdat");
+    EXPECT_EQ(stream->Last().note.duration, 3600);
+    // Without a duration the next frame has to tell it.
+    stream->Video(Inter(), MX_SUB_P, 7200, 7200);
+    ASSERT_EQ(Kinds(), "hmm");
+    stream->Video(Inter(), MX_SUB_P, 9000, 9000);
+    ASSERT_EQ(Kinds(), "hmmm");
+    EXPECT_EQ(stream->Last().note.duration, 1800);
+}
+
+TEST_F(Fmp4Packet, SegmentBoxes) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO, MX_BOX_STYP | MX_BOX_SIDX | MX_BOX_PRFT);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Video(Key(), MX_SUB_I, 3600, 3600);
+    const test::IsoFile segment(stream->Last().data);
+    EXPECT_EQ(segment.Layout(), "styp sidx prft moof mdat");
+    const uint64_t referenced = segment.Size("prft") + segment.Size("moof") + segment.Size("mdat");
+    EXPECT_EQ(segment.Number("sidx", 32, 4), referenced);
+}
+
+TEST_F(Fmp4Packet, SoundAloneIsCutEveryTwoSeconds) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_AUDIO);
+    stream->Open();
+    for (int64_t frame = 0; frame < 100; ++frame)
+        EXPECT_EQ(stream->Audio(Adts(ByteVector(5)), frame * 1024, 1024), 0u);
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(stream->Last().note.duration, 94 * 1024);  // the first frame at 96000 or behind
+    EXPECT_EQ(stream->Last().note.flags, static_cast<uint32_t>(MX_BLOCK_KEY | MX_BLOCK_AUDIO));
+    EXPECT_EQ(stream->Video(Key(), MX_SUB_I, 0, 0), 5u);
+}
+
+TEST_F(Fmp4Packet, EachAdtsFrameIsASample) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_AUDIO);
+    stream->Open();
+    stream->Audio(Adts(ByteVector(5, 1)) + Adts(ByteVector(6, 2)), 0, 2048);
+    stream->Audio(Adts(ByteVector(7, 3)), 2048, 500);
+    stream->Close();
+    const ByteVector& block = stream->Last().data;
+    EXPECT_EQ(test::IsoFile(block).Payload("mdat"), ByteVector(5, 1) + ByteVector(6, 2) + ByteVector(7, 3));
+    const ByteVector rows = Bytes("00000400 00000005 00000400 00000006 000001F4 00000007");
+    EXPECT_NE(std::search(block.begin(), block.end(), rows.begin(), rows.end()), block.end());
+}
+
+TEST_F(Fmp4Packet, PicturesBeginWithAKeyFrameThatSaysHowTheyAreCoded) {
+    stream->Open();
+    stream->Video(Inter(), MX_SUB_P, 0, 0);
+    stream->Audio(Adts(ByteVector(5)), 0, 1024);
+    stream->Video(test::Units({Bytes("65 88 01")}), MX_SUB_I, 3600, 3600);
+    stream->Close();
+    EXPECT_EQ(Kinds(), "");
+    stream = ExactStream::Of<CFmp4Packet>(MX_FORMAT_FMP4);
+    stream->Open();
+    stream->Video(test::Units({test::HighSps(), test::HighPps()}), MX_SUB_I, 0, 0);
+    stream->Video(test::Units({Bytes("65 88 01")}), MX_SUB_I, 3600, 3600);
+    stream->Close();
+    EXPECT_EQ(Kinds(), "hm");
+    EXPECT_EQ(test::IsoFile(stream->Last().data).Payload("mdat"), Bytes("00 00 00 03 65 88 01"));
+}
+
+TEST_F(Fmp4Packet, ParametersAreCheckedAndComeAheadOfTheHeader) {
+    auto& package = static_cast<CFmp4Packet&>(*stream->package);
+    const auto set = [&](uint32_t mode, uint32_t ms, uint32_t tracks, uint32_t boxes) {
+        return package.SetFragmentParam({sizeof(MXFragmentParam), mode, ms, tracks, boxes, 0});
+    };
+    EXPECT_EQ(set(3, 0, 0, 0), 3u);
+    EXPECT_EQ(set(MX_FRAGMENT_DURATION, 0, 0, 0), 3u);
+    EXPECT_EQ(set(0, 0, 3, 0), 3u);
+    EXPECT_EQ(set(0, 0, 0, 8), 3u);
+    EXPECT_EQ(set(0, 500, 0, 7), 0u);
+    stream->Open();
+    EXPECT_EQ(set(0, 500, 0, 7), 3u);
+}
+
+TEST_F(Fmp4Packet, ASteadyStreamDoesNotAllocate) {
+    stream->package->setCallback([](const MXOutputBlock*, void*) { return 0; }, nullptr);
+    stream->Open();
+    ByteVector key = Key();
+    ByteVector inter = Inter();
+    ByteVector sound = Adts(ByteVector(10));
+    MXFrameInfo audio = test::AudioFrame(sound, MX_AUDIO_AAC);
+    const auto play = [&](int64_t first, int64_t count) {
+        for (int64_t i = first; i < first + count; ++i) {
+            ByteVector& data = i % 25 == 0 ? key : inter;
+            MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, i % 25 == 0 ? MX_SUB_I : MX_SUB_P);
+            MXSetFrameTimes(&frame, 90000, i * 3600, i * 3600, 0);
+            stream->package->inputFrame(&frame, 0);
+            MXSetFrameTimes(&audio, 48000, i * 1920, i * 1920, 1920);
+            stream->package->inputFrame(&audio, 0);
+        }
+    };
+    play(0, 100);
+    const test::AllocationCounter allocations;
+    play(100, 200);
+    EXPECT_EQ(allocations.Count(), 0u);
+}
+
+}  // namespace
+}  // namespace Orvane::Muxora
