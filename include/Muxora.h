@@ -33,7 +33,12 @@
  * Operations give a bool; most failures leave a code in the calling thread's last error (Basalt::getLastError):
  * MuxoraError. A success leaves it alone. No operation throws; an exception of a write function ends with its block.
  *
- * The header is valid C++17. An object belongs to one thread at a time, but for CFilePackage::getbackup.
+ * One call takes one access unit: a whole picture with the parameter sets ahead of it, or one frame of sound. NAL unit
+ * by NAL unit, every call succeeds and the result is wrong; MX_CreateAccessUnits (MuxoraExt.h) cuts a stream into
+ * access units.
+ *
+ * The header is valid C++17. An object belongs to one thread at a time, but for CFilePackage::getbackup. Caller and
+ * library must have the same C++ standard library, see basalt/abi.h. The keys stand by name in MuxoraKeys.h.
  */
 #pragma once
 
@@ -41,6 +46,7 @@
 #include <map>
 #include <memory>
 
+#include "MuxoraKeys.h"
 #include "basalt/export.h"
 #include "basalt/factory.h"
 #include "basalt/last_error.h"
@@ -191,7 +197,15 @@ class BASALT_API IMuxora : public Basalt::IUnknown {
                               Basalt::CPacket& packet);
 
     /**
-     * Sets a parameter of an RTP stream: "max_rtp_packet_length", "rtp_sequence_number" (16 bits), "rtp_timestamp",
+     * Sets a parameter of an RTP stream. A packet of getPacket, and each one of inputFrameEx, is not always a datagram:
+     *
+     *     H.264, MPEG-4, sound of each codec    length, packet    with custom data: custom data, length, packet
+     *     H.265, motion JPEG                    packet            with custom data: custom data, length, packet
+     *
+     * `length` is two bytes, big-endian, and counts the packet. "rtp_custom_data" of two bytes, '$' and the channel,
+     * makes it an interleaved frame of RTSP (RFC 2326 10.12). docs/RTP.md has the code.
+     *
+     * Keys: "max_rtp_packet_length", "rtp_sequence_number" (16 bits), "rtp_timestamp",
      * "rtp_ssrc", "rtp_audio_sample" (Hz), "rtp_payload_type", "rtp_packet_output_all_flag" (1: one block holds all the
      * packets of a frame), "rtp_audio_payload_type". The value is cut to the width of the parameter. Other keys, and
      * other formats, change nothing and give true.
@@ -290,6 +304,9 @@ class BASALT_API CMuxora : public IMuxora {
     /** Nothing is flushed: there is no tail. */
     ~CMuxora() override;
 
+    /** Is there a stream format of this key? */
+    static bool supports(const Basalt::flex_string& key) noexcept;
+
     /** The pointer that getExtInfo knows as "rtp_extension_data". */
     static const char* extensionDataKey();
 
@@ -350,6 +367,7 @@ class BASALT_API IFilePackage : public Basalt::IUnknown {
      * @return False with MUXORA_NO_PACKAGER, or with MUXORA_CANNOT_OPEN.
      */
     virtual bool open(const char* path);
+    bool open(const Basalt::flex_string& path) { return open(path.c_str()); } /**< The same. */
 
     /**
      * Packs one frame; see IMuxora::inputFrame. What can't be written is lost without a word.
@@ -431,8 +449,12 @@ class BASALT_API CFilePackage : public IFilePackage {
     CFilePackage& operator=(const CFilePackage&) = delete;
     ~CFilePackage() override;
 
+    /** Is there a file format of this key? */
+    static bool supports(const Basalt::flex_string& key) noexcept;
+
     void destroy() override;
     Basalt::CVersion getVersion() override;
+    using IFilePackage::open;
     bool open(WriteFunction write_fn) override;
     bool open(const char* path) override;
     bool inputFrame(const void* data, unsigned length, const AttributeMap& attributes) override;

@@ -10,6 +10,25 @@
  * A handle belongs to one thread at a time. There is one exception: on the MP4 and MOV family MX_GetBackup may run on
  * a second thread while frames go in on the first.
  *
+ * One call of MX_InputFrame takes one access unit: a whole picture with the parameter sets ahead of it, or one frame of
+ * sound. NAL unit by NAL unit every call succeeds and the result is wrong. MX_CreateAccessUnits (MuxoraExt.h) cuts a
+ * stream into access units.
+ *
+ * What a block of RTP holds depends on the codec; `length` is two bytes, big-endian, and counts the packet:
+ *
+ *     H.264, MPEG-4, sound of each codec    length, packet        with custom data: custom data, length, packet
+ *     H.265, motion JPEG                    packet                with custom data: custom data, length, packet
+ *
+ * So a datagram is the block without its first two bytes, but with H.265 and JPEG the block itself:
+ *
+ *     const unsigned char* packet = block->data;
+ *     uint32_t length = block->length;
+ *     if (codec != MX_VIDEO_H265 && codec != MX_VIDEO_MJPEG) packet += 2, length -= 2;
+ *     send(socket, packet, length, 0);
+ *
+ * Custom data of two bytes, '$' and the channel, makes each block an interleaved frame of RTSP (RFC 2326 10.12).
+ * docs/RTP.md has more.
+ *
  * All records are packed to 4-byte boundaries; integers are in the byte order of the machine, which is little-endian on
  * every supported platform.
  */
@@ -283,7 +302,8 @@ typedef struct MXRtpParam {
     const void* rtp_extension_data;       /**< Header extension; copied. Get: the stored copy. */
     uint32_t rtp_extension_data_length;   /**< Its length in bytes. */
     uint32_t reserved1;                   /**< Not read. */
-    const void* rtp_custom_data;          /**< Video custom data; copied. Get: the copy, if this was not null. */
+    const void* rtp_custom_data;          /**< Video custom data, ahead of each packet and its length, see the top of
+                                               this header; copied. Get: the copy, if this was not null. */
     uint32_t rtp_custom_data_length;      /**< Its length in bytes; the low 8 bits are stored. */
     uint32_t rtp_packet_output_all_flag;  /**< 1: one block holds all the packets of a frame. */
     uint32_t rtp_audio_payload_type;      /**< Audio payload type. */

@@ -4,6 +4,8 @@
 #include <memory>
 #include <string>
 
+#include "basalt/abi.h"
+
 namespace Basalt {
 
 /** A string of bytes. */

@@ -44,6 +44,10 @@ CFilePackage::CFilePackage(const Basalt::flex_string& key)
 
 CFilePackage::~CFilePackage() = default;
 
+bool CFilePackage::supports(const Basalt::flex_string& key) noexcept {
+    return HasFilePackage(key);
+}
+
 void CFilePackage::destroy() {
     IFilePackage::destroy();
 }

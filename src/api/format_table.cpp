@@ -1,5 +1,7 @@
 #include "api/format_table.h"
 
+#include <algorithm>
+
 #include "MuxoraExt.h"
 #include "containers/asf_packet.h"
 #include "containers/avi_packet.h"
@@ -91,6 +93,14 @@ std::unique_ptr<CPackage> MakeStreamPackage(std::string_view key) {
 
 std::unique_ptr<CPackage> MakeFilePackage(std::string_view key) {
     return MakeFirst([=](const Row& row) { return row.file_keys.Match(key); }, nullptr);
+}
+
+bool HasStreamPackage(std::string_view key) {
+    return std::ranges::any_of(kFormats, [=](const Row& row) { return row.stream_keys.Match(key); });
+}
+
+bool HasFilePackage(std::string_view key) {
+    return std::ranges::any_of(kFormats, [=](const Row& row) { return row.file_keys.Match(key); });
 }
 
 }  // namespace Orvane::Muxora

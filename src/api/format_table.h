@@ -17,4 +17,8 @@ std::unique_ptr<CPackage> MakePackage(uint32_t format, const MXCreateParam* para
 std::unique_ptr<CPackage> MakeStreamPackage(std::string_view key);
 std::unique_ptr<CPackage> MakeFilePackage(std::string_view key);
 
+// Would the two above make one?
+bool HasStreamPackage(std::string_view key);
+bool HasFilePackage(std::string_view key);
+
 }  // namespace Orvane::Muxora

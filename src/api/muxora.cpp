@@ -89,6 +89,10 @@ CMuxora::CMuxora(const Basalt::flex_string& key)
 CMuxora::CMuxora(const CMuxora& other) = default;
 CMuxora& CMuxora::operator=(const CMuxora& other) = default;
 
+bool CMuxora::supports(const Basalt::flex_string& key) noexcept {
+    return HasStreamPackage(key);
+}
+
 CMuxora::~CMuxora() {
     if (packager_ == nullptr) return;
     try {

@@ -28,6 +28,8 @@ tables = re.compile(rf"(?:vtable|typeinfo|typeinfo name|VTT) for (?:{classes})$"
 def main() -> int:
     listing = subprocess.run(["nm", "-D", "-C", "--defined-only", sys.argv[1]], check=True, capture_output=True, text=True)
     names = [line.split(" ", 2)[2] for line in listing.stdout.splitlines()]
+    guards = [name for name in names if name.startswith("muxora_must_be_built_with_")]
+    names = [name for name in names if name not in guards]
     functions = {name for name in names if name.startswith("MX_")}
     unexpected = [
         name for name in names
@@ -42,6 +44,9 @@ def main() -> int:
         print(f"exported, but not public: {name}")
     for name in sorted(missing):
         print(f"public, but not exported: {name}")
+    if len(guards) != 1:
+        print(f"one name says what the library was built with: {guards}")
+        missing.add("guard")
     print(f"{len(names)} symbols")
     return 1 if unexpected or missing else 0
 

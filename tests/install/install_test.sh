@@ -28,6 +28,24 @@ mkdir -p "$work/media2"
 LD_LIBRARY_PATH=$libdir "$work/from_pkg_config" "$work/media2"
 cmp "$work/media/tone.wav" "$work/media2/tone.wav"
 
+echo "== the README's C++, as it stands there"
+{
+    sed -n '/^```cpp$/,/^```$/{/^```/d;p}' "$here/../../README.md"
+    cat <<'PROGRAM'
+int main(int, char** argv) {
+    // An SPS, a PPS and an IDR slice of 64 by 48 pixels.
+    static const unsigned char stream[] = {0, 0, 0, 1, 0x67, 0x42, 0x00, 0x0A, 0xF8, 0x41, 0xA2, 0,    0, 0,
+                                           1, 0x68, 0xCE, 0x38, 0x80, 0, 0, 0, 1, 0x65, 0x88, 0x84, 0x21};
+    return Record(argv[1], stream, sizeof stream) && !CFilePackage::supports("none") ? 0 : 1;
+}
+PROGRAM
+} >"$work/readme.cpp"
+# shellcheck disable=SC2046
+c++ -std=c++17 -pedantic -Wall -Wextra -Werror "$work/readme.cpp" -o "$work/readme" $(pkg-config --cflags --libs muxora)
+LD_LIBRARY_PATH=$libdir "$work/readme" "$work/media/readme.mp4"
+[ "$(head -c 8 "$work/media/readme.mp4" | tail -c 4)" = ftyp ]
+[ "$(grep -aobc moov "$work/media/readme.mp4")" -ge 1 ]
+
 # What was written is what it says: a RIFF header, a row of OVX units.
 [ "$(head -c 4 "$work/media/tone.wav")" = RIFF ]
 [ "$(stat -c %s "$work/media/tone.wav")" -eq $((44 + 99 * 640)) ]

@@ -1,0 +1,4 @@
+#include "basalt/abi.h"
+
+void MUXORA_ABI_CHECK() noexcept {
+}
