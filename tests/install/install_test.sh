@@ -33,7 +33,7 @@ echo "== the README's C++, as it stands there"
     sed -n '/^```cpp$/,/^```$/{/^```/d;p}' "$here/../../README.md"
     cat <<'PROGRAM'
 int main(int, char** argv) {
-    // An SPS, a PPS and an IDR slice of 64 by 48 pixels.
+    // An SPS, a PPS and an IDR slice.
     static const unsigned char stream[] = {0, 0, 0, 1, 0x67, 0x42, 0x00, 0x0A, 0xF8, 0x41, 0xA2, 0,    0, 0,
                                            1, 0x68, 0xCE, 0x38, 0x80, 0, 0, 0, 1, 0x65, 0x88, 0x84, 0x21};
     return Record(argv[1], stream, sizeof stream) && !CFilePackage::supports("none") ? 0 : 1;
