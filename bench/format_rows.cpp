@@ -27,6 +27,7 @@ constexpr FormatRow kRows[] = {
     {"mkv", MX_FORMAT_MKV, kH264Aac, "matroska"},
     {"ts", MX_FORMAT_TS, kH264Aac, "mpegts"},
     {"xflv", MX_FORMAT_XFLV, kH264Aac, "flv"},
+    {"xmkv", MX_FORMAT_XMKV, kH264Aac, "matroska"},
     {"xts", MX_FORMAT_XTS, kH264Aac, "mpegts"},
     {"ps", MX_FORMAT_PS, kH264Aac, "vob"},
     {"ovps", MX_FORMAT_PS_OV, kH264Aac, nullptr},

@@ -9,6 +9,7 @@
 #include "containers/wav_packet.h"
 #include "exact/fmp4_packet.h"
 #include "exact/xflv_packet.h"
+#include "exact/xmkv_packet.h"
 #include "exact/xts_packet.h"
 #include "iso/mp4_packet.h"
 #include "mkv/mkv_packet.h"
@@ -68,6 +69,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_PS_GAYS, Make<CPsPacket>, true, {"gaysps", "GAYSPS"}, kNone},
     {MX_FORMAT_OVX_ALT, Make<COvxPacket>, true, kNone, kNone},
     {MX_FORMAT_PS_GD, Make<CPsPacket>, true, {"gdps", "GDPS"}, kNone},
+    {MX_FORMAT_XMKV, Make<CXmkvPacket>, true, {"xmkv", "XMKV"}, {"xmkv", "XMKV"}},
     {MX_FORMAT_XFLV, Make<CXflvPacket>, true, {"xflv", "XFLV"}, {"xflv", "XFLV"}},
     {MX_FORMAT_FMP4, Make<CFmp4Packet>, true, {"fmp4", "FMP4"}, {"fmp4", "FMP4"}},
     {MX_FORMAT_XTS, Make<CXtsPacket>, true, {"xts", "XTS"}, {"xts", "XTS"}},

@@ -3,10 +3,10 @@
 #include <cstring>
 
 #include "MuxoraAPI.h"
+#include "codec/ebml.h"
 #include "core/byte_writer.h"
 #include "core/clock.h"
 #include "core/frame_kinds.h"
-#include "mkv/ebml.h"
 
 namespace Orvane::Muxora {
 

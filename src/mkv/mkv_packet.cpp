@@ -6,9 +6,9 @@
 
 #include "codec/audio_measures.h"
 #include "codec/audio_specific_config.h"
+#include "codec/ebml.h"
 #include "core/byte_writer.h"
 #include "core/frame_kinds.h"
-#include "mkv/ebml.h"
 #include "mkv/mpeg4_header.h"
 
 namespace Orvane::Muxora {

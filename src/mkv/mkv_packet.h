@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
+#include "codec/ebml.h"
 #include "core/mutex.h"
 #include "core/package.h"
 #include "mkv/avc_record.h"
-#include "mkv/ebml.h"
 #include "mkv/elements.h"
 
 namespace Orvane::Muxora {

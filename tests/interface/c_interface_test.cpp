@@ -49,6 +49,7 @@ constexpr uint32_t kCreatable[] = {0,
                                    20,
                                    MX_FORMAT_FMP4,
                                    MX_FORMAT_XFLV,
+                                   MX_FORMAT_XMKV,
                                    MX_FORMAT_XTS};
 
 class EveryFormat : public testing::TestWithParam<uint32_t> {
@@ -291,6 +292,8 @@ TEST_P(EveryFormat, CapacityTablesNameWhatTheFormatTakes) {
                 return {{4, 12}, {26, 31, 14, 22, 7, 16}};
             case MX_FORMAT_FMP4:
                 return {{2, 4, 12, 1, 3, 9}, {26, 31, 14, 22, 16, 7}};
+            case MX_FORMAT_XMKV:
+                return {{4, 12, 1, 3}, {26, 31, 14, 22, 7, 16}};
             case MX_FORMAT_XTS:
                 return {{4, 12, 1, 9}, {26, 31}};
             default:

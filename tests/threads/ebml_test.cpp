@@ -7,7 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "mkv/ebml.h"
+#include "codec/ebml.h"
 #include "mkv/mkv_packet.h"
 #include "support/mkv_file.h"
 

