@@ -8,6 +8,7 @@
 #include "containers/flv_packet.h"
 #include "containers/wav_packet.h"
 #include "exact/fmp4_packet.h"
+#include "exact/hmp4_packet.h"
 #include "exact/xflv_packet.h"
 #include "exact/xmkv_packet.h"
 #include "exact/xts_packet.h"
@@ -72,6 +73,7 @@ constexpr Row kFormats[] = {
     {MX_FORMAT_XMKV, Make<CXmkvPacket>, true, {"xmkv", "XMKV"}, {"xmkv", "XMKV"}},
     {MX_FORMAT_XFLV, Make<CXflvPacket>, true, {"xflv", "XFLV"}, {"xflv", "XFLV"}},
     {MX_FORMAT_FMP4, Make<CFmp4Packet>, true, {"fmp4", "FMP4"}, {"fmp4", "FMP4"}},
+    {MX_FORMAT_HMP4, Make<CHmp4Packet>, true, kNone, {"hmp4", "HMP4"}},
     {MX_FORMAT_XTS, Make<CXtsPacket>, true, {"xts", "XTS"}, {"xts", "XTS"}},
 };
 

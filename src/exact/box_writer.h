@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include "core/byte_writer.h"
@@ -63,12 +64,12 @@ class BoxWriter {
         return *this;
     }
     BoxWriter& Bytes(const uint8_t* data, size_t length) {
-        bytes_.insert(bytes_.end(), data, data + length);
+        if (length != 0) std::memcpy(Grow(length), data, length);
         return *this;
     }
     template <uint32_t N>
     BoxWriter& Text(const char (&text)[N]) {
-        bytes_.insert(bytes_.end(), text, text + N - 1);
+        std::memcpy(Grow(N - 1), text, N - 1);
         return *this;
     }
 
