@@ -19,6 +19,7 @@ constexpr FormatRow kRows[] = {
     {"mp4_64", MX_FORMAT_MP4_64, kH264Aac, nullptr},
     {"mov_64", MX_FORMAT_MOV_64, kH264Aac, nullptr},
     {"fmp4", MX_FORMAT_FMP4, kH264Aac, "mp4"},
+    {"hmp4", MX_FORMAT_HMP4, kH264Aac, "mp4"},
     {"avi", MX_FORMAT_AVI, kH264Aac, "avi"},
     {"asf", MX_FORMAT_ASF, kH264Aac, "asf"},
     {"asf_stream", MX_FORMAT_ASF_STREAM, kH264Aac, nullptr},

@@ -26,7 +26,7 @@ namespace {
 #define FUZZ_XFLV MX_FORMAT_XFLV
 #define FUZZ_XMKV MX_FORMAT_XMKV
 #define FUZZ_XTS MX_FORMAT_XTS
-#define FUZZ_EXACT_MP4 MX_FORMAT_FMP4
+#define FUZZ_EXACT_MP4 MX_FORMAT_FMP4, MX_FORMAT_HMP4
 
 constexpr uint32_t kFormats[] = {FUZZ_FORMATS};
 

@@ -48,6 +48,7 @@ constexpr uint32_t kCreatable[] = {0,
                                    19,
                                    20,
                                    MX_FORMAT_FMP4,
+                                   MX_FORMAT_HMP4,
                                    MX_FORMAT_XFLV,
                                    MX_FORMAT_XMKV,
                                    MX_FORMAT_XTS};
@@ -291,6 +292,7 @@ TEST_P(EveryFormat, CapacityTablesNameWhatTheFormatTakes) {
             case MX_FORMAT_XFLV:
                 return {{4, 12}, {26, 31, 14, 22, 7, 16}};
             case MX_FORMAT_FMP4:
+            case MX_FORMAT_HMP4:
                 return {{2, 4, 12, 1, 3, 9}, {26, 31, 14, 22, 16, 7}};
             case MX_FORMAT_XMKV:
                 return {{4, 12, 1, 3}, {26, 31, 14, 22, 7, 16}};

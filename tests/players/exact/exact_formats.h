@@ -43,14 +43,17 @@ inline bool XflvLists(const ExactFrame& frame) {
     return frame.info.encode_type != MX_VIDEO_H265;
 }
 
-inline bool XmkvTakes(const ExactFrame& /*frame*/) {
+inline bool TakesAll(const ExactFrame& /*frame*/) {
     return true;
 }
 
 inline std::vector<ExactFormat> ExactFormats() {
     return {
         {"xflv", MX_FORMAT_XFLV, "flv", XflvTakes, 0, true, false, 0, true, XflvLists},
-        {"xmkv", MX_FORMAT_XMKV, "mkv", XmkvTakes, 0, false, true, 1, true},
+        {"xmkv", MX_FORMAT_XMKV, "mkv", TakesAll, 0, false, true, 1, true},
+        // Of fragments ffprobe lists no duration of the first and of the last packet.
+        {"fmp4", MX_FORMAT_FMP4, "fmp4.mp4", TakesAll, 0, true, false, 0, true},
+        {"hmp4", MX_FORMAT_HMP4, "hmp4.mp4", TakesAll, 0, true, true, 0, true},
         {"xts", MX_FORMAT_XTS, "ts", XtsTakes, 1, true, false, 0, true},
     };
 }
