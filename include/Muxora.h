@@ -348,7 +348,8 @@ class BASALT_API IFilePackage : public Basalt::IUnknown {
 
     /** Takes one block of the container. The map holds "fileoffset", the block's position, and "offsettype": 0 for an
      *  absolute position, 1 for bytes that follow the bytes before (then "fileoffset" is 0). The bytes last for the
-     *  call. The result is not read. */
+     *  call. The result is not read. An exception counts as a block that can't be written. The function must not come
+     *  back to the component: its operations are refused with MUXORA_REFUSED, and destroy() does nothing. */
     using WriteFunction = Basalt::TFunction2<bool, AttributeMap&, IMuxoraData&>;
 
     ~IFilePackage() override;

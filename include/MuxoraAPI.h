@@ -187,10 +187,18 @@ typedef struct MXOutputBlock {
     int64_t offset;     /**< Position of the first byte in the output; 0 with MX_SEEK_NEXT. */
 } MXOutputBlock;
 
-/** Takes a block of output. `user` is the value of MXCreateParam::user. The result is not read. */
+/**
+ * Takes a block of output. `user` is the value of MXCreateParam::user. The result is not read.
+ *
+ * The callback must not come back to the handle: what it calls on it answers MX_FAILED and changes nothing,
+ * MX_DestroyHandle included. MX_GetBackup alone may be called; its snapshot counts the block that is being given. An
+ * exception that it throws ends in the library. The block then counts as taken, with the length that stands in it; the
+ * call goes on to its end and answers MX_FAILED where it would have answered MX_OK. The handle stays sound, and the
+ * next frame may be given.
+ */
 typedef int32_t (*MXOutputFunction)(const MXOutputBlock* block, void* user);
 
-/** Gives a buffer of `size` bytes, or null. */
+/** Gives a buffer of `size` bytes, or null. Not to come back to the handle either; an exception counts as null. */
 typedef void* (*MXAllocFunction)(int32_t size);
 
 /** Takes back a buffer that MXAllocFunction gave, with its size in bytes. */
@@ -344,7 +352,7 @@ MX_API MXHandle MX_CreateHandle(uint32_t format, const MXCreateParam* param) MX_
 /**
  * Releases a packager and all its memory. Writes nothing: call MX_CreateTailer before.
  *
- * @return MX_OK, or MX_NULL_HANDLE.
+ * @return MX_OK, MX_NULL_HANDLE, or MX_FAILED from inside a callback of this handle, which then stays.
  */
 MX_API uint32_t MX_DestroyHandle(MXHandle handle) MX_NOEXCEPT;
 
@@ -353,7 +361,8 @@ MX_API uint32_t MX_DestroyHandle(MXHandle handle) MX_NOEXCEPT;
  * once, before the first frame.
  *
  * @param info What is known of the streams; null is refused by OVX and RTP.
- * @return MX_OK, MX_NULL_HANDLE, MX_FAILED, or MX_NO_RESOURCES when memory ran out.
+ * @return MX_OK, MX_NULL_HANDLE, MX_NO_RESOURCES when memory for the format's parts ran out, or MX_FAILED: also when
+ *         there is none for the head, or MXCreateParam::alloc gave none. It may then be called again.
  */
 MX_API uint32_t MX_CreateHeader(MXHandle handle, MXHeaderInfo* info) MX_NOEXCEPT;
 
@@ -367,6 +376,10 @@ MX_API uint32_t MX_CreateHeader(MXHandle handle, MXHeaderInfo* info) MX_NOEXCEPT
  *         MX_NO_RESOURCES (memory ran out, or an RTP audio frame beyond its scratch area), MX_FRAME_REFUSED, or
  *         MX_NULL_RECORD. Some formats drop a frame that comes before the first key frame and return MX_OK; so does
  *         AVI with a frame whose pointer is null.
+ *
+ * When memory runs out the frame is as if it had not been given, and the result is MX_NO_RESOURCES, but: the PS formats
+ * answer MX_FRAME_REFUSED; TS answers MX_FAILED if MXCreateParam::alloc gave no buffer; AVI and OVX lose the frame and
+ * answer MX_OK, as receivers of live streams expect. RTP's time goes on for a frame that was lost, as does that of PS.
  */
 MX_API uint32_t MX_InputFrame(MXHandle handle, MXFrameInfo* frame) MX_NOEXCEPT;
 
@@ -374,8 +387,8 @@ MX_API uint32_t MX_InputFrame(MXHandle handle, MXFrameInfo* frame) MX_NOEXCEPT;
  * Finishes the container: writes what the format has at its end and patches its head.
  *
  * @param unused Ignored.
- * @return MX_OK, MX_NULL_HANDLE, MX_FAILED (wrong order of calls; on an RTP handle always: RTP has no tail), or
- *         MX_NO_RESOURCES.
+ * @return MX_OK, MX_NULL_HANDLE, MX_NO_RESOURCES, or MX_FAILED: wrong order of calls, no memory for the index (the tail
+ *         may then be asked for again), and on an RTP handle always: RTP has no tail.
  */
 MX_API uint32_t MX_CreateTailer(MXHandle handle, void* unused) MX_NOEXCEPT;
 

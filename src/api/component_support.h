@@ -29,9 +29,12 @@ inline MXFrameInfo MakeFrame(CFrameAttributes& converter, const void* data, unsi
     return frame;
 }
 
-// Runs an operation of a packager; a result that is not MX_OK, or memory that ran out, is a refusal.
+// Runs an operation of a packager; a result that is not MX_OK, memory that ran out, or a call inside a call, is a
+// refusal.
 template <typename Operation>
-bool Run(Operation operation) {
+bool Run(const CPackage& packager, Operation operation) {
+    const PackageCall inside(packager);
+    if (!inside) return Fail(MUXORA_REFUSED);
     try {
         return operation() == MX_OK || Fail(MUXORA_REFUSED);
     } catch (const std::exception&) {

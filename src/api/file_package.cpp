@@ -49,6 +49,7 @@ bool CFilePackage::supports(const Basalt::flex_string& key) noexcept {
 }
 
 void CFilePackage::destroy() {
+    if (packager_ != nullptr && !PackageCall(*packager_)) return;
     IFilePackage::destroy();
 }
 
@@ -59,6 +60,8 @@ Basalt::CVersion CFilePackage::getVersion() {
 bool CFilePackage::open(WriteFunction write_fn) {
     if (!write_fn) return false;
     if (packager_ == nullptr) return Fail(MUXORA_NO_PACKAGER);
+    const PackageCall inside(*packager_);
+    if (!inside) return Fail(MUXORA_REFUSED);
     write_fn_ = std::move(write_fn);
     Start();
     return true;
@@ -67,6 +70,8 @@ bool CFilePackage::open(WriteFunction write_fn) {
 bool CFilePackage::open(const char* path) {
     if (packager_ == nullptr) return Fail(MUXORA_NO_PACKAGER);
     if (path == nullptr) return Fail(MUXORA_CANNOT_OPEN);
+    const PackageCall inside(*packager_);
+    if (!inside) return Fail(MUXORA_REFUSED);
     if (!file_.open(path, kNewBinaryFile)) return Fail(MUXORA_CANNOT_OPEN);
     Start();
     return true;
@@ -85,7 +90,7 @@ void CFilePackage::Start() {
 
 bool CFilePackage::inputFrame(const void* data, unsigned length, const AttributeMap& attributes) {
     if (packager_ == nullptr) return Fail(MUXORA_NO_PACKAGER);
-    return Run([&] {
+    return Run(*packager_, [&] {
         MXFrameInfo frame = MakeFrame(*attributes_, data, length, attributes);
         return packager_->inputFrame(&frame, 0);
     });
@@ -93,6 +98,8 @@ bool CFilePackage::inputFrame(const void* data, unsigned length, const Attribute
 
 bool CFilePackage::close() {
     if (packager_ == nullptr) return Fail(MUXORA_NO_PACKAGER);
+    const PackageCall inside(*packager_);
+    if (!inside) return Fail(MUXORA_REFUSED);
     try {
         packager_->createTailer(nullptr, 0);
         packager_->uninit();

@@ -108,6 +108,7 @@ const char* CMuxora::extensionDataKey() {
 }
 
 void CMuxora::destroy() {
+    if (packager_ != nullptr && !PackageCall(*packager_)) return;
     IMuxora::destroy();
 }
 
@@ -117,7 +118,7 @@ Basalt::CVersion CMuxora::getVersion() {
 
 bool CMuxora::inputFrame(const void* data, unsigned length, const AttributeMap& attributes) {
     if (packager_ == nullptr) return false;
-    return Run([&] {
+    return Run(*packager_, [&] {
         MXFrameInfo frame = MakeFrame(*attributes_, data, length, attributes);
         // A copy of this object may have had the packager before.
         packager_->setCallback(KeepBlock, this);
@@ -127,7 +128,7 @@ bool CMuxora::inputFrame(const void* data, unsigned length, const AttributeMap& 
 
 bool CMuxora::inputFrameEx(const void* data, unsigned length, const AttributeMap& attributes, Basalt::CPacket& packet) {
     if (packager_ == nullptr || !packet.valid()) return false;
-    return Run([&] {
+    return Run(*packager_, [&] {
         MXFrameInfo frame = MakeFrame(*attributes_, data, length, attributes);
         packager_->setCallback(KeepBlock, this);
         return packager_->inputFrameEx(&frame, packet);

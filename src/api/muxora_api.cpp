@@ -16,6 +16,7 @@ using Orvane::Muxora::CPackage;
 using Orvane::Muxora::IExactParams;
 using Orvane::Muxora::IRtpParams;
 using Orvane::Muxora::MakePackage;
+using Orvane::Muxora::PackageCall;
 
 #define MX_AT(record, field, place) static_assert(offsetof(record, field) == (place))
 
@@ -106,15 +107,22 @@ MX_AT(MXRtpParam, rtp_audio_ssrc, 92);
 
 namespace {
 
-// Runs a call of the packager behind a handle; memory that runs out becomes a result.
+// Runs a call of the packager behind a handle, unless the handle is inside a call already. Memory that runs out becomes
+// a result.
 template <typename Call>
 uint32_t WithPackage(MXHandle handle, Call call) noexcept {
     if (handle == nullptr) return MX_NULL_HANDLE;
+    auto& package = *static_cast<CPackage*>(handle);
+    const PackageCall inside(package);
+    if (!inside) return MX_FAILED;
+    uint32_t result = MX_NO_RESOURCES;
     try {
-        return call(*static_cast<CPackage*>(handle));
+        result = call(package);
     } catch (...) {
-        return MX_NO_RESOURCES;
+        result = MX_NO_RESOURCES;
     }
+    const bool threw = package.TakeOutputThrew();
+    return result == MX_OK && threw ? uint32_t{MX_FAILED} : result;
 }
 
 // The RTP parameters of a packager; null for other formats and other types of parameter.
@@ -143,7 +151,9 @@ MXHandle MX_CreateHandle(uint32_t format, const MXCreateParam* param) noexcept {
 
 uint32_t MX_DestroyHandle(MXHandle handle) noexcept {
     if (handle == nullptr) return MX_NULL_HANDLE;
-    const std::unique_ptr<CPackage> owner(static_cast<CPackage*>(handle));
+    auto* const package = static_cast<CPackage*>(handle);
+    if (!PackageCall(*package)) return MX_FAILED;
+    const std::unique_ptr<CPackage> owner(package);
     return MX_OK;
 }
 
@@ -225,10 +235,14 @@ const char* MX_GetVersion() noexcept {
 }
 
 uint32_t MX_GetBackup(MXHandle handle, MXOutputBlock* block) noexcept {
-    return WithPackage(handle, [=](CPackage& package) -> uint32_t {
-        if (block == nullptr) return 0;
-        return package.getBackup(block);
-    });
+    if (handle == nullptr) return MX_NULL_HANDLE;
+    // May run beside a call on another thread, and inside one: it changes nothing that a call relies on.
+    if (block == nullptr) return 0;
+    try {
+        return static_cast<CPackage*>(handle)->getBackup(block);
+    } catch (...) {
+        return 0;
+    }
 }
 
 }  // extern "C"

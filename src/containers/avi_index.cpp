@@ -1,5 +1,7 @@
 #include "containers/avi_index.h"
 
+#include "MuxoraAPI.h"
+
 namespace Orvane::Muxora {
 
 namespace {
@@ -10,7 +12,6 @@ constexpr uint32_t kFourCCSize = 4;
 constexpr uint8_t kVideoChunkId[] = {'0', '0', 'd', 'c'};
 constexpr uint8_t kAudioChunkId[] = {'0', '1', 'w', 'b'};
 
-constexpr uint32_t kStandardHeaderSize = 32;
 constexpr uint32_t kStandardEntrySize = 8;
 constexpr uint16_t kStandardLongsPerEntry = 2;
 constexpr uint8_t kIndexOfChunks = 1;  // AVI_INDEX_OF_CHUNKS
@@ -21,13 +22,11 @@ constexpr uint8_t kIndexOfIndexes = 0;  // AVI_INDEX_OF_INDEXES
 
 constexpr uint32_t kLegacyEntrySize = 16;
 
-// The index so far, with room for its header, which is filled in last. An index that lost its memory starts again.
-bool HasHeaderRoom(CGrowBuffer& chunk, uint32_t header_size) {
-    return chunk.Size() >= header_size || chunk.Extend(header_size) != nullptr;
-}
-
-uint8_t* NewEntry(CGrowBuffer& chunk, uint32_t header_size, uint32_t entry_size) {
-    return HasHeaderRoom(chunk, header_size) ? chunk.Extend(entry_size) : nullptr;
+// Makes room for one more entry, and for the header in front of the first.
+bool ReserveEntry(CGrowBuffer& chunk, uint32_t header_size, uint32_t entry_size) {
+    if (chunk.Reserve(chunk.Size() == 0 ? header_size + entry_size : entry_size) != MX_OK) return false;
+    if (chunk.Size() == 0) chunk.Extend(header_size);
+    return true;
 }
 
 }  // namespace
@@ -36,38 +35,44 @@ const uint8_t* AviChunkId(AviStream stream) {
     return stream == AviStream::Video ? kVideoChunkId : kAudioChunkId;
 }
 
+bool AviStandardIndex::Reserve() {
+    return ReserveEntry(chunk_, kHeaderSize, kStandardEntrySize);
+}
+
 void AviStandardIndex::Add(uint32_t offset, uint32_t size) {
-    uint8_t* const entry = NewEntry(chunk_, kStandardHeaderSize, kStandardEntrySize);
-    if (entry == nullptr) return;
-    ByteCursor(entry, kStandardEntrySize)
+    if (!Reserve()) return;
+    ByteCursor(chunk_.Extend(kStandardEntrySize), kStandardEntrySize)
         .LE32(offset)  // dwOffset
         .LE32(size);   // dwSize
 }
 
 uint32_t AviStandardIndex::Entries() const {
-    return chunk_.Size() < kStandardHeaderSize ? 0 : (chunk_.Size() - kStandardHeaderSize) / kStandardEntrySize;
+    return chunk_.Size() == 0 ? 0 : (chunk_.Size() - kHeaderSize) / kStandardEntrySize;
 }
 
 std::span<const uint8_t> AviStandardIndex::Compose(uint64_t base) {
-    if (!HasHeaderRoom(chunk_, kStandardHeaderSize)) return {};
+    const std::span<uint8_t> chunk = chunk_.Size() != 0 ? std::span(chunk_.Data(), chunk_.Size()) : std::span(empty_);
     const uint8_t id[] = {'i', 'x', '0', static_cast<uint8_t>(stream_ == AviStream::Video ? '0' : '1')};
-    ByteCursor(chunk_.Data(), kStandardHeaderSize)
+    ByteCursor(chunk.data(), kHeaderSize)
         .Bytes(id, kFourCCSize)
-        .LE32(chunk_.Size() - kChunkHeaderSize)   // cb
-        .LE16(kStandardLongsPerEntry)             // wLongsPerEntry
-        .U8(0)                                    // bIndexSubType
-        .U8(kIndexOfChunks)                       // bIndexType
-        .LE32(Entries())                          // nEntriesInUse
-        .Bytes(AviChunkId(stream_), kFourCCSize)  // dwChunkId
-        .LE64(base)                               // qwBaseOffset
-        .LE32(0);                                 // dwReserved
-    return {chunk_.Data(), chunk_.Size()};
+        .LE32(static_cast<uint32_t>(chunk.size()) - kChunkHeaderSize)  // cb
+        .LE16(kStandardLongsPerEntry)                                  // wLongsPerEntry
+        .U8(0)                                                         // bIndexSubType
+        .U8(kIndexOfChunks)                                            // bIndexType
+        .LE32(Entries())                                               // nEntriesInUse
+        .Bytes(AviChunkId(stream_), kFourCCSize)                       // dwChunkId
+        .LE64(base)                                                    // qwBaseOffset
+        .LE32(0);                                                      // dwReserved
+    return chunk;
+}
+
+bool AviLegacyIndex::Reserve() {
+    return ReserveEntry(chunk_, kHeaderSize, kLegacyEntrySize);
 }
 
 void AviLegacyIndex::Add(AviStream stream, uint32_t flags, uint32_t offset, uint32_t length) {
-    uint8_t* const entry = NewEntry(chunk_, kChunkHeaderSize, kLegacyEntrySize);
-    if (entry == nullptr) return;
-    ByteCursor(entry, kLegacyEntrySize)
+    if (!Reserve()) return;
+    ByteCursor(chunk_.Extend(kLegacyEntrySize), kLegacyEntrySize)
         .Bytes(AviChunkId(stream), kFourCCSize)  // ckid
         .LE32(flags)                             // dwFlags
         .LE32(offset)                            // dwChunkOffset
@@ -75,9 +80,9 @@ void AviLegacyIndex::Add(AviStream stream, uint32_t flags, uint32_t offset, uint
 }
 
 std::span<const uint8_t> AviLegacyIndex::Compose() {
-    if (!HasHeaderRoom(chunk_, kChunkHeaderSize)) return {};
-    ByteCursor(chunk_.Data(), kChunkHeaderSize).Text("idx1").LE32(chunk_.Size() - kChunkHeaderSize);
-    return {chunk_.Data(), chunk_.Size()};
+    const std::span<uint8_t> chunk = chunk_.Size() != 0 ? std::span(chunk_.Data(), chunk_.Size()) : std::span(empty_);
+    ByteCursor(chunk.data(), kHeaderSize).Text("idx1").LE32(static_cast<uint32_t>(chunk.size()) - kChunkHeaderSize);
+    return chunk;
 }
 
 void AviSuperIndex::Add(uint64_t position, uint32_t size, uint32_t duration) {

@@ -23,6 +23,8 @@ class AviStandardIndex {
 
     // Drops the entries and keeps their memory.
     void Reset() { chunk_.Reset(); }
+    // Makes room for an entry, so that adding it can't fail. False, with nothing changed, if there is no memory.
+    bool Reserve();
     // `offset` of a chunk's data from the base; its length, with the top bit set if it is no key frame.
     void Add(uint32_t offset, uint32_t size);
     uint32_t Entries() const;
@@ -30,19 +32,27 @@ class AviStandardIndex {
     std::span<const uint8_t> Compose(uint64_t base);
 
   private:
+    static constexpr uint32_t kHeaderSize = 32;
+
     AviStream stream_;
-    CGrowBuffer chunk_;  // room for the header, the entries behind it
+    CGrowBuffer chunk_;                // room for the header, the entries behind it; empty without entries
+    uint8_t empty_[kHeaderSize] = {};  // the chunk without entries
 };
 
 // "idx1": all chunks of the first RIFF, 16 bytes each.
 class AviLegacyIndex {
   public:
+    // As in AviStandardIndex.
+    bool Reserve();
     void Add(AviStream stream, uint32_t flags, uint32_t offset, uint32_t length);
     // The whole chunk, good until the next call.
     std::span<const uint8_t> Compose();
 
   private:
-    CGrowBuffer chunk_;
+    static constexpr uint32_t kHeaderSize = 8;
+
+    CGrowBuffer chunk_;  // as there
+    uint8_t empty_[kHeaderSize] = {};
 };
 
 // "indx" in a stream list: where the standard indexes of that stream lie.

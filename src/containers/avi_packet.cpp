@@ -65,7 +65,7 @@ uint32_t CAviPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     if (!started_) return MX_OK;
     if (!past_first_) {
         riff_.Close();
-    } else if (avix_ != nullptr) {
+    } else if (avix_) {
         // Readers rely on this: the RIFF stays open, so another tail closes it again, with its indexes once more.
         avix_->Close();
         EndRiff(*avix_);
@@ -103,8 +103,10 @@ AviOutput CAviPacket::Output() {
 }
 
 uint32_t CAviPacket::InputFirstRiff(const MXFrameInfo& frame, const AviChunk& chunk) {
-    // Behind the tail there is no place for chunks any more.
-    if (riff_.Closed() || !StreamOpen(frame) || !riff_.Write(chunk)) return MX_OK;
+    // Behind the tail there is no place for chunks any more. Callers rely on this: a frame that there is no memory for
+    // is dropped like one that no stream takes; it opens none either.
+    if (riff_.Closed() || !riff_.Reserve(chunk) || !StreamOpen(frame)) return MX_OK;
+    riff_.Write(chunk);
     Count(frame, chunk);
     if (riff_.PastLimit()) {
         riff_.Close();
@@ -116,8 +118,9 @@ uint32_t CAviPacket::InputFirstRiff(const MXFrameInfo& frame, const AviChunk& ch
 
 // No stream opens here any more: what comes is written.
 uint32_t CAviPacket::InputAvix(const MXFrameInfo& frame, const AviChunk& chunk) {
-    if (avix_ == nullptr) return MX_NULL_RECORD;
-    if (!avix_->Write(chunk)) return MX_OK;
+    if (!avix_) return MX_NULL_RECORD;
+    if (!avix_->Reserve(chunk)) return MX_OK;
+    avix_->Write(chunk);
     Count(frame, chunk);
     if (avix_->PastLimit()) {
         // Readers rely on this: a RIFF that ends by its size has its indexes twice, and the second ones count.
@@ -166,11 +169,9 @@ void CAviPacket::EndRiff(const AviRiff& riff) {
     riff.EnterSuperIndexes(header_);
 }
 
-// When there is no memory for the writer the frames to come find none.
 void CAviPacket::BeginAvix() {
     past_first_ = true;
-    avix_.reset();
-    avix_ = std::make_unique<AvixWriter>(Output(), work_, next_riff_);
+    avix_.emplace(Output(), work_, next_riff_);
 }
 
 }  // namespace Orvane::Muxora

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <optional>
 
 #include "containers/avi_writer.h"
@@ -37,8 +36,8 @@ class CAviPacket : public CPackage {
     AviWork work_;
     AviHeaderBlock header_;
     AviRiffWriter riff_;
-    std::unique_ptr<AvixWriter> avix_;
-    uint64_t next_riff_ = 0;  // position
+    std::optional<AvixWriter> avix_;  // the RIFF that goes on past the first
+    uint64_t next_riff_ = 0;          // position
     bool past_first_ = false;
     bool started_ = false;
 };

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "MuxoraAPI.h"
 #include "core/frame_kinds.h"
 
 namespace Orvane::Muxora {
@@ -35,6 +36,14 @@ uint32_t LegacyIndexFlags(const AviChunk& chunk) {
     return chunk.stream == AviStream::Audio || IsSyncFrame(chunk.sub_type) ? kKeyFrameFlag : 0;
 }
 
+uint32_t Padding(const AviChunk& chunk) {
+    return chunk.length & 1;
+}
+
+uint32_t TotalSize(const AviChunk& chunk) {
+    return kChunkHeaderSize + chunk.length + Padding(chunk);
+}
+
 }  // namespace
 
 AviRiff::AviRiff(AviOutput output, AviWork& work, uint64_t base, uint32_t movi_at)
@@ -55,24 +64,23 @@ void AviRiff::EnterSuperIndexes(AviHeaderBlock& header) const {
     enter(AviStream::Audio, work_.audio_index, audio_index_);
 }
 
-bool AviRiff::AppendChunk(const AviChunk& chunk) {
-    const uint32_t pad = chunk.length & 1;
-    if (chunk.length > std::numeric_limits<int32_t>::max() - kChunkHeaderSize - pad) return false;
-    const uint32_t total = kChunkHeaderSize + chunk.length + pad;
+bool AviRiff::ReserveChunk(const AviChunk& chunk) {
+    if (chunk.length > std::numeric_limits<int32_t>::max() - kChunkHeaderSize - Padding(chunk)) return false;
+    work_.chunk.Reset();
+    return work_.chunk.Reserve(TotalSize(chunk)) == MX_OK && Index(chunk.stream).Reserve();
+}
 
+void AviRiff::AppendChunk(const AviChunk& chunk) {
+    const uint32_t total = TotalSize(chunk);
     work_.chunk.Reset();
     uint8_t* const bytes = work_.chunk.Extend(total);
-    if (bytes == nullptr) return false;
     ByteCursor(bytes, total)
         .Bytes(AviChunkId(chunk.stream), kFourCCSize)
         .LE32(chunk.length)
         .Bytes(chunk.data, chunk.length)
-        .Zeros(pad);
-
-    AviStandardIndex& index = chunk.stream == AviStream::Video ? work_.video_index : work_.audio_index;
-    index.Add(MoviOffset() + kChunkHeaderSize, StandardIndexSize(chunk));
+        .Zeros(Padding(chunk));
+    Index(chunk.stream).Add(MoviOffset() + kChunkHeaderSize, StandardIndexSize(chunk));
     Append({bytes, total});
-    return true;
 }
 
 void AviRiff::AppendStandardIndexes() {
@@ -113,11 +121,10 @@ void AviRiffWriter::WriteHeaderList(const AviHeaderBlock& header) {
     WriteAt(kHeaderListAt, out);
 }
 
-bool AviRiffWriter::Write(const AviChunk& chunk) {
+void AviRiffWriter::Write(const AviChunk& chunk) {
     const uint32_t offset = MoviOffset();
-    if (!AppendChunk(chunk)) return false;
+    AppendChunk(chunk);
     legacy_index_.Add(chunk.stream, LegacyIndexFlags(chunk), offset, chunk.length);
-    return true;
 }
 
 void AviRiffWriter::Close() {

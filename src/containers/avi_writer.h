@@ -46,9 +46,11 @@ class AviRiff {
     AviRiff(AviOutput output, AviWork& work, uint64_t base, uint32_t movi_at);
     ~AviRiff() = default;
 
-    // Writes a chunk at the end and enters it into the standard index. False, with nothing written, when memory ran
-    // out for it.
-    bool AppendChunk(const AviChunk& chunk);
+    // Takes all memory that AppendChunk needs. False, with nothing changed, if there is none, or if no chunk can have
+    // that length.
+    bool ReserveChunk(const AviChunk& chunk);
+    // Writes a chunk that there is memory for at the end, and enters it into the standard index.
+    void AppendChunk(const AviChunk& chunk);
     void AppendStandardIndexes();
     void Append(std::span<const uint8_t> bytes);
     void WriteAt(uint32_t at, const ByteCursor& bytes) const;
@@ -56,6 +58,10 @@ class AviRiff {
     uint32_t MoviOffset() const { return size_ - movi_at_; }
 
   private:
+    AviStandardIndex& Index(AviStream stream) {
+        return stream == AviStream::Video ? work_.video_index : work_.audio_index;
+    }
+
     // Where a standard index was written last.
     struct Place {
         uint64_t position = 0;
@@ -80,7 +86,9 @@ class AviRiffWriter : public AviRiff {
     // The start of the file: RIFF header, header list, header of the "movi" list.
     void WriteStart(const AviHeaderBlock& header);
     void WriteHeaderList(const AviHeaderBlock& header);
-    bool Write(const AviChunk& chunk);
+    // A chunk is in the file and in all its indexes, or nowhere: Write follows a Reserve that was true.
+    bool Reserve(const AviChunk& chunk) { return ReserveChunk(chunk) && legacy_index_.Reserve(); }
+    void Write(const AviChunk& chunk);
     void Close();
     bool Closed() const { return closed_; }
 
@@ -97,7 +105,8 @@ class AvixWriter : public AviRiff {
   public:
     AvixWriter(AviOutput output, AviWork& work, uint64_t base);
 
-    bool Write(const AviChunk& chunk) { return AppendChunk(chunk); }
+    bool Reserve(const AviChunk& chunk) { return ReserveChunk(chunk); }
+    void Write(const AviChunk& chunk) { AppendChunk(chunk); }
     void Close();
 };
 

@@ -28,7 +28,7 @@ uint32_t CWavPacket::createHeader(MXHeaderInfo* /*info*/, uint32_t /*unused*/) {
 
 uint32_t CWavPacket::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (!HasData(frame)) return MX_FAILED;
-    if (header_.Data() == nullptr) return MX_FAILED;
+    if (!header_written_) return MX_FAILED;
     if (!checkFrame(frame)) return MX_FRAME_REFUSED;
     if (!started_) {
         // Readers rely on this: the first frame brings the header again and is itself left out of the file.
@@ -41,7 +41,7 @@ uint32_t CWavPacket::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
 }
 
 uint32_t CWavPacket::createTailer(const void* /*info*/, uint32_t /*unused*/) {
-    if (header_.Data() == nullptr) return MX_FAILED;
+    if (!header_written_) return MX_FAILED;
     WriteHeader();
     return MX_OK;
 }
@@ -81,9 +81,8 @@ uint32_t CWavPacket::WriteHeader() {
         .LE16(kBitsPerSample)                  // wBitsPerSample
         .Text("data")
         .LE32(total_size_ - kHeaderSize);  // data size
-    header_.Reset();
-    header_.Append(area, out.Size());
-    return EmitAt(header_.Data(), header_.Size(), 0);
+    header_written_ = true;
+    return EmitAt(area, out.Size(), 0);
 }
 
 }  // namespace Orvane::Muxora

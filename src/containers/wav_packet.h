@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/grow_buffer.h"
 #include "core/package.h"
 
 namespace Orvane::Muxora {
@@ -23,7 +22,7 @@ class CWavPacket : public CPackage {
   private:
     uint32_t WriteHeader();
 
-    CGrowBuffer header_;
+    bool header_written_ = false;
     uint32_t total_size_ = 0;  // bytes of the file so far; wraps at 4 GiB
     bool started_ = false;     // the first frame has been seen
 };

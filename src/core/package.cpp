@@ -82,12 +82,32 @@ uint32_t CPackage::Output(MXOutputBlock& block, const void* data, uint32_t lengt
     block.seek_type = seek_type;
     block.offset32 = static_cast<uint32_t>(position);
     block.offset = static_cast<int64_t>(position);
-    output_(&block, user_);
+    try {
+        output_(&block, user_);
+    } catch (...) {
+        // The caller's own exception must not pass through a packager that is half done with its frame.
+        output_threw_ = true;
+    }
     return block.length;
 }
 
 CPackage::LargeBuffer CPackage::AllocateLarge(uint32_t size) const {
-    return {static_cast<uint8_t*>(alloc_(static_cast<int32_t>(size))), LargeBufferRelease{free_, size}};
+    void* buffer = nullptr;
+    try {
+        buffer = alloc_(static_cast<int32_t>(size));
+    } catch (...) {
+        buffer = nullptr;
+    }
+    return {static_cast<uint8_t*>(buffer), LargeBufferRelease{free_, size}};
+}
+
+void CPackage::LargeBufferRelease::operator()(uint8_t* buffer) const noexcept {
+    try {
+        free(buffer, size);
+    } catch (...) {
+        // The buffer is the allocator's; there is nothing more to be done about it.
+        return;
+    }
 }
 
 uint32_t CPackage::Capacity(uint32_t type, std::span<const MXCapacityEntry> video,

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <span>
+#include <utility>
 
 #include "MuxoraAPI.h"
 #include "basalt/packet.h"
@@ -48,12 +49,16 @@ class CPackage {
 
     uint32_t format() const { return format_; }
 
+    // Has the output callback thrown since this was asked last?
+    bool TakeOutputThrew() { return std::exchange(output_threw_, false); }
+
     // The one shape of the capacity operations.
     static uint32_t Capacity(uint32_t type, std::span<const MXCapacityEntry> video,
                              std::span<const MXCapacityEntry> audio, const void** table, uint32_t* count);
 
   protected:
-    // Hands out bytes for an absolute position. Returns the number of bytes that the callback took.
+    // Hands out bytes for an absolute position. Returns the number of bytes that the callback took; what a callback
+    // threw ends here, and the bytes count as they stood in the block.
     uint32_t EmitAt(const void* data, uint32_t length, uint64_t position);
     // Hands out bytes that follow the bytes before. Returns the number of bytes that the callback took.
     uint32_t EmitNext(const void* data, uint32_t length);
@@ -64,18 +69,42 @@ class CPackage {
     struct LargeBufferRelease {
         MXFreeFunction free;
         uint32_t size;
-        void operator()(uint8_t* buffer) const { free(buffer, size); }
+        void operator()(uint8_t* buffer) const noexcept;
     };
     using LargeBuffer = std::unique_ptr<uint8_t[], LargeBufferRelease>;
     // Null when `alloc` has no memory. The bytes are as `alloc` left them.
     LargeBuffer AllocateLarge(uint32_t size) const;
 
   private:
+    friend class PackageCall;
+
     uint32_t format_;
     void* user_ = nullptr;
     MXAllocFunction alloc_;
     MXFreeFunction free_;
     MXOutputFunction output_;
+    bool output_threw_ = false;
+    mutable bool inside_ = false;  // a call, see PackageCall
+};
+
+// A call of a packager by its front end. The callbacks that it makes may come back to the packager: a call inside a
+// call is not to be carried out. The flag is plain, as a packager is one thread's; what may be called on another thread
+// (getBackup) has its own way.
+class PackageCall {
+  public:
+    explicit PackageCall(const CPackage& package) : package_(package.inside_ ? nullptr : &package) {
+        if (package_ != nullptr) package_->inside_ = true;
+    }
+    ~PackageCall() {
+        if (package_ != nullptr) package_->inside_ = false;
+    }
+    PackageCall(const PackageCall&) = delete;
+    PackageCall& operator=(const PackageCall&) = delete;
+    // False inside another call.
+    explicit operator bool() const { return package_ != nullptr; }
+
+  private:
+    const CPackage* package_;
 };
 
 // Is there a frame with bytes in it? What every packager asks first.

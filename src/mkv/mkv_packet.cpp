@@ -103,6 +103,7 @@ uint32_t CMkvPacket::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (!HasData(frame)) return MX_FAILED;
     if (!checkFrame(frame)) return MX_FRAME_REFUSED;
     if (!elements_) return MX_OK;
+    if (work_ == nullptr) return MX_NO_RESOURCES;
     return frame->frame_type == MX_FRAME_VIDEO ? InputVideo(*frame) : InputAudio(*frame);
 }
 
@@ -235,9 +236,9 @@ void CMkvPacket::AddCue(uint32_t relative_time) {
                            static_cast<uint16_t>(cluster_.total + kTimecodeSize)};
 }
 
-// Is there room in the work buffer? A frame of a kind that makes no block repeats the last one, which had it.
-bool CMkvPacket::Fits(uint32_t kind, uint32_t data_length) const {
-    return work_ != nullptr && (!CClusters::IsBlockKind(kind) || CClusters::BlockSize(data_length) <= kWorkBufferSize);
+// Is the work buffer large enough? A frame of a kind that makes no block repeats the last one, which had it.
+bool CMkvPacket::Fits(uint32_t kind, uint32_t data_length) {
+    return !CClusters::IsBlockKind(kind) || CClusters::BlockSize(data_length) <= kWorkBufferSize;
 }
 
 void CMkvPacket::WriteBlock(uint8_t track, const MkvBlock& block) {

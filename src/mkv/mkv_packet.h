@@ -65,7 +65,7 @@ class CMkvPacket : public CPackage {
     bool OpenAudioTrack(const MXFrameInfo& frame);
     void StartCluster();
     void AddCue(uint32_t relative_time);
-    bool Fits(uint32_t kind, uint32_t data_length) const;
+    static bool Fits(uint32_t kind, uint32_t data_length);
     void WriteBlock(uint8_t track, const MkvBlock& block);
     void WriteTrackEntries();
     std::vector<uint8_t> ComposeCues() const;

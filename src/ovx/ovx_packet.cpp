@@ -4,6 +4,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "codec/crc32.h"
 #include "core/byte_writer.h"
@@ -111,12 +112,17 @@ uint32_t COvxPacket::inputFrameEx(MXFrameInfo* frame, Basalt::CPacket& packet) {
 }
 
 uint32_t COvxPacket::setEncryptType(uint32_t type, const void* key, uint32_t key_length) {
-    cipher_.reset();
-    if (key != nullptr && key_length != 0) {
-        if (type != MX_ENCRYPT_AES) return MX_FAILED;
-        cipher_ = std::make_unique<CAes>();
+    if (key == nullptr || key_length == 0) {
+        cipher_.reset();
+    } else if (type != MX_ENCRYPT_AES) {
+        cipher_.reset();
+        return MX_FAILED;
+    } else {
+        // Without memory for the new cipher the old one stays: frames that are to be secret do not go plain for it.
+        auto cipher = std::make_unique<CAes>();
         // A refused key is not reported: the cipher is then not ready, and frames stay plain.
-        cipher_->setKey(key, key_length);
+        cipher->setKey(key, key_length);
+        cipher_ = std::move(cipher);
         encrypt_type_ = static_cast<uint8_t>(type);
     }
     if (work_buffer_ == nullptr) work_buffer_.reset(new (std::nothrow) uint8_t[kWorkBufferSize]);

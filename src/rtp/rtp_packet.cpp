@@ -1,6 +1,7 @@
 #include "rtp/rtp_packet.h"
 
 #include <cstdlib>
+#include <new>
 
 #include "codec/audio_measures.h"
 #include "core/frame_kinds.h"
@@ -35,6 +36,16 @@ bool CountsForItself(const MXFrameInfo& frame) {
            (frame.encode_type == MX_VIDEO_H265 || frame.encode_type == MX_VIDEO_MJPEG);
 }
 
+// The list of the packets' sizes may find no memory. The frame is lost then, and its time has gone by all the same.
+template <typename Packetiser>
+uint32_t WithMemory(Packetiser packetise) {
+    try {
+        return packetise();
+    } catch (const std::bad_alloc&) {
+        return MX_NO_RESOURCES;
+    }
+}
+
 }  // namespace
 
 // An SSRC has to differ from others, no more (RFC 3550 8.1).
@@ -56,7 +67,9 @@ uint32_t CRtpPacket::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (check != MX_OK) return check;
     if (own_buffer_ == nullptr) own_buffer_ = AllocateLarge(kRunCapacity);
     const std::span<uint8_t> area(own_buffer_.get(), own_buffer_ != nullptr ? kRunCapacity : 0);
-    return frame->frame_type == MX_FRAME_VIDEO ? PackVideo(*frame, area) : PackAudio(*frame, area, true);
+    const uint32_t result =
+        frame->frame_type == MX_FRAME_VIDEO ? PackVideo(*frame, area) : PackAudio(*frame, area, true);
+    return result != MX_OK && own_buffer_ == nullptr ? uint32_t{MX_NO_RESOURCES} : result;
 }
 
 uint32_t CRtpPacket::inputFrameEx(MXFrameInfo* frame, Basalt::CPacket& packet) {
@@ -106,7 +119,7 @@ uint32_t CRtpPacket::PackVideo(MXFrameInfo& frame, std::span<uint8_t> area) {
     video_.timestamp = clock_.StepVideo(frame);
     Begin(area, video_);
     // A frame may come to no packet at all, and still has to have a place to go to.
-    const uint32_t result = area.data() != nullptr ? Packetise(frame) : uint32_t{MX_FAILED};
+    const uint32_t result = area.data() != nullptr ? WithMemory([&] { return Packetise(frame); }) : uint32_t{MX_FAILED};
     clock_.EndVideo(frame);
     if (result == MX_OK) Send();
     return result;
@@ -120,11 +133,13 @@ uint32_t CRtpPacket::PackAudio(MXFrameInfo& frame, std::span<uint8_t> area, bool
     }
     const double duration = GetAudioFrameDuration(frame);
     audio_.timestamp = clock_.StepAudio(frame, duration);
-    // Receivers rely on this: PCM goes out in network order, and the caller's frame is left that way.
-    if (swap_pcm && frame.encode_type == MX_AUDIO_PCM16 && !SwapPcm16(frame)) return MX_FAILED;
+    // Receivers rely on this: PCM goes out in network order, and the caller's frame is left that way. It stays as it is
+    // when there is no place for it.
+    const bool swaps = swap_pcm && area.data() != nullptr && frame.encode_type == MX_AUDIO_PCM16;
+    if (swaps && !SwapPcm16(frame)) return MX_FAILED;
     // Receivers rely on this: audio of another codec goes out as if it were video.
     Begin(area, IsRtpAudio(frame.encode_type) ? audio_ : video_);
-    const uint32_t result = packetiseGeneric(frame, run_);
+    const uint32_t result = WithMemory([&] { return packetiseGeneric(frame, run_); });
     clock_.EndAudio(frame, duration);
     if (result == MX_OK) Send();
     return result;

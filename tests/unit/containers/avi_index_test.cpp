@@ -56,21 +56,51 @@ TEST(AviStandardIndex, AnEmptyOneIsAHeader) {
                                                           Text("00dc") + Bytes("1C 10 00 00 00 00 00 00  00 00 00 00"));
 }
 
-TEST(AviIndex, OneThatLostItsMemoryStartsAgain) {
+TEST(AviStandardIndex, OneThatCannotGrowKeepsWhatItHas) {
     AviStandardIndex index(AviStream::Video);
     for (uint32_t i = 0; i < 2044; ++i)  // fills the first 16384 bytes
         index.Add(i, i);
     {
         const test::FailingAllocations failing;
+        EXPECT_FALSE(index.Reserve());
         index.Add(1, 1);
-        EXPECT_EQ(index.Entries(), 0u);
-        EXPECT_EQ(index.Compose(0).size(), 32u);
-        AviStandardIndex without_memory(AviStream::Video);
-        EXPECT_TRUE(without_memory.Compose(0).empty());
+        EXPECT_EQ(index.Entries(), 2044u);
+        EXPECT_EQ(index.Compose(0).size(), 16384u);
     }
+    EXPECT_TRUE(index.Reserve());
     index.Add(7, 8);
-    EXPECT_EQ(index.Entries(), 1u);
-    EXPECT_EQ(index.Compose(0).size(), 40u);
+    EXPECT_EQ(index.Entries(), 2045u);
+    const auto chunk = index.Compose(0);
+    ASSERT_EQ(chunk.size(), 16392u);
+    EXPECT_EQ(ByteVector(chunk.end() - 16, chunk.end()), Bytes("FB 07 00 00 FB 07 00 00  07 00 00 00 08 00 00 00"));
+}
+
+TEST(AviLegacyIndex, OneThatCannotGrowKeepsWhatItHas) {
+    AviLegacyIndex index;
+    for (uint32_t i = 0; i < 1023; ++i)  // 16376 bytes
+        index.Add(AviStream::Video, 16, i, i);
+    {
+        const test::FailingAllocations failing;
+        EXPECT_FALSE(index.Reserve());
+        index.Add(AviStream::Audio, 1, 1, 1);
+        EXPECT_EQ(index.Compose().size(), 16376u);
+    }
+    index.Add(AviStream::Audio, 16, 7, 8);
+    const auto chunk = index.Compose();
+    ASSERT_EQ(chunk.size(), 16392u);
+    EXPECT_EQ(ByteVector(chunk.begin(), chunk.begin() + 8), Text("idx1") + Bytes("00 40 00 00"));
+    EXPECT_EQ(ByteVector(chunk.end() - 32, chunk.end()), Text("00dc") + Bytes("10 00 00 00 FE 03 00 00 FE 03 00 00") +
+                                                             Text("01wb") +
+                                                             Bytes("10 00 00 00 07 00 00 00 08 00 00 00"));
+}
+
+// What a file without sound, or without frames, ends with takes no memory.
+TEST(AviIndex, AnEmptyOneNeedsNoMemory) {
+    AviStandardIndex standard(AviStream::Video);
+    AviLegacyIndex legacy;
+    const test::FailingAllocations failing;
+    EXPECT_EQ(standard.Compose(0).size(), 32u);
+    EXPECT_EQ(legacy.Compose().size(), 8u);
 }
 
 }  // namespace

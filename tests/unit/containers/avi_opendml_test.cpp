@@ -451,8 +451,7 @@ int32_t DropBlock(const MXOutputBlock* /*block*/, void* /*user*/) {
     return 0;
 }
 
-// The next RIFF goes on in the memory of the one before. What is made: its writer, and the index of the sound that
-// never came, which is written all the same.
+// The next RIFF goes on in the memory of the one before.
 TEST_F(AviLimit, AnAvixTakesOverTheIndexes) {
     packet.setCallback(DropBlock, nullptr);
     for (int i = 0; i < 5000; ++i)
@@ -461,18 +460,19 @@ TEST_F(AviLimit, AnAvixTakesOverTheIndexes) {
     EXPECT_EQ(Give(kRest), 0u);  // ends the first RIFF
     for (int i = 0; i < 5000; ++i)
         Give(16);
-    EXPECT_EQ(allocations.Count(), 2u);
+    EXPECT_EQ(allocations.Count(), 0u);
 }
 
-TEST_F(AviLimit, AWriterThatCannotBeMadeIsMissedByTheNextFrame) {
+TEST_F(AviLimit, ARiffEndsAndTheNextBeginsWithoutMemory) {
     packet.setCallback(DropBlock, nullptr);
     EXPECT_EQ(Give(kRest - 100), 0u);
+    Give(16);
     {
         const test::FailingAllocations failing;
-        EXPECT_EQ(Give(200), 4u);
+        EXPECT_EQ(Give(200), 0u);
+        EXPECT_EQ(Give(100), 0u);
+        EXPECT_EQ(packet.createTailer(nullptr, 0), 0u);
     }
-    EXPECT_EQ(Give(100), 6u);
-    EXPECT_EQ(packet.createTailer(nullptr, 0), 0u);
 }
 
 }  // namespace

@@ -435,6 +435,51 @@ TEST_F(AviPacket, AFrameWithoutMemoryIsDropped) {
     EXPECT_EQ(Slice(TailList(), 12 + 24, 4), Bytes("01 00 00 00"));  // dwTotalFrames
 }
 
+// A frame that is dropped opens no stream: the file begins with the next key frame.
+TEST_F(AviPacket, AKeyFrameWithoutMemoryOpensNothing) {
+    packet.createHeader(nullptr, 0);
+    ByteVector data(4);
+    MXFrameInfo key = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    MXFrameInfo other = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_P);
+    {
+        const test::FailingAllocations failing;
+        EXPECT_EQ(packet.inputFrame(&key, 0), 0u);
+    }
+    EXPECT_EQ(packet.inputFrame(&other, 0), 0u);
+    EXPECT_EQ(sink.blocks.size(), 3u);
+}
+
+// Frame by frame until idx1 has to grow and can't: the frame is dropped, and those before are still in the index.
+TEST_F(AviPacket, AnIndexThatCannotGrowKeepsTheFile) {
+    packet.createHeader(nullptr, 0);
+    ByteVector data(4);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    for (int i = 0; i < 1023; ++i)  // 8 bytes and 16 each: the first 16384 bytes have no room for another
+        ASSERT_EQ(packet.inputFrame(&frame, 0), 0u);
+    const size_t end = sink.file.size();
+    {
+        const test::FailingAllocations failing;
+        ASSERT_EQ(packet.inputFrame(&frame, 0), 0u);
+    }
+    EXPECT_EQ(sink.file.size(), end);
+    ASSERT_EQ(packet.inputFrame(&frame, 0), 0u);
+    packet.createTailer(nullptr, 0);
+    EXPECT_EQ(sink.file.size(), end + 12 + 8 + 1024 * 16);
+    EXPECT_EQ(Slice(sink.file, end + 12, 8), Text("idx1") + Bytes("00 40 00 00"));
+}
+
+// 16 bytes of idx1 and 8 of ix00 a frame: however many frames, each byte is moved a few times and no more.
+TEST(AviPacketMemory, TheIndexesGrowByHalves) {
+    CAviPacket packet(2);
+    packet.createHeader(nullptr, 0);
+    ByteVector data(4);
+    MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
+    const test::AllocationCounter allocations;
+    for (int i = 0; i < 1000000; ++i)
+        packet.inputFrame(&frame, 0);
+    EXPECT_LE(allocations.Bytes(), 4u * 24 * 1000000);
+}
+
 TEST_F(AviPacket, BehindTheTailFramesAreDroppedAndTheTailMayBeRepeated) {
     packet.createHeader(nullptr, 0);
     Video(ByteVector(4));

@@ -151,7 +151,7 @@ TEST(MkvResources, WithoutAWorkBufferNothingStarts) {
         const auto packet = std::make_unique<CMkvPacket>(MX_FORMAT_MKV, &param);
         EXPECT_EQ(packet->init(), 0u);
         EXPECT_EQ(packet->createHeader(nullptr, 0), 3u);
-        EXPECT_EQ(Give(*packet, MX_SUB_I, 25), 3u);
+        EXPECT_EQ(Give(*packet, MX_SUB_I, 25), 4u);
         EXPECT_EQ(packet->createTailer(nullptr, 0), 3u);
     }
     EXPECT_TRUE(sink.blocks.empty());

@@ -527,17 +527,23 @@ TEST_F(RtpPacket, WithoutABufferFramesFailAndTheNextOneAsksAgain) {
     for (const uint32_t codec : {2u, 1u, 3u, 12u}) {
         data = codec == 3 ? Bytes("FF DA 00 02 AA BB") : Bytes("00 00 01 02 01 AA");
         MXFrameInfo frame = test::VideoFrame(data, codec, MX_SUB_P, 40);
-        EXPECT_EQ(pooled.inputFrame(&frame, 0), 3u) << codec;
+        EXPECT_EQ(pooled.inputFrame(&frame, 0), 4u) << codec;
     }
     // So do frames that come to no packet at all.
     pooled.SetRtpValue("rtp_packet_output_all_flag", 1);
     for (const uint32_t codec : {3u, 12u}) {
         data = codec == 3 ? Bytes("FF DA 00 02") : Bytes("02 01 AA BB");
         MXFrameInfo frame = test::VideoFrame(data, codec, MX_SUB_P, 40);
-        EXPECT_EQ(pooled.inputFrame(&frame, 0), 3u) << codec;
+        EXPECT_EQ(pooled.inputFrame(&frame, 0), 4u) << codec;
         Basalt::CPacket none;
         EXPECT_EQ(pooled.inputFrameEx(&frame, none), 3u) << codec;
     }
+    // PCM that has no place to go to stays in the machine's order: the frame may be given again.
+    pooled.SetRtpValue("rtp_audio_sample", 8000);
+    ByteVector pcm = Bytes("01 02 03 04");
+    MXFrameInfo sound = test::AudioFrame(pcm, MX_AUDIO_PCM16, 40);
+    EXPECT_EQ(pooled.inputFrame(&sound, 0), 4u);
+    EXPECT_EQ(pcm, Bytes("01 02 03 04"));
     EXPECT_TRUE(sink.blocks.empty());
     Pool::empty = false;
     Pool::made = 0;

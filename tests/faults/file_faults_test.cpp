@@ -1,0 +1,179 @@
+// Every write of a file component fails in turn. A block that can't be written is lost, and nothing else: the rest of
+// the file is as without the fault. An interrupted write and one that takes half are made up for.
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include "Muxora.h"
+#include "core/clock.h"
+#include "support/iso_frames.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+enum class Fault { kNone, kNoSpace, kIoError, kInterrupted, kShort };
+
+struct Write {
+    int64_t at;
+    size_t length;
+};
+
+// What the next writes of this thread do.
+struct Plan {
+    Fault fault = Fault::kNone;
+    uint64_t first = 0;   // the write that fails
+    uint64_t count = 0;   // how many from there on
+    uint64_t writes = 0;  // so far
+    std::vector<Write> lost;
+};
+Plan* g_plan = nullptr;
+
+ssize_t PlannedWrite(int file, const void* data, size_t length, int64_t at) {
+    const auto write = [&](size_t size) { return syscall(SYS_pwrite64, file, data, size, at); };
+    if (g_plan == nullptr) return write(length);
+    const uint64_t number = g_plan->writes++;
+    if (number < g_plan->first || number - g_plan->first >= g_plan->count) return write(length);
+    switch (g_plan->fault) {
+        case Fault::kNoSpace:
+        case Fault::kIoError:
+            g_plan->lost.push_back({at, length});
+            errno = g_plan->fault == Fault::kNoSpace ? ENOSPC : EIO;
+            return -1;
+        case Fault::kInterrupted:
+            errno = EINTR;
+            return -1;
+        case Fault::kShort:
+            return write((length + 1) / 2);
+        default:
+            return write(length);
+    }
+}
+
+}  // namespace
+
+// In the place of the C library's.
+extern "C" ssize_t pwrite(int file, const void* data, size_t length, off_t at) {
+    return PlannedWrite(file, data, length, at);
+}
+extern "C" ssize_t pwrite64(int file, const void* data, size_t length, off64_t at) {
+    return PlannedWrite(file, data, length, at);
+}
+
+namespace {
+
+using Orvane::Muxora::AttributeMap;
+using Orvane::Muxora::CFilePackage;
+using Orvane::Muxora::ScopedClock;
+using test::ByteVector;
+
+class FileFaults : public testing::TestWithParam<const char*> {
+  protected:
+    ~FileFaults() override { g_plan = nullptr; }
+
+    // The file of some 40 frames, written under the plan.
+    ByteVector Record(Plan& plan) {
+        const std::string path = folder.Path("file");
+        const bool sound_alone = std::string(GetParam()) == "wav";
+        g_plan = &plan;
+        {
+            CFilePackage package(GetParam());
+            EXPECT_TRUE(package.open(path.c_str()));
+            for (uint8_t i = 0; i < 20; ++i) {
+                ByteVector picture = i == 0 ? test::KeyFrame() : test::PFrame(i);
+                picture.resize(200 + 50 * i, static_cast<uint8_t>(0x21 + i));
+                const AttributeMap video = {{"frametype", 86},
+                                            {"framesubtype", i == 0 ? 1 : 2},
+                                            {"encodetype", 2},
+                                            {"width", 1920},
+                                            {"height", 1080},
+                                            {"rate", 25},
+                                            {"timestamp", 1000 + 40 * i}};
+                if (!sound_alone) package.inputFrame(picture.data(), static_cast<unsigned>(picture.size()), video);
+                const bool g711 = sound_alone || std::string(GetParam()) == "ovx" || std::string(GetParam()) == "asf";
+                const ByteVector bytes = g711 ? ByteVector(320, i) : test::AdtsFrame(100, i);
+                const AttributeMap sound = {{"frametype", 65},        {"encodetype", g711 ? 28 : 33},
+                                            {"samplespersec", 48000}, {"bitspersample", 16},
+                                            {"channels", 2},          {"timestamp", 1000 + 40 * i}};
+                package.inputFrame(bytes.data(), static_cast<unsigned>(bytes.size()), sound);
+            }
+            EXPECT_TRUE(package.close());
+        }
+        g_plan = nullptr;
+        return test::ReadFile(path);
+    }
+
+    const ScopedClock clock{1700000000};
+    const test::TempFolder folder;
+};
+
+INSTANTIATE_TEST_SUITE_P(All, FileFaults,
+                         testing::Values("mp4", "mov", "3gp", "mp464", "mov64", "mp4noseek", "asf", "mkv", "avi", "ovx",
+                                         "flv", "wav"),
+                         [](const auto& info) { return info.param; });
+
+TEST_P(FileFaults, AWriteThatFailsLosesItsBlockAlone) {
+    Plan none;
+    const ByteVector clean = Record(none);
+    ASSERT_GT(none.writes, 20u);
+    uint64_t points = 0;
+    for (const Fault fault : {Fault::kNoSpace, Fault::kIoError}) {
+        for (const uint64_t count : {uint64_t{1}, uint64_t{3}, UINT64_MAX}) {
+            for (uint64_t first = 0; first < none.writes; ++first, ++points) {
+                SCOPED_TRACE(testing::Message() << "write " << first << ", " << count << " of them");
+                Plan plan{fault, first, count, 0, {}};
+                const ByteVector file = Record(plan);
+                EXPECT_EQ(plan.writes, none.writes);
+                ASSERT_LE(file.size(), clean.size());
+                std::vector<bool> lost(clean.size());
+                for (const Write& write : plan.lost) {
+                    for (size_t i = 0; i < write.length; ++i)
+                        lost[static_cast<size_t>(write.at) + i] = true;
+                }
+                for (size_t i = 0; i < clean.size(); ++i) {
+                    if (lost[i]) continue;
+                    ASSERT_LT(i, file.size()) << "the file is too short";
+                    ASSERT_EQ(file[i], clean[i]) << "at " << i;
+                }
+            }
+        }
+    }
+    std::printf("%-10s writes %3llu  points %4llu\n", GetParam(), static_cast<unsigned long long>(none.writes),
+                static_cast<unsigned long long>(points));
+}
+
+TEST_P(FileFaults, InterruptedAndShortWritesAreMadeUpFor) {
+    Plan none;
+    const ByteVector clean = Record(none);
+    for (const Fault fault : {Fault::kInterrupted, Fault::kShort}) {
+        for (const uint64_t count : {uint64_t{1}, uint64_t{3}}) {
+            for (uint64_t first = 0; first < none.writes; ++first) {
+                Plan plan{fault, first, count, 0, {}};
+                ASSERT_EQ(Record(plan), clean) << "write " << first;
+            }
+        }
+    }
+}
+
+// A limit on the size of files, in a process of its own: it must neither die of the signal nor see it.
+TEST_P(FileFaults, ALimitOnTheSizeOfFilesKillsNobody) {
+    const pid_t child = fork();
+    ASSERT_NE(child, -1);
+    if (child == 0) {
+        const rlimit limit{2000, 2000};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        Plan plan;
+        const ByteVector file = Record(plan);
+        _exit(file.size() == 2000 ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "status " << status;
+}
+
+}  // namespace
