@@ -10,6 +10,7 @@
 
 #include "MuxoraExt.h"
 #include "media_input/av_handles.h"
+#include "support/avc_stream.h"
 #include "support/clip.h"
 #include "support/process.h"
 
@@ -117,6 +118,7 @@ Bytes Trimmed(const uint8_t* data, size_t size) {
 
 std::vector<Unit> ByParser(const StreamCase& one, const Bytes& stream) {
     using Orvane::Muxora::Tools::AvPtr;
+    av_log_set_level(AV_LOG_QUIET);  // of the pictures that are not there
     AvPtr<AVCodecContext> context(avcodec_alloc_context3(avcodec_find_decoder(one.codec)));
     AvPtr<AVCodecParserContext> parser(av_parser_init(one.codec));
     if (!context || !parser) throw std::runtime_error("no parser");
@@ -303,6 +305,40 @@ TEST_P(AccessUnitsOf, AreThoseOfTheParser) {
 
 INSTANTIATE_TEST_SUITE_P(Streams, AccessUnitsOf, testing::ValuesIn(kCases),
                          [](const auto& test) { return test.param.name; });
+
+// Fields coded one by one, which no encoder at hand makes: what parsers look at is there, the pictures are not.
+TEST(AccessUnits, FieldsOfH264AreThoseOfTheParser) {
+    using test::operator+;
+    const StreamCase one{"", {}, {}, "", MX_FRAME_VIDEO, MX_VIDEO_H264, AV_CODEC_ID_H264, 80};
+    std::mt19937 random(3);
+    Bytes stream = test::AvcSps(true) + test::AvcPps();
+    for (uint32_t field = 0; field < one.units; ++field) {
+        const bool second = field % 2 != 0;
+        test::AvcSliceFields slice{.type = field % 3 == 0 ? 6u : 5u,  // B and P
+                                   .frame_num = field / 2 % 16,
+                                   .field = second ? 2 : 1,
+                                   .poc = field % 16};
+        if (field % 20 == 0) slice = {.header = 0x65, .type = 7, .field = 1, .poc = 0};
+        for (uint32_t part = 0; part < 3; ++part) {
+            slice.first_mb = part * 200;
+            stream = stream + test::AvcSlice(slice) + Bytes(random() % 300, 0x5A);
+        }
+    }
+    const std::vector<Unit> expected = ByParser(one, stream);
+    ASSERT_EQ(expected.size(), one.units);
+    for (const size_t largest : {size_t{1}, size_t{50}, size_t{5000}, stream.size()}) {
+        Cutter cutter(one);
+        for (size_t at = 0; at < stream.size();) {
+            const size_t size = std::min<size_t>(random() % largest + 1, stream.size() - at);
+            cutter.Give(stream.data() + at, size);
+            at += size;
+        }
+        const std::vector<Unit> units = cutter.End();
+        ASSERT_EQ(units.size(), expected.size());
+        for (size_t i = 0; i < units.size(); ++i)
+            ASSERT_EQ(units[i], expected[i]) << "unit " << i << ", pieces of " << largest;
+    }
+}
 
 // What the streams state of themselves.
 TEST(AccessUnits, TellSizeAndRate) {

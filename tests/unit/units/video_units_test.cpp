@@ -2,64 +2,22 @@
 #include <gtest/gtest.h>
 
 #include "support/allocation_counter.h"
-#include "support/bits.h"
+#include "support/avc_stream.h"
 #include "units_fixture.h"
 
 namespace Orvane::Muxora {
 namespace {
 
-using test::BitString;
+using test::AvcPps;
+using test::AvcSlice;
+using test::AvcSps;
 using test::Bytes;
 using test::ByteVector;
+using test::Idr;
+using test::kStartCode;
 using test::operator+;
 
-const ByteVector kCode = Bytes("00 00 00 01");
-
 // ----------------------------------------------------------------------------------------------------- H.264
-
-// ITU-T H.264 7.3.2.1.1: 640 by 480 in macroblocks, frame_num of 4 bits, picture order of type 0 in 4 bits, fields
-// allowed where `fields` says so, 30000 / 1001 frames a second.
-ByteVector AvcSps(bool fields = false, uint32_t id = 0, uint32_t width_in_mbs = 40) {
-    BitString bits;
-    bits.Put(77, 8).Put(0, 8).Put(30, 8).Ue(id).Ue(0).Ue(0).Ue(0).Ue(2).Put(0, 1);
-    bits.Ue(width_in_mbs - 1).Ue(fields ? 14 : 29).Put(fields ? 0 : 1, 1);
-    if (fields) bits.Put(0, 1);
-    bits.Put(1, 1).Put(0, 1);  // direct_8x8_inference_flag, no cropping
-    bits.Put(1, 1).Put(0, 4);  // VUI without aspect, overscan, signal type, chroma location
-    bits.Put(1, 1).Put(1001, 32).Put(60000, 32).Put(1, 1);
-    bits.Put(0, 2).Put(0, 1).Put(0, 1).Put(1, 1);  // no HRD, pic_struct, restriction; stop bit
-    return kCode + Bytes("67") + bits.Bytes();
-}
-ByteVector AvcPps(bool redundant = false) {
-    BitString bits;
-    bits.Ue(0).Ue(0).Put(0, 2).Ue(0).Ue(0).Ue(0).Put(0, 3).Ue(0).Ue(0).Ue(0).Put(0, 2).Put(redundant ? 1 : 0, 1);
-    return kCode + Bytes("68") + bits.Put(1, 1).Bytes();
-}
-
-struct Slice {
-    uint8_t header = 0x41;  // nal_ref_idc 2, type 1
-    uint32_t first_mb = 0;
-    uint32_t type = 5;  // P
-    uint32_t frame_num = 0;
-    int field = -1;  // -1: the SPS has none, 0: frame, 1: top, 2: bottom
-    uint32_t idr_pic_id = 0;
-    uint32_t poc = 0;
-    int redundant = -1;  // -1: the PPS has none
-};
-
-ByteVector AvcSlice(const Slice& slice) {
-    BitString bits;
-    bits.Ue(slice.first_mb).Ue(slice.type).Ue(0).Put(slice.frame_num, 4);
-    if (slice.field >= 0) bits.Put(slice.field != 0 ? 1 : 0, 1);
-    if (slice.field > 0) bits.Put(slice.field == 2 ? 1 : 0, 1);
-    if ((slice.header & 31) == 5) bits.Ue(slice.idr_pic_id);
-    bits.Put(slice.poc, 4);
-    if (slice.redundant >= 0) bits.Ue(static_cast<uint64_t>(slice.redundant));
-    return kCode + ByteVector{slice.header} + bits.Put(0x2AAAAA, 23).Bytes('1') + ByteVector(60, 0x5A);
-}
-Slice Idr(uint32_t idr_pic_id = 0) {
-    return {.header = 0x65, .type = 7, .idr_pic_id = idr_pic_id};
-}
 
 class AvcUnits : public testing::Test {
   protected:
@@ -126,20 +84,20 @@ TEST_F(AvcUnits, RedundantSlicesBelongToThePicture) {
 TEST_F(AvcUnits, NalUnitsOfOtherTypesBeginOneBehindAPicture) {
     const ByteVector slice = AvcSlice(Idr());
     for (const char* first : {"06 01 01 80", "07 4D 00", "08 80", "09 F0", "0F 00", "10 00", "12 00"})
-        ExpectUnits({sets + slice, kCode + Bytes(first) + AvcSlice({.frame_num = 1})});
+        ExpectUnits({sets + slice, kStartCode + Bytes(first) + AvcSlice({.frame_num = 1})});
     // Filler data, the ends, auxiliary and extension slices go with the picture before.
     for (const char* behind : {"0C FF 80", "0A", "0B", "13 88", "74 80 00"})
-        ExpectUnits({sets + slice + kCode + Bytes(behind), AvcSlice({.frame_num = 1})});
+        ExpectUnits({sets + slice + kStartCode + Bytes(behind), AvcSlice({.frame_num = 1})});
 }
 
 TEST_F(AvcUnits, BehindTheEndOfASequenceAnotherUnitBegins) {
     // The same slice again would belong to the picture, were it not for the end.
     const ByteVector slice = AvcSlice({.header = 0x65, .first_mb = 3, .type = 7});
-    ExpectUnits({sets + slice + slice + kCode + Bytes("0A") + kCode + Bytes("0B"), slice});
+    ExpectUnits({sets + slice + slice + kStartCode + Bytes("0A") + kStartCode + Bytes("0B"), slice});
 }
 
 TEST_F(AvcUnits, APrefixGoesWithTheSliceBehindIt) {
-    const ByteVector prefix = kCode + Bytes("6E 40 00 00");
+    const ByteVector prefix = kStartCode + Bytes("6E 40 00 00");
     const ByteVector second = AvcSlice({.header = 0x65, .first_mb = 9, .type = 7});
     ExpectUnits({sets + prefix + AvcSlice(Idr()) + prefix + second, prefix + AvcSlice({.frame_num = 1}),
                  prefix + AvcSlice({.frame_num = 2})});
@@ -167,9 +125,9 @@ TEST_F(AvcUnits, TheMostGeneralSliceIsTheKindOfThePicture) {
 }
 
 TEST_F(AvcUnits, ARecoveryPointOfNoFramesIsAKeyFrame) {
-    const ByteVector recovery = kCode + Bytes("06 06 01 C4 80");  // recovery_frame_cnt 0
-    const ByteVector later = kCode + Bytes("06 06 01 24 80");     // 3
-    const ByteVector behind_another = kCode + Bytes("06 05 02 AA BB 06 01 C4 80");
+    const ByteVector recovery = kStartCode + Bytes("06 06 01 C4 80");  // recovery_frame_cnt 0
+    const ByteVector later = kStartCode + Bytes("06 06 01 24 80");     // 3
+    const ByteVector behind_another = kStartCode + Bytes("06 05 02 AA BB 06 01 C4 80");
     const std::vector<Given> given =
         units.All(sets + recovery + AvcSlice({.type = 7}) + later + AvcSlice({.type = 7, .frame_num = 1}) +
                   behind_another + AvcSlice({.type = 7, .frame_num = 2}));
@@ -188,7 +146,7 @@ TEST_F(AvcUnits, WhatComesAheadOfTheFirstStartCodeIsLeftOut) {
     ASSERT_EQ(given.size(), 1u);
     EXPECT_EQ(given[0].bytes, picture);
     EXPECT_TRUE(units.All(Bytes("01 02 03 04 05 06 07 08")).empty());
-    EXPECT_TRUE(units.All(kCode + Bytes("09 F0") + AvcSps() + AvcPps()).empty()) << "no picture";
+    EXPECT_TRUE(units.All(kStartCode + Bytes("09 F0") + AvcSps() + AvcPps()).empty()) << "no picture";
     EXPECT_EQ(units.All(AvcSlice(Idr()) + Bytes("00 00 01")).size(), 1u) << "a start code and nothing behind it";
 }
 
@@ -298,20 +256,20 @@ TEST(Units, WhatTheCIsAskedWrongly) {
 
 // A slice segment of the base layer: first_slice_segment_in_pic_flag, and bytes.
 ByteVector HevcSlice(uint8_t type, bool first) {
-    return kCode + ByteVector{static_cast<uint8_t>(type << 1), 1, static_cast<uint8_t>(first ? 0xAF : 0x2F)} +
+    return kStartCode + ByteVector{static_cast<uint8_t>(type << 1), 1, static_cast<uint8_t>(first ? 0xAF : 0x2F)} +
            ByteVector(60, 0x5A);
 }
 
 TEST(HevcUnits, TheFirstSegmentAndWhatStandsAheadOfItBeginAUnit) {
-    const ByteVector vps = kCode + Bytes("40 01 0C");
+    const ByteVector vps = kStartCode + Bytes("40 01 0C");
     std::vector<ByteVector> expected{vps + HevcSlice(19, true) + HevcSlice(19, false), HevcSlice(1, true)};
     for (const char* first :
          {"40 01 0C", "42 01 01", "44 01 C1", "46 01 50", "4E 01 05 00 80", "52 01", "58 01", "60 01", "6E 01"})
-        expected.push_back(kCode + Bytes(first) + HevcSlice(1, true));
+        expected.push_back(kStartCode + Bytes(first) + HevcSlice(1, true));
     // Suffix SEI, filler, reserved and unspecified units, units of other layers and the end go with the picture.
     for (const char* behind : {"50 01 05 00 80", "4C 01", "5A 01", "70 01", "02 09 80", "40 09", "46 09", "4A 01"})
-        expected.push_back(HevcSlice(0, true) + kCode + Bytes(behind));
-    expected.push_back(HevcSlice(1, true) + kCode + Bytes("48 01") + kCode + Bytes("4A 01"));
+        expected.push_back(HevcSlice(0, true) + kStartCode + Bytes(behind));
+    expected.push_back(HevcSlice(1, true) + kStartCode + Bytes("48 01") + kStartCode + Bytes("4A 01"));
     expected.push_back(HevcSlice(1, false));  // its sequence has ended, so it is another picture
     ByteVector stream;
     for (const ByteVector& unit : expected)
