@@ -1,5 +1,6 @@
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
+#if !defined(NOMINMAX)
+#define NOMINMAX  // libstdc++ has it already
+#endif
 #include <windows.h>
 
 #include <algorithm>

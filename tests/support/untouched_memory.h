@@ -2,8 +2,9 @@
 #pragma once
 
 #if defined(_WIN32)
-#define WIN32_LEAN_AND_MEAN
-#define NOMINMAX
+#if !defined(NOMINMAX)
+#define NOMINMAX  // libstdc++ has it already
+#endif
 #include <windows.h>
 #else
 #include <sys/mman.h>
