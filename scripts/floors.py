@@ -22,7 +22,8 @@ BELOW["api"] = ["basalt", "core", "codec", *FAMILIES]
 PUBLIC = {
     "MuxoraAPI.h": [],
     "MuxoraExt.h": ["MuxoraAPI.h"],
-    "Muxora.h": ["basalt", "MuxoraAPI.h"],
+    "MuxoraKeys.h": [],
+    "Muxora.h": ["basalt", "MuxoraAPI.h", "MuxoraKeys.h"],
     "basalt": ["basalt"],
 }
 # Users of the library see its public headers alone (unit tests and the kernels' bench look inside).
