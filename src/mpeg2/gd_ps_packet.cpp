@@ -28,11 +28,17 @@ constexpr uint32_t kAudioStep = 3240;  // 36 ms at 90 kHz
 constexpr uint32_t kHeaderArea = 64;
 constexpr uint32_t kMapSize = 36;
 
-// PES_packet_length, flags and PES_header_data_length of a header with `fields` bytes of optional fields, padded so
-// that header and payload together are a multiple of 4. Returns the number of padding bytes to come.
+constexpr uint32_t kFixedPesHeader = 9;  // up to PES_header_data_length
+
+// Bytes that make header and payload together a multiple of 4.
+uint32_t PesPadding(uint32_t payload, uint32_t fields) {
+    return (4 - (kFixedPesHeader + fields + payload) % 4) % 4;
+}
+
+// PES_packet_length, flags and PES_header_data_length of a header with `fields` bytes of optional fields. Returns the
+// number of padding bytes to come.
 uint32_t PutPesLengths(ByteCursor& header, uint32_t payload, uint8_t pts_dts_flags, uint32_t fields) {
-    const uint32_t unpadded = header.Size() + 5 + fields + payload;
-    const uint32_t padding = (4 - unpadded % 4) % 4;
+    const uint32_t padding = PesPadding(payload, fields);
     header
         .BE16(static_cast<uint16_t>(3 + fields + padding + payload))  // PES_packet_length
         .U8(0x80)
@@ -122,6 +128,11 @@ int64_t CGDPsPacket::writeVideoPes(const uint8_t* data, uint32_t length, CGrowBu
         header.Fill(0xFF, PutPesLengths(header, length, kNoTimes, 0));
     }
     return AppendPes(header, data, length, out);
+}
+
+uint32_t CGDPsPacket::videoPesHeaderSize(uint32_t length, bool first) const {
+    const uint32_t fields = first ? kTimestampSize : 0;
+    return kFixedPesHeader + fields + PesPadding(length, fields);
 }
 
 int64_t CGDPsPacket::writeAudioPes(const uint8_t* data, uint32_t length, CGrowBuffer* out) {

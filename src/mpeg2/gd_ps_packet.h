@@ -17,6 +17,7 @@ class CGDPsPacket : public CPSPackaging {
     int64_t writeStreamMap(const MXFrameInfo* frame, CGrowBuffer* out) override;
     int64_t writeSystemHeader(const MXFrameInfo* frame, CGrowBuffer* out) override;
     int64_t writeVideoPes(const uint8_t* data, uint32_t length, CGrowBuffer* out, bool first) override;
+    uint32_t videoPesHeaderSize(uint32_t length, bool first) const override;
     int64_t writeAudioPes(const uint8_t* data, uint32_t length, CGrowBuffer* out) override;
     int64_t writeVideoFrame(const MXFrameInfo* frame, CGrowBuffer* out) override;
     void computeVideoPts(const MXFrameInfo* frame) override;

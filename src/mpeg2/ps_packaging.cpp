@@ -31,6 +31,7 @@ constexpr uint32_t kMaxPesPayload = 61440;
 constexpr uint8_t kSystemHeader[] = {0x00, 0x00, 0x01, 0xBB, 0x00, 0x0C, 0xA1, 0x9A, 0xC9,
                                      0x04, 0x21, 0xFF, 0xE0, 0xE0, 0xE6, 0xC0, 0xC0, 0x20};
 
+constexpr uint32_t kLongCode = 4;  // bytes of 00 00 00 01
 constexpr uint32_t kHeaderArea = 64;
 constexpr uint32_t kMapArea = 144;
 
@@ -38,12 +39,55 @@ bool HasStartCodes(uint32_t encode_type) {
     return IsH264(encode_type) || encode_type == MX_VIDEO_H264_STREAM || encode_type == MX_VIDEO_H265;
 }
 
-// Where the next unit of a frame begins, at or behind `from`; `length` if there is none.
-uint32_t NextUnit(const uint8_t* data, uint32_t length, uint32_t from, bool long_codes_only) {
-    if (long_codes_only) return static_cast<uint32_t>(FindLongStartCode(data + from, data + length) - data);
-    const StartCode code = NextStartCode(data, length, from);
+// The first unit of a frame begins here; `length` if there is none.
+uint32_t FirstUnit(const uint8_t* data, uint32_t length, bool long_codes_only) {
+    if (long_codes_only) return static_cast<uint32_t>(FindLongStartCode(data, data + length) - data);
+    const StartCode code = NextStartCode(data, length, 0);
     return code ? code.position : length;
 }
+
+// The scan of a frame for its units, along with the copy of their bytes. A unit begins with a start code of four bytes
+// or, unless only those divide the frame, one of three bytes ahead of the last three.
+class UnitScan {
+  public:
+    UnitScan(const uint8_t* data, uint32_t length, bool long_codes_only)
+        : data_(data), length_(length), long_codes_only_(long_codes_only) {}
+
+    // Copies the bytes from `at` to `stop`, or to where a unit begins at or behind `from` if that comes first. Returns
+    // where the copy ends; `out` has room for all of them.
+    uint32_t Copy(uint8_t* out, uint32_t at, uint32_t from, uint32_t stop) const {
+        uint32_t done = std::min(from, stop);
+        std::memcpy(out, data_ + at, done - at);
+        while (done != stop) {
+            const uint8_t* const hit = CopyToStartCode(out + (done - at), data_ + done, data_ + stop);
+            if (hit == data_ + stop) break;
+            const auto position = static_cast<uint32_t>(hit - data_);
+            if (position > from && hit[-1] == 0) return position - 1;
+            if (BeginsUnit(position)) return position;
+            std::memcpy(out + (position - at), hit, kShortCode);
+            done = position + kShortCode;
+        }
+        // A start code may lie across the end.
+        for (uint32_t place = std::max(from, stop - std::min(stop, kShortCode)); place < stop; ++place) {
+            if (BeginsUnit(place)) return place;
+        }
+        return stop;
+    }
+
+    bool BeginsUnit(uint32_t place) const {
+        if (length_ - place <= kShortCode) return false;
+        const uint8_t* const p = data_ + place;
+        if (p[0] != 0 || p[1] != 0) return false;
+        return (p[2] == 0 && p[3] == 1) || (p[2] == 1 && !long_codes_only_);
+    }
+
+  private:
+    static constexpr uint32_t kShortCode = 3;
+
+    const uint8_t* data_;
+    uint32_t length_;
+    bool long_codes_only_;
+};
 
 bool IsOtherPicture(uint32_t sub_type) {
     return sub_type == MX_SUB_P || sub_type == MX_SUB_LAYERED_P || sub_type == MX_SUB_B;
@@ -124,6 +168,10 @@ int64_t CPSPackaging::writeSystemHeader(const MXFrameInfo* /*frame*/, CGrowBuffe
     ByteCursor header(area);
     header.Bytes(kSystemHeader, sizeof kSystemHeader);
     return AppendHeader(header, out);
+}
+
+uint32_t CPSPackaging::videoPesHeaderSize(uint32_t /*length*/, bool first) const {
+    return first ? 19 : 9;
 }
 
 // 2.4.3.6. The first packet of a frame carries its times.
@@ -215,23 +263,29 @@ int64_t CPSPackaging::WriteUnits(const MXFrameInfo& frame, StartCodes start_code
     const bool divided = HasStartCodes(frame.encode_type);
     const bool long_codes_only = start_codes == StartCodes::kFourBytesOnly;
     // Bytes in front of the first start code are left out.
-    uint32_t at = divided ? NextUnit(data, length, 0, long_codes_only) : 0;
+    uint32_t at = divided ? FirstUnit(data, length, long_codes_only) : 0;
     if (at == length) return kNotPacked;
     // All at once: the buffer grows in small steps, and each of them moves what is there.
     if (out->Reserve(length - at) != MX_OK) return kNotPacked;
+    const UnitScan units(data, length, long_codes_only);
     int64_t total = 0;
-    bool first = true;
-    while (at != length) {
-        // The search for the next start code leaves out four bytes, even behind one of three.
-        const uint32_t end = divided ? NextUnit(data, length, at + 4, long_codes_only) : length;
-        while (at != end) {
-            const uint32_t piece = std::min(end - at, kMaxPesPayload);
-            const int64_t written = writeVideoPes(data + at, piece, out, first);
-            if (written < 0) return kNotPacked;
-            total += written;
-            first = false;
-            at += piece;
+    // The search for the next start code leaves out four bytes, even behind one of three.
+    uint32_t from = divided ? at + kLongCode : length;
+    for (bool first = true; at != length; first = false) {
+        // The piece is copied to where it will stand if it runs that far.
+        const uint32_t expected = std::min(length - at, kMaxPesPayload);
+        if (out->Reserve(kHeaderArea + expected) != MX_OK) return kNotPacked;
+        uint8_t* const place = out->Data() + out->Size() + videoPesHeaderSize(expected, first);
+        const uint32_t end = units.Copy(place, at, from, at + expected);
+        const int64_t written = writeVideoPes(place, end - at, out, first);
+        if (written < 0) return kNotPacked;
+        total += written;
+        if (end != length && divided && end >= from && units.BeginsUnit(end)) {
+            from = end + kLongCode;
+        } else {
+            from = std::max(from, end);
         }
+        at = end;
     }
     return total;
 }
@@ -300,8 +354,10 @@ int64_t CPSPackaging::AppendPes(const ByteCursor& header, const uint8_t* data, u
     if (length > std::numeric_limits<uint32_t>::max() - header.Size()) return kNotPacked;
     uint8_t* const at = out->Extend(header.Size() + length);
     if (at == nullptr) return kNotPacked;
+    uint8_t* const payload = at + header.Size();
+    // The bytes may lie near already, so they go first.
+    if (length != 0 && data != payload) std::memmove(payload, data, length);
     std::memcpy(at, header.Data(), header.Size());
-    if (length != 0) std::memcpy(at + header.Size(), data, length);
     return int64_t{header.Size()} + length;
 }
 

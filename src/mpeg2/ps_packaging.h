@@ -36,7 +36,10 @@ class CPSPackaging {
     virtual int64_t writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool video, bool stuffing);
     virtual int64_t writeStreamMap(const MXFrameInfo* frame, CGrowBuffer* out);
     virtual int64_t writeSystemHeader(const MXFrameInfo* frame, CGrowBuffer* out);
+    // `data` may be the bytes' place in `out` itself, behind a header of videoPesHeaderSize and ahead of being counted.
     virtual int64_t writeVideoPes(const uint8_t* data, uint32_t length, CGrowBuffer* out, bool first);
+    // The size of the header that writeVideoPes puts in front of that many bytes.
+    virtual uint32_t videoPesHeaderSize(uint32_t length, bool first) const;
     virtual int64_t writeAudioPes(const uint8_t* data, uint32_t length, CGrowBuffer* out);
     virtual int64_t writeVideoFrame(const MXFrameInfo* frame, CGrowBuffer* out);
     virtual void updateVideoInfo(const MXFrameInfo* frame);
@@ -62,6 +65,7 @@ class CPSPackaging {
     // The number of bytes of several parts, or kNotPacked if one of them failed.
     static int64_t Total(std::initializer_list<int64_t> parts);
     static int64_t AppendHeader(const ByteCursor& header, CGrowBuffer* out);
+    // The data may lie in `out`, at or behind the place of the header.
     static int64_t AppendPes(const ByteCursor& header, const uint8_t* data, uint32_t length, CGrowBuffer* out);
 
     // Length of a frame period; 0 while no rate is known.

@@ -423,6 +423,26 @@ TEST_F(GdPs, LongUnitsAreCutAsElsewhere) {
     EXPECT_EQ(units[3].bytes, Bytes("00 00 01 E0  00 06  80 00 02  FF FF  33"));
 }
 
+// The padding depends on the length of the piece, which is known only when the piece has been copied.
+TEST_F(GdPs, ShortUnitsAheadOfOthersArePaddedByTheirOwnLength) {
+    for (size_t first = 1; first <= 12; ++first) {
+        for (size_t second = 1; second <= 8; ++second) {
+            const ByteVector head = Bytes("00 00 00 01") + ByteVector(first, 0x41);
+            const ByteVector rest = Bytes("00 00 00 01") + ByteVector(second, 0x42);
+            ASSERT_EQ(Video(head + rest, 0, 0), 0u);
+            const std::vector<PsUnit> units = Last();
+            ASSERT_EQ(units.size(), 4u);
+            EXPECT_EQ(units[2].pes.payload, head);
+            EXPECT_EQ(units[3].pes.payload, rest);
+            EXPECT_EQ(units[2].bytes.size() % 4, 0u);
+            EXPECT_EQ(units[3].bytes.size() % 4, 0u);
+            EXPECT_EQ(units[2].bytes.size(), units[2].pes.length_field + 6u);
+            EXPECT_LE(units[2].bytes.size(), 14u + head.size() + 3);
+            EXPECT_LE(units[3].bytes.size(), 9u + rest.size() + 3);
+        }
+    }
+}
+
 TEST_F(GdPs, ClocksStepEvenly) {
     struct Row {
         uint32_t timestamp;

@@ -230,6 +230,49 @@ TEST_F(PsPacket, EveryNalUnitIsCutByItself) {
     EXPECT_EQ(payloads[2].size(), 16u);
 }
 
+// The pieces of a frame, found step by step as the rule is told: a unit reaches to the next start code that begins four
+// bytes on or later, and a unit is cut every 61440 bytes.
+std::vector<ByteVector> NaivePieces(const ByteVector& data) {
+    const auto begins = [&](size_t i) {
+        if (i + 3 >= data.size() || data[i] != 0 || data[i + 1] != 0) return false;
+        return data[i + 2] == 1 || (data[i + 2] == 0 && data[i + 3] == 1);
+    };
+    std::vector<ByteVector> pieces;
+    size_t at = 0;
+    while (at < data.size() && !begins(at))
+        ++at;
+    while (at < data.size()) {
+        size_t end = std::min(at + 4, data.size());
+        while (end < data.size() && !begins(end))
+            ++end;
+        for (; at < end; at += std::min<size_t>(61440, end - at))
+            pieces.emplace_back(data.begin() + static_cast<std::ptrdiff_t>(at),
+                                data.begin() + static_cast<std::ptrdiff_t>(std::min(end, at + 61440)));
+    }
+    return pieces;
+}
+
+TEST_F(PsPacket, UnitsAreFoundAcrossThePlaceWhereOneIsCut) {
+    for (const ByteVector& code : {Bytes("00 00 01 41"), Bytes("00 00 00 01 41"), Bytes("00 00 00 00 00 01 41")}) {
+        for (size_t at = 61440 - 8; at <= 61440 + 8; ++at) {
+            for (const size_t behind : {size_t{0}, size_t{2}, size_t{500}, size_t{61440}}) {
+                ByteVector data = kNal + ByteVector(at - kNal.size(), 0x5A) + code + ByteVector(behind, 0x33);
+                ASSERT_EQ(Video(data, 0, 0), 0u);
+                ASSERT_EQ(LastPayloads(), NaivePieces(data)) << "at " << at << ", " << behind << " bytes behind";
+            }
+        }
+    }
+}
+
+TEST_F(PsPacket, UnitsOfAnyLengthAgreeWithTheStepByStepRule) {
+    std::mt19937 random(7);
+    for (size_t round = 0; round < 3000; ++round) {
+        const ByteVector data = kNal + test::ZeroRichBytes(random, random() % 300);
+        ASSERT_EQ(Video(data, 0, 0), 0u);
+        ASSERT_EQ(LastPayloads(), NaivePieces(data)) << test::Hex(data);
+    }
+}
+
 TEST_F(PsPacket, AudioLengthWrapsAbove65527Bytes) {
     ASSERT_EQ(Audio(ByteVector(65527, 1), 0), 0u);
     EXPECT_EQ(Last().back().pes.length_field, 65535u);
