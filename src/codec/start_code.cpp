@@ -1,5 +1,7 @@
 #include "codec/start_code.h"
 
+#include <cstring>
+
 #include "codec/kernels/start_code_kernels.h"
 
 namespace Orvane::Muxora {
@@ -22,6 +24,18 @@ const uint8_t* FindLongStartCode(const uint8_t* begin, const uint8_t* end) {
         p = hit + 2;
     }
     return end;
+}
+
+const uint8_t* CopyToLongStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end) {
+    constexpr int kShortCode = 3;
+    const uint8_t* p = begin;
+    while (true) {
+        const uint8_t* const hit = CopyToStartCode(out + (p - begin), p, end);
+        if (hit == end) return end;
+        if (hit != begin && hit[-1] == 0) return hit - 1;
+        std::memcpy(out + (hit - begin), hit, kShortCode);
+        p = hit + kShortCode;
+    }
 }
 
 StartCode NextStartCode(const uint8_t* data, uint32_t length, uint32_t from) {

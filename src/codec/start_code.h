@@ -17,6 +17,9 @@ const uint8_t* CopyToStartCode(uint8_t* out, const uint8_t* begin, const uint8_t
 // As FindStartCode for the bytes 00 00 00 01, with p + 4 <= end.
 const uint8_t* FindLongStartCode(const uint8_t* begin, const uint8_t* end);
 
+// As CopyToStartCode for the bytes 00 00 00 01.
+const uint8_t* CopyToLongStartCode(uint8_t* out, const uint8_t* begin, const uint8_t* end);
+
 // A start code in a frame: 00 00 01 (size 3) or 00 00 00 01 (size 4). Size 0 says that there is none.
 struct StartCode {
     uint32_t position = 0;

@@ -19,15 +19,23 @@ constexpr uint8_t kSpsCountMarker = 0xE0;      // three reserved bits
 
 }  // namespace
 
-void CAvcRecord::ScanAvcFrame(uint8_t* frame, uint32_t length) {
+void CAvcRecord::ScanAvcFrame(uint8_t* frame, uint32_t length, uint8_t* copy) {
     const uint8_t* const end = frame + length;
+    const auto copy_of = [&](const uint8_t* at) { return copy + (at - frame); };
+    // The copy is made while the start code is sought.
+    const auto next_code = [&](const uint8_t* from) {
+        return copy != nullptr ? CopyToLongStartCode(copy_of(from), from, end) : FindLongStartCode(from, end);
+    };
     uint8_t* span = frame;
-    const uint8_t* start_code = FindLongStartCode(frame, end);
+    const uint8_t* start_code = next_code(frame);
     while (start_code != end) {
         const uint8_t* const nal = start_code + kLengthSize;
-        start_code = FindLongStartCode(nal, end);
+        // The first one stays if there is something ahead of it.
+        if (copy != nullptr) std::memcpy(copy_of(start_code), start_code, kLengthSize);
+        start_code = next_code(nal);
         const auto nal_length = static_cast<uint32_t>(start_code - nal);
         PutBE32(span, nal_length);
+        if (copy != nullptr) PutBE32(copy_of(span), nal_length);
         Keep(nal, nal_length);
         span = frame + (start_code - frame);
     }

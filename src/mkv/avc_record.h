@@ -13,7 +13,8 @@ class CAvcRecord {
     // Turns the Annex-B frame into NAL units behind 4-byte big-endian lengths, in place, and keeps its parameter sets.
     // Every NAL unit has to stand behind 00 00 00 01, the first one at the start of the frame: a 00 00 01 is data here,
     // and what stands ahead of the first start code is overwritten.
-    void ScanAvcFrame(uint8_t* frame, uint32_t length);
+    // What becomes of the frame goes to `copy` as well, which has room for it and does not overlap it, or is null.
+    void ScanAvcFrame(uint8_t* frame, uint32_t length, uint8_t* copy = nullptr);
 
     // Writes the AVCDecoderConfigurationRecord (ISO/IEC 14496-15 5.3.3.1), with zeros for what was not seen yet.
     // Returns its size.

@@ -175,7 +175,7 @@ uint32_t CClusters::WriteBody(uint8_t* out) {
     if (out == nullptr) return MX_FAILED;
     if (has_block_) {
         last_block_length_ = static_cast<uint32_t>(BlockSize(block_.length));
-        const uint32_t head_size = last_block_length_ - block_.length;
+        const uint32_t head_size = HeadSize(block_.length);
         // The data first: when it is that of an earlier write, the head may go over it.
         uint8_t* const data = out + head_size;
         if (block_.length != 0 && block_.data != data) std::memmove(data, block_.data, block_.length);

@@ -86,6 +86,10 @@ class CClusters : public CBasicatom {
   public:
     // Size of a block with that much data.
     static uint64_t BlockSize(uint32_t data_length);
+    // How much of that stands ahead of the data.
+    static uint32_t HeadSize(uint32_t data_length) {
+        return static_cast<uint32_t>(BlockSize(data_length) - data_length);
+    }
     // Is this a kind that SetFrame takes?
     static bool IsBlockKind(uint32_t kind);
 

@@ -118,8 +118,15 @@ uint32_t CMkvPacket::InputVideo(MXFrameInfo& frame) {
     // Asked before anything changes, the caller's frame included.
     if (taken && !Fits(frame.frame_sub_type, frame.frame_size - header_size)) return MX_FAILED;
 
-    // Parameter sets are gathered from frames ahead of the first key frame, too.
-    if (is_avc) avc_.ScanAvcFrame(static_cast<uint8_t*>(frame.frame_pointer), frame.frame_size);
+    // Parameter sets are gathered from frames ahead of the first key frame, too. A frame that makes a block is copied
+    // to its place there on the way; the others leave the last block where it is.
+    uint8_t* in_place = nullptr;
+    if (is_avc) {
+        if (taken && CClusters::IsBlockKind(frame.frame_sub_type)) {
+            in_place = work_.get() + CClusters::HeadSize(frame.frame_size);
+        }
+        avc_.ScanAvcFrame(static_cast<uint8_t*>(frame.frame_pointer), frame.frame_size, in_place);
+    }
     if (!taken) return MX_OK;
     if (opens) {
         if (!OpenVideoTrack(frame, header)) return MX_FAILED;
@@ -137,7 +144,8 @@ uint32_t CMkvPacket::InputVideo(MXFrameInfo& frame) {
         AddCue(time);
     }
     ++video_frames_;
-    WriteBlock(kVideoTrack, {FrameBytes(frame), frame.frame_size, frame.frame_sub_type, static_cast<uint16_t>(time)});
+    const uint8_t* const bytes = in_place != nullptr ? in_place : FrameBytes(frame);
+    WriteBlock(kVideoTrack, {bytes, frame.frame_size, frame.frame_sub_type, static_cast<uint16_t>(time)});
     return MX_OK;
 }
 

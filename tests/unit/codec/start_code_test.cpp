@@ -233,6 +233,10 @@ TEST(StartCode, LongCodesAgreeWithTheNaiveLoop) {
             }
         }
         ASSERT_EQ(static_cast<size_t>(FindLongStartCode(data.data(), data.data() + data.size()) - data.data()), want);
+        ByteVector copy(data.size());
+        const uint8_t* const hit = CopyToLongStartCode(copy.data(), data.data(), data.data() + data.size());
+        ASSERT_EQ(static_cast<size_t>(hit - data.data()), want);
+        ASSERT_TRUE(std::equal(data.data(), hit, copy.data()));
     }
 }
 

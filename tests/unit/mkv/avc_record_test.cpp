@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "support/hex.h"
+#include "support/noise.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -23,13 +24,23 @@ class AvcRecord : public testing::Test {
     ByteVector Scan(const ByteVector& frame) {
         const auto exact = std::make_unique<uint8_t[]>(frame.size());
         std::copy(frame.begin(), frame.end(), exact.get());
+        const auto copy = std::make_unique<uint8_t[]>(frame.size());
+        CAvcRecord copying = record;
         record.ScanAvcFrame(exact.get(), static_cast<uint32_t>(frame.size()));
-        return {exact.get(), exact.get() + frame.size()};
+        const ByteVector scanned(exact.get(), exact.get() + frame.size());
+        // With a copy all is the same, and the copy is what became of the frame.
+        std::copy(frame.begin(), frame.end(), exact.get());
+        copying.ScanAvcFrame(exact.get(), static_cast<uint32_t>(frame.size()), copy.get());
+        EXPECT_EQ(ByteVector(exact.get(), exact.get() + frame.size()), scanned);
+        EXPECT_EQ(ByteVector(copy.get(), copy.get() + frame.size()), scanned);
+        EXPECT_EQ(Configuration(copying), Configuration());
+        return scanned;
     }
-    ByteVector Configuration() const {
+    static ByteVector Configuration(const CAvcRecord& of) {
         uint8_t area[CAvcRecord::kMaxConfiguration];
-        return {area, area + record.WriteConfiguration(area)};
+        return {area, area + of.WriteConfiguration(area)};
     }
+    ByteVector Configuration() const { return Configuration(record); }
 
     CAvcRecord record;
 };
@@ -38,6 +49,12 @@ TEST_F(AvcRecord, StartCodesBecomeLengths) {
     EXPECT_EQ(Scan(Bytes("00 00 00 01 67 64 00 28 AC  00 00 00 01 68 EE 3C  00 00 00 01 65 88 84 00 11")),
               Bytes("00 00 00 05 67 64 00 28 AC  00 00 00 03 68 EE 3C  00 00 00 05 65 88 84 00 11"));
     EXPECT_EQ(Configuration(), Bytes("01 64 00 28 FF E1 00 05 67 64 00 28 AC 01 00 03 68 EE 3C"));
+}
+
+TEST_F(AvcRecord, ACopyIsWhatBecameOfAnyFrame) {
+    std::mt19937 random(8);
+    for (size_t round = 0; round < 3000; ++round)
+        Scan(test::ZeroRichBytes(random, random() % 400));
 }
 
 TEST_F(AvcRecord, TheLastNalUnitHasItsTrueLength) {
