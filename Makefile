@@ -25,7 +25,7 @@ demo: ## Pack a clip into every format, read each back, print the table
 
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench
-	@build/bench/bin/muxora_bench
+	@build/bench/bin/muxora_bench --benchmark_out=build/bench/bench.json --benchmark_out_format=json
 
 asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined behaviour)
 	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@

@@ -13,6 +13,7 @@ namespace bench {
 namespace {
 
 constexpr int kIoBufferSize = 1 << 20;
+constexpr int kRtpPacketSize = 1400;
 
 int DropBytes(void* /*opaque*/, uint8_t* /*bytes*/, int size) {
     return size;
@@ -24,14 +25,21 @@ int64_t DropSeek(void* /*opaque*/, int64_t offset, int whence) {
 
 }  // namespace
 
+// One context of libavformat. RTP has one for each stream.
 struct AvformatMuxer::State {
     AVFormatContext* context = nullptr;
     AVPacket* packet = nullptr;
     int video = -1;
     int audio = -1;
-    int64_t last[2] = {-1, -1};
+    int64_t last_times[2] = {-1, -1};
     bool ok = false;
-    std::string error;
+
+    State(const char* format, Codecs codecs);
+    ~State();
+    State(const State&) = delete;
+    State& operator=(const State&) = delete;
+
+    void Write(const MXFrameInfo& frame);
 
     int AddStream(AVMediaType type, AVCodecID codec) {
         AVStream* const stream = avformat_new_stream(context, nullptr);
@@ -69,51 +77,35 @@ struct AvformatMuxer::State {
     }
 };
 
-AvformatMuxer::AvformatMuxer(const char* format, Codecs codecs) : state_(std::make_unique<State>()) {
-    av_log_set_level(AV_LOG_ERROR);
-    State& state = *state_;
-    if (avformat_alloc_output_context2(&state.context, nullptr, format, nullptr) < 0) {
-        state.error = std::string("no muxer named ") + format;
-        return;
-    }
+AvformatMuxer::State::State(const char* format, Codecs codecs) {
+    if (avformat_alloc_output_context2(&context, nullptr, format, nullptr) < 0) return;
     auto* const buffer = static_cast<uint8_t*>(av_malloc(kIoBufferSize));
-    state.context->pb = avio_alloc_context(buffer, kIoBufferSize, 1, nullptr, nullptr, DropBytes, DropSeek);
-    state.context->flags |= AVFMT_FLAG_CUSTOM_IO;
-    state.packet = av_packet_alloc();
-    if (codecs.video != 0) state.video = state.AddStream(AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_H264);
+    context->pb = avio_alloc_context(buffer, kIoBufferSize, 1, nullptr, nullptr, DropBytes, DropSeek);
+    context->pb->max_packet_size = std::strcmp(format, "rtp") == 0 ? kRtpPacketSize : 0;
+    context->flags |= AVFMT_FLAG_CUSTOM_IO;
+    packet = av_packet_alloc();
+    if (codecs.video != 0) video = AddStream(AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_H264);
     if (codecs.audio != 0) {
-        state.audio =
-            state.AddStream(AVMEDIA_TYPE_AUDIO, codecs.audio == MX_AUDIO_AAC ? AV_CODEC_ID_AAC : AV_CODEC_ID_PCM_S16LE);
+        // The program stream has no AAC; to the muxer one frame of sound is as good as another.
+        const AVCodecID aac = std::strcmp(format, "vob") == 0 ? AV_CODEC_ID_MP2 : AV_CODEC_ID_AAC;
+        audio = AddStream(AVMEDIA_TYPE_AUDIO, codecs.audio == MX_AUDIO_AAC ? aac : AV_CODEC_ID_PCM_S16LE);
     }
-    if (avformat_write_header(state.context, nullptr) < 0) {
-        state.error = std::string("the muxer refuses the streams: ") + format;
-        return;
-    }
-    state.ok = true;
+    ok = avformat_write_header(context, nullptr) >= 0;
 }
 
-AvformatMuxer::~AvformatMuxer() {
-    if (state_->context == nullptr) return;
-    if (state_->ok) av_write_trailer(state_->context);
-    if (state_->context->pb != nullptr) av_freep(&state_->context->pb->buffer);
-    avio_context_free(&state_->context->pb);
-    av_packet_free(&state_->packet);
-    avformat_free_context(state_->context);
+AvformatMuxer::State::~State() {
+    if (context == nullptr) return;
+    if (ok) av_write_trailer(context);
+    if (context->pb != nullptr) av_freep(&context->pb->buffer);
+    avio_context_free(&context->pb);
+    av_packet_free(&packet);
+    avformat_free_context(context);
 }
 
-bool AvformatMuxer::Ok() const {
-    return state_->ok;
-}
-
-const std::string& AvformatMuxer::Error() const {
-    return state_->error;
-}
-
-void AvformatMuxer::Write(const MXFrameInfo& frame) {
-    State& state = *state_;
-    AVPacket* const packet = state.packet;
-    const int index = frame.frame_type == MX_FRAME_VIDEO ? state.video : state.audio;
-    const AVStream* const stream = state.context->streams[index];
+void AvformatMuxer::State::Write(const MXFrameInfo& frame) {
+    const int index = frame.frame_type == MX_FRAME_VIDEO ? video : audio;
+    if (index < 0) return;
+    const AVStream* const stream = context->streams[index];
     packet->data = static_cast<uint8_t*>(frame.frame_pointer);
     packet->size = static_cast<int>(frame.frame_size);
     // Containers with raw AAC take the frame behind its ADTS header.
@@ -124,11 +116,32 @@ void AvformatMuxer::Write(const MXFrameInfo& frame) {
     packet->stream_index = index;
     packet->flags = frame.frame_type == MX_FRAME_AUDIO || frame.frame_sub_type == MX_SUB_I ? AV_PKT_FLAG_KEY : 0;
     int64_t time = av_rescale_q(frame.timestamp, {1, 1000}, stream->time_base);
-    int64_t& last = state.last[frame.frame_type == MX_FRAME_VIDEO ? 0 : 1];
+    int64_t& last = last_times[frame.frame_type == MX_FRAME_VIDEO ? 0 : 1];
     time = std::max(time, last + 1);
     last = time;
     packet->pts = packet->dts = time;
-    av_write_frame(state.context, packet);
+    av_write_frame(context, packet);
+}
+
+AvformatMuxer::AvformatMuxer(const char* format, Codecs codecs) {
+    av_log_set_level(AV_LOG_ERROR);
+    if (std::strcmp(format, "rtp") == 0) {
+        contexts_.push_back(std::make_unique<State>(format, Codecs{codecs.video, 0}));
+        contexts_.push_back(std::make_unique<State>(format, Codecs{0, codecs.audio}));
+    } else {
+        contexts_.push_back(std::make_unique<State>(format, codecs));
+    }
+}
+
+AvformatMuxer::~AvformatMuxer() = default;
+
+bool AvformatMuxer::Ok() const {
+    return std::all_of(contexts_.begin(), contexts_.end(), [](const auto& context) { return context->ok; });
+}
+
+void AvformatMuxer::Write(const MXFrameInfo& frame) {
+    for (const auto& context : contexts_)
+        context->Write(frame);
 }
 
 }  // namespace bench

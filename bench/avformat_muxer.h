@@ -2,7 +2,7 @@
 #pragma once
 
 #include <memory>
-#include <string>
+#include <vector>
 
 #include "MuxoraAPI.h"
 #include "workload.h"
@@ -17,12 +17,11 @@ class AvformatMuxer {
     AvformatMuxer& operator=(const AvformatMuxer&) = delete;
 
     bool Ok() const;
-    const std::string& Error() const;
     void Write(const MXFrameInfo& frame);
 
   private:
     struct State;
-    std::unique_ptr<State> state_;
+    std::vector<std::unique_ptr<State>> contexts_;
 };
 
 }  // namespace bench

@@ -12,6 +12,8 @@
 #include "codec/full_packets.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
+#include "reporter.h"
+#include "workload.h"
 
 namespace {
 
@@ -98,7 +100,9 @@ int main(int argc, char** argv) {
                      return copy(0, out, data, size);
                  });
     }
-    benchmark::RunSpecifiedBenchmarks();
+    bench::PinThread();
+    bench::TableReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;
 }

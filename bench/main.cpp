@@ -1,17 +1,14 @@
 #include <benchmark/benchmark.h>
 
-#include <string>
-#include <vector>
+#include "reporter.h"
+#include "workload.h"
 
 int main(int argc, char** argv) {
-    // Counters in columns, unless the caller says otherwise.
-    std::vector<char*> arguments(argv, argv + argc);
-    std::string tabular = "--benchmark_counters_tabular=true";
-    arguments.insert(arguments.begin() + 1, tabular.data());
-    int count = static_cast<int>(arguments.size());
-    benchmark::Initialize(&count, arguments.data());
-    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) return 1;
-    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    bench::PinThread();
+    bench::TableReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
     benchmark::Shutdown();
     return 0;
 }

@@ -1,6 +1,7 @@
 #include "workload.h"
 
 #include <benchmark/benchmark.h>
+#include <sched.h>
 
 #include <algorithm>
 #include <cstring>
@@ -136,28 +137,47 @@ void CopyPass(const Workload& workload, std::vector<uint8_t>& buffer) {
     }
 }
 
+void PinThread() {
+    const int processor = sched_getcpu();
+    if (processor < 0) return;
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(static_cast<size_t>(processor), &set);
+    sched_setaffinity(0, sizeof set, &set);
+}
+
 void Ratio::Add(double ours, double reference) {
     ours_.push_back(ours);
     reference_.push_back(reference);
+    if (reference > 0) ratios_.push_back(ours / reference);
 }
 
 namespace {
 
-double Median(std::vector<double> values) {
+// The value that the given part of the others lies below.
+double Quantile(std::vector<double> values, double part) {
     if (values.empty()) return 0;
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
-    std::nth_element(values.begin(), middle, values.end());
-    return *middle;
+    const auto place = values.begin() + static_cast<std::ptrdiff_t>(static_cast<double>(values.size() - 1) * part);
+    std::nth_element(values.begin(), place, values.end());
+    return *place;
 }
 
 }  // namespace
 
 double Ratio::Ours() const {
-    return Median(ours_);
+    return Quantile(ours_, 0.5);
 }
 
 double Ratio::Reference() const {
-    return Median(reference_);
+    return Quantile(reference_, 0.5);
+}
+
+double Ratio::Median() const {
+    return Quantile(ratios_, 0.5);
+}
+
+double Ratio::Spread() const {
+    return (Quantile(ratios_, 0.75) - Quantile(ratios_, 0.25)) / 2;
 }
 
 }  // namespace bench

@@ -20,6 +20,8 @@ struct WorkloadShape {
 inline constexpr WorkloadShape kFullHd{"1080p25_8Mbit", 200'000, 33'000, 10};
 inline constexpr WorkloadShape kSmall{"small_frames", 20'000, 4'000, 40};
 inline constexpr WorkloadShape kLarge{"large_frames", 1'500'000, 250'000, 4};
+// The first one's frames in a ring of 271 MB, as a recorder keeps them: none is in a cache when its turn comes.
+inline constexpr WorkloadShape kCold{"cold_frames", 200'000, 33'000, 274};
 
 // What a format is given. Without a video codec the video frames' bytes go in as audio.
 struct Codecs {
@@ -63,29 +65,42 @@ class Workload {
 // One pass of plain memcpy over the frames into one reused buffer.
 void CopyPass(const Workload& workload, std::vector<uint8_t>& buffer);
 
-// Seconds of one call.
+// Seconds of the processor that one call takes; what other programs take meanwhile does not count.
 template <typename Call>
 double Seconds(Call call);
 
-// Collects pairs of times (ours, memcpy's) of passes that ran in turn, and tells the median of each.
+// Keeps this thread on one processor, so that both sides of a comparison have the same caches.
+void PinThread();
+
+// Collects pairs of times (ours, memcpy's) of passes that ran in turn.
 class Ratio {
   public:
     void Add(double ours, double reference);
+    // Medians, in seconds.
     double Ours() const;
     double Reference() const;
+    // The median of ours over memcpy's of the pairs, and half the distance between their quartiles.
+    double Median() const;
+    double Spread() const;
 
   private:
     std::vector<double> ours_;
     std::vector<double> reference_;
+    std::vector<double> ratios_;
 };
 
 }  // namespace bench
 
-#include <chrono>
+#include <ctime>
 
 template <typename Call>
 double bench::Seconds(Call call) {
-    const auto start = std::chrono::steady_clock::now();
+    const auto now = [] {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    };
+    const double start = now();
     call();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return now() - start;
 }
