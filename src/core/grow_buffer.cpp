@@ -37,20 +37,13 @@ uint32_t CGrowBuffer::Append(const void* data, uint32_t length) {
     return MX_OK;
 }
 
-uint8_t* CGrowBuffer::Extend(uint32_t length) {
-    if (Reserve(length) != MX_OK) {
-        // The block stays: what was handed out of it may still be looked at.
-        size_ = 0;
-        return nullptr;
-    }
-    uint8_t* const first = data_.get() + size_;
-    size_ += length;
-    return first;
+// Memory ran out. The block stays: what was handed out of it may still be looked at.
+uint8_t* CGrowBuffer::Lose() {
+    size_ = 0;
+    return nullptr;
 }
 
-uint32_t CGrowBuffer::Reserve(uint32_t length) {
-    const uint64_t needed = uint64_t{size_} + length;
-    if (data_ != nullptr && needed <= static_cast<uint64_t>(capacity_)) return MX_OK;
+uint32_t CGrowBuffer::Enlarge(uint64_t needed) {
     // The steps of the capacity are worked out first and taken at once.
     int64_t capacity = capacity_ == 0 ? kFirstCapacity : capacity_;
     while (static_cast<uint64_t>(capacity) < needed)
@@ -74,11 +67,6 @@ bool CGrowBuffer::Grow(int32_t room) {
     data_ = std::move(grown);
     room_ = room;
     return true;
-}
-
-uint32_t CGrowBuffer::Reset() {
-    size_ = 0;
-    return MX_OK;
 }
 
 }  // namespace Orvane::Muxora

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "MuxoraAPI.h"
+
 namespace Orvane::Muxora {
 
 // The byte buffer in which packagers put headers, box trees and frames together. Reset() keeps the memory, so that a
@@ -21,20 +23,35 @@ class CGrowBuffer {
     // Adds bytes behind the last one.
     uint32_t Append(const void* data, uint32_t length);
     // Adds `length` bytes that the caller fills at once, and returns the first of them; null when memory ran out.
-    uint8_t* Extend(uint32_t length);
+    uint8_t* Extend(uint32_t length) {
+        if (Reserve(length) != MX_OK) return Lose();
+        uint8_t* const first = data_.get() + size_;
+        size_ += length;
+        return first;
+    }
     // Gives back the last `length` bytes of what Extend gave.
     void Shrink(uint32_t length) { size_ -= length < size_ ? length : size_; }
     // Room for `length` bytes more, in one step. The block stays where it is until they are added. When memory ran out
     // nothing is changed.
-    uint32_t Reserve(uint32_t length);
+    uint32_t Reserve(uint32_t length) {
+        const uint64_t needed = uint64_t{size_} + length;
+        if (data_ != nullptr && needed <= static_cast<uint64_t>(capacity_)) [[likely]]
+            return MX_OK;
+        return Enlarge(needed);
+    }
     // Empties the buffer; capacity and bytes stay. Always MX_OK.
-    uint32_t Reset();
+    uint32_t Reset() {
+        size_ = 0;
+        return MX_OK;
+    }
 
     uint8_t* Data() const { return data_.get(); }
     uint32_t Size() const { return size_; }
     int32_t Capacity() const { return capacity_; }
 
   private:
+    uint8_t* Lose();
+    uint32_t Enlarge(uint64_t needed);
     bool Grow(int32_t room);
 
     std::unique_ptr<uint8_t[]> data_;

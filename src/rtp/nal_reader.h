@@ -26,9 +26,9 @@ class NalReader {
         return end_ > place;
     }
 
-    // Copies `count` bytes of the frame from `from` on. What is not known yet of the unit's end is found out on the
-    // way.
-    void Copy(uint8_t* out, int64_t from, int64_t count);
+    // Copies `count` bytes of a unit whose end is not known, from `from` on, or fewer where the unit is found to end or
+    // the frame does. Returns how many. `out` has room for all.
+    int64_t CopyAhead(uint8_t* out, int64_t from, int64_t count);
 
     bool IsEndKnown() const { return !open_; }
     // Both are good as soon as EndsBehind has said no.
@@ -37,6 +37,7 @@ class NalReader {
 
   private:
     void Search(int64_t place);
+    void CloseAt(int64_t start_code);
 
     const uint8_t* data_;
     int64_t length_;

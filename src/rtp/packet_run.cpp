@@ -1,6 +1,7 @@
 #include "rtp/packet_run.h"
 
 #include <algorithm>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -10,10 +11,11 @@ namespace Orvane::Muxora {
 
 namespace {
 
-constexpr uint8_t kVersion2 = 0x80;
-constexpr uint8_t kExtensionBit = 0x10;
-constexpr uint8_t kMarkerBit = 0x80;
-constexpr uint8_t kPayloadTypeMask = 0x7F;
+// The first word of the fixed header: V, P, X, CC, M, PT, sequence number.
+constexpr uint32_t kVersion2 = 0x80000000;
+constexpr uint32_t kExtensionBit = 0x10000000;
+constexpr uint32_t kMarkerBit = 0x00800000;
+constexpr uint32_t kPayloadTypeMask = 0x7F;
 
 }  // namespace
 
@@ -43,30 +45,30 @@ void PacketRun::Begin(std::span<uint8_t> area, RtpStream& stream, const HeaderEx
     custom_length_ = static_cast<int64_t>(stream.custom_data.size());
     header_length_ = kFixedHeaderLength + static_cast<int64_t>(extension.Block().size());
     packet_sizes_.clear();
+    // What all packets of the frame have in common.
+    const bool extended = header_length_ != kFixedHeaderLength;
+    first_word_ = kVersion2 | (extended ? kExtensionBit : 0) | (stream.payload_type & kPayloadTypeMask) << 16;
+    ByteCursor(last_words_).BE32(stream.timestamp).BE32(stream.ssrc);
 }
 
 uint8_t* PacketRun::Add(uint32_t prefix_length, int64_t payload_length, bool marker) {
-    if (Place(prefix_length, payload_length) == nullptr) return nullptr;
-    const bool extended = header_length_ != kFixedHeaderLength;
-    const uint8_t extension_bit = extended ? kExtensionBit : 0;
-    const uint8_t marker_bit = marker ? kMarkerBit : 0;
+    uint8_t* const payload = Place(prefix_length, payload_length);
+    if (payload == nullptr) return nullptr;
     ++stream_->sequence;  // raised first: the first packet carries the set value plus 1
 
     uint8_t* out = end_;
     if (custom_length_ != 0) out = std::copy(stream_->custom_data.begin(), stream_->custom_data.end(), out);
     if (prefix_length != 0) out += PutBE16(out, static_cast<uint16_t>(header_length_ + payload_length));
-    out += PutU8(out, kVersion2 | extension_bit);  // V, P, X, CC
-    out += PutU8(out, static_cast<uint8_t>(marker_bit | (stream_->payload_type & kPayloadTypeMask)));
-    out += PutBE16(out, stream_->sequence);
-    out += PutBE32(out, stream_->timestamp);
-    out += PutBE32(out, stream_->ssrc);
-    if (extended) out = std::copy(extension_->Block().begin(), extension_->Block().end(), out);
+    out += PutBE32(out, first_word_ | (marker ? kMarkerBit : 0) | stream_->sequence);
+    std::memcpy(out, last_words_, sizeof last_words_);
+    out += sizeof last_words_;
+    if (out != payload) std::copy(extension_->Block().begin(), extension_->Block().end(), out);
 
-    const int64_t packet_size = out - end_ + payload_length;
+    const auto packet_size = static_cast<uint32_t>(payload - end_ + payload_length);
     end_ += packet_size;
     room_ -= packet_size;
-    packet_sizes_.push_back(static_cast<uint32_t>(packet_size));
-    return out;
+    packet_sizes_.push_back(packet_size);
+    return payload;
 }
 
 }  // namespace Orvane::Muxora

@@ -75,6 +75,9 @@ class PacketRun {
     uint32_t max_length_ = 0;
     int64_t custom_length_ = 0;
     int64_t header_length_ = 0;
+    // The fixed header, but for marker and sequence number.
+    uint32_t first_word_ = 0;
+    uint8_t last_words_[8] = {};
     std::vector<uint32_t> packet_sizes_;
 };
 

@@ -1,5 +1,7 @@
 #include "rtp/rtp_video.h"
 
+#include <cstring>
+
 #include "core/package.h"
 #include "rtp/nal_reader.h"
 
@@ -30,12 +32,16 @@ constexpr uint8_t kFuEnd = 0x40;
 constexpr int64_t kMostAhead = 9000;
 
 // A packet that may become full has its payload copied to `place`, behind its FU header, before the end of the unit is
-// known, which is then found on the way. False if it is known, if the frame has less, or if the packet has no place.
-bool CopyAhead(NalReader& units, const MXFrameInfo& frame, int64_t at, int64_t count, uint8_t* place,
-               int64_t fu_length) {
-    if (place == nullptr || units.IsEndKnown() || count > kMostAhead || at + count > frame.frame_size) return false;
-    units.Copy(place + fu_length, at, count);
-    return true;
+// known, which is then found on the way. Returns how many bytes were copied: none if the end is known, or if the packet
+// has no place.
+int64_t CopyAhead(NalReader& units, int64_t at, int64_t count, uint8_t* place, int64_t fu_length) {
+    if (place == nullptr || units.IsEndKnown() || count > kMostAhead) return 0;
+    return units.CopyAhead(place + fu_length, at, count);
+}
+
+// The rest of a payload of which the first bytes have been copied.
+void CopyRest(uint8_t* out, const uint8_t* from, int64_t copied, int64_t count) {
+    if (copied < count) std::memcpy(out + copied, from + copied, static_cast<size_t>(count - copied));
 }
 
 }  // namespace
@@ -60,7 +66,16 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
     // Without a start code the whole frame is one unit.
     int64_t start = units.Next() ? units.Start() : 0;
     while (start < length) {
-        const bool fragment = may_fragment && units.EndsBehind(start + room_of_choice - counted_overhead);
+        const int64_t last_whole = start + room_of_choice - counted_overhead;
+        // Most units that may be fragmented are: the first packet is copied before that is known.
+        int64_t copied = 0;
+        const int64_t fragment_room = room - header - kFuAHeaderLength;
+        if (may_fragment && length > last_whole && fragment_room > 0) {
+            copied =
+                CopyAhead(units, start + 1, fragment_room, run.Place(kPrefixLength, room - header), kFuAHeaderLength);
+        }
+        const bool fragment = may_fragment && units.EndsBehind(last_whole);
+        if (!fragment) copied = 0;
         const uint8_t nal_header = data[start];
         // Receivers rely on this: the NAL header is taken off a fragmented unit but its size stays, so the last
         // fragment carries one byte too many (behind the last unit, the byte behind the frame) and the next unit loses
@@ -73,8 +88,9 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
         bool more = units.EndsBehind(start);
         if (more && payload_room < 1) return MX_FAILED;
         while (more) {
-            const bool copied =
-                CopyAhead(units, frame, at, payload_room, run.Place(kPrefixLength, room - header), fu_length);
+            if (copied == 0) {
+                copied = CopyAhead(units, at, payload_room, run.Place(kPrefixLength, room - header), fu_length);
+            }
             const bool full = units.EndsBehind(at + payload_room - shift);
             const int64_t payload = full ? payload_room : units.End() + shift - at;
             uint8_t* const out = run.Add(kPrefixLength, fu_length + payload, !full && units.IsLast());
@@ -85,7 +101,8 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
                 out[0] = static_cast<uint8_t>((nal_header & ~kH264TypeMask) | kFuA);  // FU indicator
                 out[1] = static_cast<uint8_t>((nal_header & kH264TypeMask) | bits);   // FU header
             }
-            if (!copied) units.Copy(out + fu_length, at, payload);
+            CopyRest(out + fu_length, data + at, copied, payload);
+            copied = 0;
             at += payload;
             more = full;
             room_of_choice = room;
@@ -115,17 +132,22 @@ uint32_t packetiseH265(const MXFrameInfo& frame, PacketRun& run) {
         // Units without a byte behind their header disappear.
         if (!units.EndsBehind(at)) continue;
         if (payload_room < 1) return MX_FAILED;
+        // Most units that reach beyond a packet in the frame do so by themselves.
+        int64_t copied = 0;
+        const auto copy_ahead = [&] {
+            copied = CopyAhead(units, at, payload_room, run.Place(prefix, kH265FuLength + payload_room), kH265FuLength);
+        };
+        if (frame.frame_size - at > payload_room) copy_ahead();
         if (!units.EndsBehind(at + payload_room)) {
             // Receivers rely on this: a unit in one packet never has the marker, not even at the end of the frame.
             uint8_t* const out = run.Add(prefix, units.End() - unit, false);
             if (out == nullptr) return MX_FAILED;
-            units.Copy(out, unit, units.End() - unit);
+            CopyRest(out, data + unit, 0, units.End() - unit);
             continue;
         }
         uint8_t bits = kFuStart;
         for (bool more = true; more; bits = 0) {
-            const bool copied = CopyAhead(units, frame, at, payload_room,
-                                          run.Place(prefix, kH265FuLength + payload_room), kH265FuLength);
+            if (copied == 0) copy_ahead();
             more = units.EndsBehind(at + payload_room);
             const int64_t payload = more ? payload_room : units.End() - at;
             uint8_t* const out = run.Add(prefix, kH265FuLength + payload, !more && units.IsLast());
@@ -134,7 +156,8 @@ uint32_t packetiseH265(const MXFrameInfo& frame, PacketRun& run) {
             out[0] = static_cast<uint8_t>((data[unit] & kH265KeptBits) | kH265FuHeaderByte);  // PayloadHdr
             out[1] = data[unit + 1];
             out[2] = static_cast<uint8_t>(((data[unit] >> 1) & kH265TypeMask) | bits);  // FU header
-            if (!copied) units.Copy(out + kH265FuLength, at, payload);
+            CopyRest(out + kH265FuLength, data + at, copied, payload);
+            copied = 0;
             at += payload;
         }
     }

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "support/hex.h"
+#include "support/noise.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -67,9 +70,15 @@ TEST(NalReader, FindsTheEndAlongWithCopies) {
                 ASSERT_TRUE(units.Next());
                 ByteVector copy(frame.size());
                 int64_t at = units.Start();
-                while (units.EndsBehind(at)) {
-                    const int64_t count = std::min(piece, static_cast<int64_t>(frame.size()) - at);
-                    units.Copy(copy.data() + at, at, count);
+                while (!units.IsEndKnown()) {
+                    const int64_t count = units.CopyAhead(copy.data() + at, at, piece);
+                    if (units.IsEndKnown()) {
+                        // Nothing of the unit is missing.
+                        ASSERT_GE(at + count, units.End());
+                    } else {
+                        ASSERT_EQ(count, piece);
+                    }
+                    ASSERT_LE(at + count, static_cast<int64_t>(frame.size()));
                     ASSERT_EQ(test::Slice(copy, static_cast<size_t>(at), static_cast<size_t>(count)),
                               test::Slice(frame, static_cast<size_t>(at), static_cast<size_t>(count)));
                     at += count;
@@ -81,12 +90,42 @@ TEST(NalReader, FindsTheEndAlongWithCopies) {
     }
 }
 
+// The copy stops where the unit does, and what it finds is what a search finds.
+TEST(NalReader, CopiesAgreeWithTheSearch) {
+    std::mt19937 random(9);
+    for (size_t round = 0; round < 5000; ++round) {
+        const ByteVector frame = Bytes("00 00 01") + test::ZeroRichBytes(random, 4 + random() % 200);
+        const uint32_t skip = random() % 2;
+        NalReader copying = Reader(frame, skip);
+        NalReader searching = Reader(frame, skip);
+        while (copying.Next()) {
+            ASSERT_TRUE(searching.Next());
+            ASSERT_EQ(copying.Position(), searching.Position());
+            int64_t at = copying.Start() + random() % 3;
+            const int64_t piece = 1 + random() % 70;
+            while (!copying.IsEndKnown() && at < static_cast<int64_t>(frame.size())) {
+                ByteVector out(static_cast<size_t>(piece));
+                const int64_t count = copying.CopyAhead(out.data(), at, piece);
+                ASSERT_EQ(test::Slice(out, 0, static_cast<size_t>(count)),
+                          test::Slice(frame, static_cast<size_t>(at), static_cast<size_t>(count)));
+                at += piece;
+            }
+            const auto length = static_cast<int64_t>(frame.size());
+            EXPECT_FALSE(copying.EndsBehind(length));
+            EXPECT_FALSE(searching.EndsBehind(length));
+            ASSERT_EQ(copying.End(), searching.End()) << test::Hex(frame);
+            ASSERT_EQ(copying.IsLast(), searching.IsLast()) << test::Hex(frame);
+        }
+        ASSERT_FALSE(searching.Next());
+    }
+}
+
 TEST(NalReader, ACopyFromFurtherOnHidesNothing) {
     const ByteVector frame = Bytes("00 00 01 41 9A 00 00 01 42") + ByteVector(100, 0x55);
     NalReader units = Reader(frame);
     ASSERT_TRUE(units.Next());
     ByteVector copy(40);
-    units.Copy(copy.data(), 20, 40);
+    EXPECT_EQ(units.CopyAhead(copy.data(), 20, 40), 0);
     EXPECT_FALSE(units.EndsBehind(50));
     EXPECT_EQ(units.End(), 5);
 }
