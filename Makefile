@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: help setup build test demo bench asan tsan fuzz lint format coverage docs packages root-test clean
+.PHONY: help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages root-test clean
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -26,6 +26,10 @@ demo: ## Pack a clip into every format, read each back, print the table
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench
 	@build/bench/bin/muxora_bench --benchmark_out=build/bench/bench.json --benchmark_out_format=json
+
+faults: setup build/release/build.ninja ## Every allocation and every write of a stream fails in turn, format by format
+	@cmake --build --preset release --target fault_tests
+	@MUXORA_FAULTS=all build/release/bin/fault_tests --gtest_brief=1
 
 asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined behaviour)
 	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@

@@ -1,6 +1,7 @@
 #include "iso/track_boxes.h"
 
 #include <algorithm>
+#include <new>
 #include <span>
 
 #include "MuxoraAPI.h"
@@ -42,6 +43,8 @@ void CBox_stbl::Init(uint32_t trackType, const TrackInfo* info) {
     trackType_ = trackType;
     stsd_.Init(trackType, info);
     stts_.Init(trackType, info);
+    // The sample that opens the track is in it, or there is no track.
+    if (!ReserveEntry(trackType == kVideoTrack)) throw std::bad_alloc();
     Refresh();
 }
 
@@ -60,7 +63,11 @@ bool CBox_stbl::Update(const SampleInfo& sample) {
 }
 
 bool CBox_stbl::Reserve(const SampleInfo& sample, bool is_sync) {
-    if (!stts_.Reserve(sample) || !stsz_.Reserve()) return false;
+    return stts_.Reserve(sample) && ReserveEntry(is_sync);
+}
+
+bool CBox_stbl::ReserveEntry(bool is_sync) {
+    if (!stsz_.Reserve()) return false;
     if (is_sync && !stss_.Reserve()) return false;
     return stco_ ? stco_->Reserve() : co64_->Reserve();
 }

@@ -29,6 +29,7 @@ class CBox_stbl final : public CBox {
   private:
     uint32_t WriteData(CGrowBuffer* buffer) const override;
     bool Reserve(const SampleInfo& sample, bool is_sync);
+    bool ReserveEntry(bool is_sync);
     void Refresh();
 
     uint32_t trackType_ = 0;

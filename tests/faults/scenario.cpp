@@ -61,7 +61,8 @@ std::vector<ScenarioFrame> Scenario(uint32_t format) {
     const bool aac = format == MX_FORMAT_MP4 || format == MX_FORMAT_MOV || format == MX_FORMAT_MP4_NOSEEK ||
                      format == MX_FORMAT_MP4_64 || format == MX_FORMAT_MOV_64 || format == MX_FORMAT_MKV ||
                      format == MX_FORMAT_FLV || format == MX_FORMAT_FLV_STREAM || format == MX_FORMAT_RTP ||
-                     format == MX_FORMAT_TS || format == MX_FORMAT_AVI;
+                     format == MX_FORMAT_TS || format == MX_FORMAT_AVI || format == MX_FORMAT_PS_OV ||
+                     format == MX_FORMAT_PS;
     for (uint32_t i = 0; i < 30; ++i) {
         if (format != MX_FORMAT_WAV) {
             const bool key = i % 10 == 0;
@@ -71,7 +72,12 @@ std::vector<ScenarioFrame> Scenario(uint32_t format) {
             if (i > 20 && format != MX_FORMAT_MKV) video.frame_rate = 30;
             Add(frames, Picture(key, i, 100 + i * i * i * 3), video);
         }
-        const MXFrameInfo sound = AudioFrame(none, aac ? MX_AUDIO_AAC : MX_AUDIO_ALAW, 1000 + 40 * i);
+        MXFrameInfo sound = AudioFrame(none, aac ? MX_AUDIO_AAC : MX_AUDIO_ALAW, 1000 + 40 * i);
+        if (!aac) {
+            sound.samples_per_sec = 8000;
+            sound.bits_per_sample = 8;
+            sound.channels = 1;
+        }
         Add(frames, aac ? AdtsFrame(60 + i, 0x31) : ByteVector(320 + i, 0x42), sound);
     }
     return frames;
