@@ -17,13 +17,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+/* [datagram] */
 struct sender {
     int socket;
     int prefixed; /* a length of two bytes stands in front of each packet */
     unsigned long datagrams;
 };
 
-/* [datagram] */
 static int32_t send_block(const MXOutputBlock* block, void* user) {
     struct sender* to = user;
     const unsigned char* packet = block->data;

@@ -74,7 +74,7 @@ TEST(Keys, OfFormatsAreSupportedWhereTheyBelong) {
         EXPECT_TRUE(CMuxora::supports(key)) << key;
         EXPECT_FALSE(CFilePackage::supports(key)) << key;
     }
-    for (const char* key : {kAsf, kFlv, kOvx, "ASF", "OVX"}) {
+    for (const char* key : {kAsf, kFlv, kOvx, kFmp4, kXmkv, kXflv, kXts, "ASF", "OVX"}) {
         EXPECT_TRUE(CMuxora::supports(key)) << key;
         EXPECT_TRUE(CFilePackage::supports(key)) << key;
     }

@@ -187,7 +187,7 @@ TEST(RtpDocument, ShowsTheCodeOfTheExample) {
     const std::string document = Text(std::string(SOURCE_FOLDER) + "/docs/RTP.md");
     const std::string code = Between(example, "/* [datagram] */\n", "/* [datagram] */");
     EXPECT_NE(code.find("packet += 2"), std::string::npos);
-    EXPECT_EQ(Between(document, "```c\n", "```"), code);
+    EXPECT_EQ(Between(document, "#include <sys/socket.h>\n\n", "```"), code);
 }
 
 }  // namespace
