@@ -109,7 +109,7 @@ uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
     if (!TakeVideoEntry(frame, skip, entry)) return MX_OK;
     if (!video_.info.present && (!key || !entry)) return MX_OK;
 
-    const FrameTime time = VideoTime(frame, sets_ && sets_->Details() ? sets_->Details()->max_reorder : 0);
+    const FrameTime time = VideoTime(frame, reorder_depth_);
     if (entry) {
         if (!video_.info.present) {
             video_.info.rotation = frame.rotation_angle;
@@ -149,6 +149,10 @@ bool CFragmentedMp4::TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, st
         if (!sets_ || sets_->codec() != *codec) sets_.emplace(*codec);
         const FrameNals found = sets_->ScanAnnexB(data);
         skip = found.rest;
+        if (found.changed) {
+            const auto details = sets_->Details();
+            reorder_depth_ = details ? details->max_reorder : 0;
+        }
         if (!found.has_picture || skip >= frame.frame_size) return false;
         if (current != nullptr && !found.changed && current->encode_type == frame.encode_type) return true;
         if (!sets_->Complete()) return true;
@@ -164,6 +168,7 @@ bool CFragmentedMp4::TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, st
         return true;
     }
     sets_.reset();
+    reorder_depth_ = 0;
     if (!IsKeyFrame(frame.frame_sub_type)) return true;
     Mp4Entry described;
     described.encode_type = frame.encode_type;

@@ -91,6 +91,7 @@ class CFragmentedMp4 : public CExactPackage {
     Stream video_;
     Stream audio_;
     std::optional<CParameterSets> sets_;
+    uint32_t reorder_depth_ = 0;  // what the sets say
     AudioForm audio_form_;
     bool saw_picture_ = false;
     bool tracks_known_ = false;
