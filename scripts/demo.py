@@ -179,7 +179,7 @@ class Demo:
 
     def second_opinion(self, key, out):
         """mediainfo, or mkvinfo for Matroska."""
-        if key == "mkv":
+        if key in ("mkv", "xmkv"):
             lines = run("mkvinfo", out).stdout.decode()
             return f"mkvinfo {lines.count('Codec ID:')} tracks"
         text = run("mediainfo", "--Inform=General;%Format%, %VideoCount% video, %AudioCount% audio", out)

@@ -18,11 +18,12 @@ constexpr uint32_t kProperties =
 constexpr uint32_t kAround = 1 + 2 + 10 + 1 + 4 + 3;
 // "keyframes" with two arrays without entries, and the filler behind it.
 constexpr uint32_t kEmptyKeyframes = 2 + 9 + 1 + (2 + 13 + 1 + 4) + (2 + 5 + 1 + 4) + 3;
-constexpr uint32_t kEmptySpacer = 2 + 6 + 1 + 2;
+constexpr uint32_t kSpacerHead = 2 + 6 + 1 + 2;
+constexpr uint32_t kSpacerPiece = 1000;
 
 uint32_t IndexSize(const CFlvIndex& index) {
     if (index.Capacity() == 0) return 0;
-    return kEmptyKeyframes + index.Capacity() * FlvHead::kEntrySize + kEmptySpacer;
+    return kEmptyKeyframes + index.Capacity() * FlvHead::kEntrySize + kSpacerHead;
 }
 
 uint32_t BodySize(const CFlvIndex& index) {
@@ -82,7 +83,7 @@ void FlvHead::Write(ByteCursor& out, const CFlvIndex& index) const {
     PutAmfBoolean(out, "hasAudio", has_audio);
     if (index.Capacity() != 0) {
         const auto& entries = index.Entries();
-        auto spare = static_cast<uint32_t>((index.Capacity() - entries.size()) * kEntrySize);
+        auto spare = static_cast<uint32_t>(kSpacerHead + (index.Capacity() - entries.size()) * kEntrySize);
         if (entries.empty()) {
             // Readers take an index without entries for one.
             spare += kEmptyKeyframes;
@@ -92,7 +93,12 @@ void FlvHead::Write(ByteCursor& out, const CFlvIndex& index) const {
             PutArray(out, "times", entries, [](const auto& entry) { return entry.time; });
             out.BE24(kAmfObjectEnd);
         }
-        PutAmfKey(out, "spacer").U8(kAmfString).BE16(static_cast<uint16_t>(spare)).Fill(' ', spare);
+        // In pieces: readers do not take longer strings.
+        while (spare != 0) {
+            const uint32_t piece = spare > 2 * kSpacerHead + kSpacerPiece ? kSpacerPiece : spare - kSpacerHead;
+            PutAmfKey(out, "spacer").U8(kAmfString).BE16(static_cast<uint16_t>(piece)).Fill(' ', piece);
+            spare -= kSpacerHead + piece;
+        }
     }
     out.BE24(kAmfObjectEnd);
     out.BE32(FlvTagSize(body));  // PreviousTagSize

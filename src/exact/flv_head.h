@@ -32,7 +32,7 @@ class CFlvIndex {
 
 struct FlvHead {
     static constexpr uint32_t kEntrySize = 18;
-    static constexpr uint32_t kMostEntries = 3600;  // the filler in their place is one string of AMF
+    static constexpr uint32_t kMostEntries = 100000;
 
     bool has_video = false;
     bool has_audio = false;

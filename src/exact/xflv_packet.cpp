@@ -153,18 +153,24 @@ uint32_t CXflvPacket::PackVideo(const MXFrameInfo& frame) {
         const bool first = !video_begun_;
         if (!PutHead()) return MX_NO_RESOURCES;
         // Players take the first entry of the index for the sequence header.
-        if (first) index_->Add(static_cast<double>(time.pts) / kScale, position_ + work_.Size());
+        if (first) AddToIndex(time);
         if (!PutVideoConfig(FlvTime(time.dts)) || (audio_begun_ && !PutAudioConfig(FlvTime(time.dts)))) {
             return MX_NO_RESOURCES;
         }
         EndHeader(time.dts);
     }
     video_begun_ = true;
-    if (key) index_->Add(static_cast<double>(time.pts) / kScale, position_ + work_.Size());
+    if (key) AddToIndex(time);
     if (const uint32_t result = PutPicture(frame, found->rest, key, time); result != MX_OK) return result;
     video_tally_.Count(frame.frame_size, time);
     Emit(MX_BLOCK_MEDIA, MX_BLOCK_VIDEO | (key ? uint32_t{MX_BLOCK_KEY} : 0), time);
     return MX_OK;
+}
+
+// What comes next in the work buffer is a place to seek to. Readers check the index against the tags and do not expect
+// a time below 0 there.
+void CXflvPacket::AddToIndex(const FrameTime& time) {
+    if (time.dts >= 0) index_->Add(static_cast<double>(time.pts) / kScale, position_ + work_.Size());
 }
 
 // The tag of a picture, behind the parameter sets that it begins with: the sequence header has those.

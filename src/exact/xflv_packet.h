@@ -57,6 +57,7 @@ class CXflvPacket : public CExactPackage {
     bool PutSound(std::span<const uint8_t> bytes, int64_t time);
     bool PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time);
     static std::optional<uint8_t> SoundByte(const MXFrameInfo& frame);
+    void AddToIndex(const FrameTime& time);
     void EndHeader(int64_t time);
     void Emit(uint32_t kind, uint32_t flags, const FrameTime& time);
 

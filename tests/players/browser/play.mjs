@@ -4,14 +4,13 @@
 //
 // MODULES is a folder in which package.json's dependencies are installed. For each file one line of JSON goes to
 // standard output: how far it played, the picture's size, and every error that the page met.
-import { createReadStream, mkdtempSync, rmSync } from 'node:fs';
+import { createReadStream } from 'node:fs';
 import { createServer } from 'node:http';
-import { createRequire } from 'node:module';
-import { tmpdir } from 'node:os';
 import { basename, extname, join } from 'node:path';
 
+import { withChromium } from './chromium.mjs';
+
 const [modules, seconds, ...files] = process.argv.slice(2);
-const { chromium } = createRequire(join(modules, 'package.json'))('playwright-core');
 
 const page_text = '<!doctype html><meta charset="utf-8"><title>Muxora</title>' +
     '<video id="video" muted></video><script src="/mpegts.js"></script>';
@@ -67,31 +66,21 @@ function play({ url, type, seconds }) {
     });
 }
 
-const profile = mkdtempSync(join(tmpdir(), 'muxora-chromium-'));
-let browser;
 try {
-    browser = await chromium.launchPersistentContext(profile, {
-        executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium',
-        // The driver's own word for headless mode is of an older Chromium.
-        ignoreDefaultArgs: ['--headless', '--headless=old'],
-        headless: true,
-        args: ['--headless=new', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
-            '--disable-background-networking', '--disable-component-update', '--disable-sync',
-            '--autoplay-policy=no-user-gesture-required'],
+    await withChromium(modules, async (browser) => {
+        for (const file of files) {
+            const page = await browser.newPage();
+            const page_errors = [];
+            page.on('pageerror', (error) => page_errors.push(`page: ${error.message}`));
+            await page.goto(address);
+            const type = extname(file) === '.ts' ? 'mpegts' : 'flv';
+            const result = await page.evaluate(play,
+                { url: `${address}/${basename(file)}`, type, seconds: Number(seconds) });
+            result.errors.push(...page_errors);
+            console.log(JSON.stringify({ file: basename(file), ...result }));
+            await page.close();
+        }
     });
-    for (const file of files) {
-        const page = await browser.newPage();
-        const page_errors = [];
-        page.on('pageerror', (error) => page_errors.push(`page: ${error.message}`));
-        await page.goto(address);
-        const type = extname(file) === '.ts' ? 'mpegts' : 'flv';
-        const result = await page.evaluate(play, { url: `${address}/${basename(file)}`, type, seconds: Number(seconds) });
-        result.errors.push(...page_errors);
-        console.log(JSON.stringify({ file: basename(file), ...result }));
-        await page.close();
-    }
 } finally {
-    await browser?.close();
     server.close();
-    rmSync(profile, { recursive: true, force: true });
 }

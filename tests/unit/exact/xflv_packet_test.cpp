@@ -197,6 +197,29 @@ TEST_F(XflvPacket, AFullIndexKeepsEverySecondKeyFrame) {
     EXPECT_EQ(times, (std::vector<double>{0, 4, 8}));
 }
 
+// Readers have a buffer of 1024 bytes for a string.
+TEST_F(XflvPacket, TheFillerIsOfShortStrings) {
+    for (const uint32_t gap : {18u, 36u, 990u, 1008u, 1026u, 5000u, 60000u, 1000000u}) {
+        stream = ExactStream::Of<CXflvPacket>(MX_FORMAT_XFLV);
+        stream->Open(MX_VIDEO_H264, 0, gap);
+        stream->Video(Key(), MX_SUB_I, 0, 0, 3600);
+        const size_t size = Tags()[0].data.size();
+        stream->Close();
+        const ByteVector metadata = Tags()[0].data;
+        EXPECT_EQ(metadata.size(), size);
+        const size_t filler = Find(metadata, "spacer");
+        ASSERT_NE(filler, SIZE_MAX);
+        size_t at = filler - 8;
+        while (Slice(metadata, at, 3) != Bytes("00 00 09")) {
+            ASSERT_EQ(Slice(metadata, at, 9), Bytes("00 06") + test::Text("spacer") + Bytes("02")) << gap;
+            const uint32_t length = ReadBE(metadata, at + 9, 2);
+            ASSERT_LT(length, 1024u);
+            at += 11 + length;
+        }
+        EXPECT_EQ(at + 3, metadata.size());
+    }
+}
+
 TEST_F(XflvPacket, NoRoomIsNoIndex) {
     stream->Open(MX_VIDEO_H264, 0, 1);
     stream->Video(Key(), MX_SUB_I, 0, 0, 3600);

@@ -1,0 +1,127 @@
+// Plays a file whose pictures carry their number, in headless Chromium, and tells which numbers it saw.
+//
+//     node numbers.mjs MODULES FILE HOW RATE COUNT OFFSET
+//
+// HOW is native (the file as the source of a video element), mpegts or flv (through mpegts.js). Picture n is shown from
+// OFFSET + n / RATE seconds on. The number stands in the picture's top rows: ten squares of 32 pixels, white for a 1,
+// the lowest bit first. Standard output gets one line of JSON: the numbers while it plays, the number at the middle of
+// each picture's time, those at 20 random places in time, and every error.
+import { createReadStream, statSync } from 'node:fs';
+import { createServer } from 'node:http';
+import { join } from 'node:path';
+
+import { withChromium } from './chromium.mjs';
+
+const [modules, file, how, rate, count, offset] = process.argv.slice(2);
+
+const page_text = '<!doctype html><meta charset="utf-8"><title>Muxora</title>' +
+    '<video id="video" muted></video><script src="/mpegts.js"></script>';
+const types = { native: 'video/x-matroska', mpegts: 'video/mp2t', flv: 'video/x-flv' };
+
+// Files have ranges, so that the browser can seek in them.
+function sendFile(request, response, path, type) {
+    const size = statSync(path).size;
+    const range = /bytes=(\d+)-(\d*)/.exec(request.headers.range ?? '');
+    const start = range ? Number(range[1]) : 0;
+    const end = range && range[2] !== '' ? Math.min(Number(range[2]), size - 1) : size - 1;
+    response.writeHead(range ? 206 : 200, {
+        'Content-Type': type, 'Accept-Ranges': 'bytes', 'Content-Length': end - start + 1,
+        ...(range ? { 'Content-Range': `bytes ${start}-${end}/${size}` } : {}),
+    });
+    createReadStream(path, { start, end }).pipe(response);
+}
+
+const server = createServer((request, response) => {
+    const path = new URL(request.url, 'http://localhost').pathname;
+    if (path === '/') {
+        response.setHeader('Content-Type', 'text/html').end(page_text);
+    } else if (path === '/mpegts.js') {
+        sendFile(request, response, join(modules, 'node_modules', 'mpegts.js', 'dist', 'mpegts.js'), 'text/javascript');
+    } else if (path === '/media') {
+        sendFile(request, response, file, types[how]);
+    } else {
+        response.writeHead(path === '/favicon.ico' ? 204 : 404).end();
+    }
+});
+await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
+const address = `http://127.0.0.1:${server.address().port}`;
+
+// Runs in the page.
+async function watch({ how, rate, count, offset }) {
+    const video = document.getElementById('video');
+    const errors = [];
+    video.addEventListener('error', () => errors.push(`video: ${video.error.message}`));
+    const canvas = document.createElement('canvas');
+    const context = canvas.getContext('2d', { willReadFrequently: true });
+    const number = () => {
+        canvas.width = video.videoWidth;
+        canvas.height = video.videoHeight;
+        context.drawImage(video, 0, 0);
+        let value = 0;
+        for (let bit = 0; bit < 10; ++bit) {
+            if (context.getImageData(bit * 32 + 16, 16, 1, 1).data[0] > 128) value += 1 << bit;
+        }
+        return value;
+    };
+    const until = async (condition, limit = 30000) => {
+        const started = performance.now();
+        while (!condition() && errors.length === 0 && performance.now() - started < limit) {
+            await new Promise((resolve) => setTimeout(resolve, 20));
+        }
+        if (!condition()) errors.push(`waited in vain at ${video.currentTime}`);
+    };
+
+    if (how === 'native') {
+        video.src = '/media';
+    } else {
+        const player = mpegts.createPlayer({ type: how, url: '/media', isLive: false },
+            { enableWorker: false, lazyLoad: false, accurateSeek: true, autoCleanupSourceBuffer: false });
+        player.on(mpegts.Events.ERROR, (kind, detail, info) => errors.push(`${kind} ${detail} ${JSON.stringify(info)}`));
+        player.attachMediaElement(video);
+        player.load();
+    }
+    await until(() => video.readyState >= 2);
+
+    const played = [];
+    let playing = true;
+    const note = () => {
+        if (!playing) return;
+        played.push(number());
+        video.requestVideoFrameCallback(note);
+    };
+    video.requestVideoFrameCallback(note);
+    video.playbackRate = 0.5;
+    await video.play().catch((error) => errors.push(`play: ${error.message}`));
+    const last = offset + (count - 1.5) / rate;
+    await until(() => video.currentTime >= last || video.ended);
+    playing = false;
+    video.pause();
+
+    const at = async (n) => {
+        let arrived = false;
+        video.addEventListener('seeked', () => { arrived = true; }, { once: true });
+        video.currentTime = offset + (n + 0.5) / rate;
+        await until(() => arrived && video.readyState >= 2);
+        await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+        return number();
+    };
+    const stepped = [];
+    for (let n = 0; n < count && errors.length === 0; ++n) stepped.push(await at(n));
+    const sought = [];
+    for (let i = 0; i < 20 && errors.length === 0; ++i) {
+        const wanted = Math.floor(Math.random() * count);
+        sought.push({ wanted, got: await at(wanted) });
+    }
+    return { played, stepped, sought, errors };
+}
+
+try {
+    await withChromium(modules, async (browser) => {
+        const page = await browser.newPage();
+        await page.goto(address);
+        const result = await page.evaluate(watch, { how, rate: Number(rate), count: Number(count), offset: Number(offset) });
+        console.log(JSON.stringify(result));
+    });
+} finally {
+    server.close();
+}

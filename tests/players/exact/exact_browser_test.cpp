@@ -1,0 +1,96 @@
+// The formats with exact times in headless Chromium, with the number of each picture painted into it: none is missing,
+// none comes twice or too early, and every seek lands on the picture that is shown at that time.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+
+#include "exact/exact_clip.h"
+#include "support/clip.h"
+#include "support/process.h"
+
+namespace {
+
+using test::ExactFrame;
+
+constexpr int kPictures = 72;
+constexpr double kRate = 24000.0 / 1001;
+
+// Three seconds of 23.976 with B pictures; picture n holds n in ten squares along its top, the lowest bit first.
+const test::Encode& Numbered() {
+    static const test::Encode encode{
+        "numbered",
+        "color=s=320x128:r=24000/1001:d=3.003",
+        "sine=r=44100:d=3",
+        {"-vf", "geq=lum='if(lt(Y,64),16+219*mod(floor(N/pow(2,floor(X/32))),2),128)':cb=128:cr=128", "-c:v", "libx264",
+         "-pix_fmt", "yuv420p", "-g", "24", "-c:a", "aac"}};
+    return encode;
+}
+
+// The list of numbers behind a name in the script's line.
+std::vector<int> Numbers(const std::string& line, const std::string& name, char end = ']') {
+    std::vector<int> numbers;
+    size_t at = line.find("\"" + name + "\":");
+    if (at == std::string::npos) return numbers;
+    at = line.find('[', at);
+    const size_t stop = line.find(end, at);
+    while (at < stop) {
+        at = line.find_first_of("0123456789", at);
+        if (at == std::string::npos || at >= stop) break;
+        size_t used = 0;
+        numbers.push_back(std::stoi(line.substr(at), &used));
+        at += used;
+    }
+    return numbers;
+}
+
+struct Case {
+    const char* key;
+    uint32_t format;
+    const char* extension;
+    const char* how;
+};
+
+class ExactBrowser : public testing::TestWithParam<Case> {};
+INSTANTIATE_TEST_SUITE_P(All, ExactBrowser,
+                         testing::Values(Case{"xmkv", MX_FORMAT_XMKV, "mkv", "native"},
+                                         Case{"xflv", MX_FORMAT_XFLV, "flv", "flv"},
+                                         Case{"xts", MX_FORMAT_XTS, "ts", "mpegts"}),
+                         [](const auto& row) { return std::string(row.param.key); });
+
+TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
+    ASSERT_TRUE(std::filesystem::exists(std::string(BROWSER_MODULES) + "/node_modules/mpegts.js"))
+        << "scripts/setup.sh installs what this test needs";
+    const auto frames = test::ReadExact(test::MakeEncode(Numbered()));
+    ASSERT_EQ(std::count_if(frames.begin(), frames.end(), [](const auto& f) { return f.IsVideo(); }), kPictures);
+    const std::string path = test::WorkPath(std::string("numbered.") + GetParam().extension);
+    ASSERT_EQ(test::PackExact(GetParam().format, frames, path).refused, 0u);
+    // mpegts.js lets its clock begin at the first decoding time.
+    double first = 0;
+    if (std::string(GetParam().how) != "native") {
+        for (const ExactFrame& frame : frames)
+            first = std::min(first, static_cast<double>(frame.dts) / frame.scale);
+    }
+    const auto run = test::Run({"node", NUMBERS_SCRIPT, BROWSER_MODULES, path, GetParam().how, std::to_string(kRate),
+                                std::to_string(kPictures), std::to_string(-first)},
+                               240);
+    ASSERT_TRUE(run.Ok()) << run.err;
+    EXPECT_NE(run.out.find("\"errors\":[]"), std::string::npos) << run.out;
+
+    const auto played = Numbers(run.out, "played");
+    EXPECT_GT(played.size(), 20u) << run.out;
+    EXPECT_TRUE(std::is_sorted(played.begin(), played.end())) << run.out;
+    std::vector<int> all(kPictures);
+    for (int i = 0; i < kPictures; ++i)
+        all[static_cast<size_t>(i)] = i;
+    EXPECT_EQ(Numbers(run.out, "stepped"), all) << run.out;
+    const size_t sought = run.out.find("\"sought\":");
+    ASSERT_NE(sought, std::string::npos);
+    const auto pairs = Numbers(run.out.substr(sought), "sought");
+    ASSERT_EQ(pairs.size(), 40u) << run.out;
+    for (size_t i = 0; i < pairs.size(); i += 2)
+        EXPECT_EQ(pairs[i], pairs[i + 1]) << "wanted, got";
+}
+
+}  // namespace
