@@ -1,7 +1,7 @@
 #include "rtp/packet_run.h"
 
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -60,8 +60,7 @@ uint8_t* PacketRun::Add(uint32_t prefix_length, int64_t payload_length, bool mar
     if (custom_length_ != 0) out = std::copy(stream_->custom_data.begin(), stream_->custom_data.end(), out);
     if (prefix_length != 0) out += PutBE16(out, static_cast<uint16_t>(header_length_ + payload_length));
     out += PutBE32(out, first_word_ | (marker ? kMarkerBit : 0) | stream_->sequence);
-    std::memcpy(out, last_words_, sizeof last_words_);
-    out += sizeof last_words_;
+    out = std::copy(std::begin(last_words_), std::end(last_words_), out);
     if (out != payload) std::copy(extension_->Block().begin(), extension_->Block().end(), out);
 
     const auto packet_size = static_cast<uint32_t>(payload - end_ + payload_length);
