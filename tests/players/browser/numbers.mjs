@@ -2,8 +2,8 @@
 //
 //     node numbers.mjs MODULES FILE HOW RATE COUNT OFFSET
 //
-// HOW is native (the file as the source of a video element), mpegts or flv (through mpegts.js). Picture n is shown from
-// OFFSET + n / RATE seconds on. The number stands in the picture's top rows: ten squares of 32 pixels, white for a 1,
+// HOW is native (the file as the source of a video element), mse (fragmented MP4 through Media Source), mpegts or flv
+// (through mpegts.js). Picture n is shown from OFFSET + n / RATE seconds on. The number stands in the picture's top rows: ten squares of 32 pixels, white for a 1,
 // the lowest bit first. Standard output gets one line of JSON: the numbers while it plays, the number at the middle of
 // each picture's time, those at 20 random places in time, and every error.
 import { createReadStream, statSync } from 'node:fs';
@@ -16,7 +16,7 @@ const [modules, file, how, rate, count, offset] = process.argv.slice(2);
 
 const page_text = '<!doctype html><meta charset="utf-8"><title>Muxora</title>' +
     '<video id="video" muted></video><script src="/mpegts.js"></script>';
-const types = { native: 'video/x-matroska', mpegts: 'video/mp2t', flv: 'video/x-flv' };
+const types = { native: 'video/x-matroska', mse: 'video/mp4', mpegts: 'video/mp2t', flv: 'video/x-flv' };
 
 // Files have ranges, so that the browser can seek in them.
 function sendFile(request, response, path, type) {
@@ -73,6 +73,15 @@ async function watch({ how, rate, count, offset }) {
 
     if (how === 'native') {
         video.src = '/media';
+    } else if (how === 'mse') {
+        const source = new MediaSource();
+        video.src = URL.createObjectURL(source);
+        source.addEventListener('sourceopen', async () => {
+            const buffer = source.addSourceBuffer('video/mp4; codecs="avc1.640028, mp4a.40.2"');
+            buffer.addEventListener('error', () => errors.push('source buffer'));
+            buffer.addEventListener('updateend', () => source.endOfStream(), { once: true });
+            buffer.appendBuffer(await (await fetch('/media')).arrayBuffer());
+        }, { once: true });
     } else {
         const player = mpegts.createPlayer({ type: how, url: '/media', isLive: false },
             { enableWorker: false, lazyLoad: false, accurateSeek: true, autoCleanupSourceBuffer: false });
