@@ -461,4 +461,16 @@ TEST(FileFactory, IsFoundByNameAndMakesComponents) {
     EXPECT_EQ(factory->create(key), nullptr);
 }
 
+// A factory that leaves create() out.
+struct BareFactory : IFilePackage::IFactory {
+    Basalt::flex_string getName() override { return "bare"; }
+};
+
+TEST(FileFactory, TheInterfacesOwnMakesNothingAndSaysSo) {
+    BareFactory factory;
+    Basalt::setLastError(0);
+    EXPECT_EQ(factory.create("mp4"), nullptr);
+    EXPECT_EQ(Basalt::getLastError(), 0x10030010u);
+}
+
 }  // namespace

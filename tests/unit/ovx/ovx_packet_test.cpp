@@ -82,6 +82,13 @@ TEST_F(OvxPacket, AnAudioFrameByteByByte) {
                                  "6F 72 76 78  35 00 00 00"));
 }
 
+TEST_F(OvxPacket, NothingOfALayeredPictureStaysInTheNextUnit) {
+    EXPECT_EQ(Unit(Video(MX_SUB_LAYERED_KEY2))[5], 2);
+    const ByteVector sound = Unit(Audio());
+    EXPECT_EQ(sound[4], 240);
+    EXPECT_EQ(sound[5], 0);
+}
+
 TEST_F(OvxPacket, APredictedFrameByteByByte) {
     Give(Video());
     EXPECT_EQ(Unit(Video(MX_SUB_P, 65536)),

@@ -214,6 +214,23 @@ TEST_F(RtpAudio, OtherCodecsGoOutUnderTheVideoIdentity) {
     EXPECT_EQ(ReadPacket(sink.Last(), Prefixed::kYes, 3).sequence, 5u);
 }
 
+TEST_F(RtpAudio, TheRecordBringsAudioCustomData) {
+    MXRtpParam record{};
+    record.rtp_audio_sample = 8000;
+    record.rtp_audio_custom_data = "four";
+    record.rtp_audio_custom_data_length = 4;
+    packet.SetRtpParam(record);
+    ASSERT_EQ(Audio(Counting(40), MX_AUDIO_ALAW), 0u);
+    EXPECT_EQ(ReadPacket(sink.Last(), Prefixed::kYes, 4).custom, test::Text("four"));
+    EXPECT_EQ(ReadPacket(sink.Last(), Prefixed::kYes, 4).payload, Counting(40));
+    // Five bytes are not taken: the four stay.
+    record.rtp_audio_custom_data = "fives";
+    record.rtp_audio_custom_data_length = 5;
+    packet.SetRtpParam(record);
+    ASSERT_EQ(Audio(Counting(40), MX_AUDIO_ALAW), 0u);
+    EXPECT_EQ(ReadPacket(sink.Last(), Prefixed::kYes, 4).custom, test::Text("four"));
+}
+
 TEST_F(RtpAudio, AudioHasItsOwnCustomData) {
     packet.SetCustomData("video", 5);
     packet.SetAudioCustomData("$A", 2);
