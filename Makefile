@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages root-test clean
+.PHONY: help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -54,6 +54,10 @@ docs: setup ## The documentation site, in build/docs/html
 packages: setup build/package/build.ninja ## Debian packages and a source tarball, in build/package
 	@cmake --build --preset package
 	@cd build/package && cpack && cpack --config CPackSourceConfig.cmake
+
+windows arm: build ## All tests under wine, or for 64-bit Arm under qemu, and the same bytes as here
+	@scripts/setup.sh platforms
+	@scripts/platforms.sh $(if $(filter arm,$@),aarch64,mingw)
 
 root-test: setup ## In a bare Debian root: the library built, the packages installed and used (as root, minutes)
 	@scripts/setup.sh root

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Another platform, here and now: platforms.sh mingw|aarch64. Builds library, examples and tests with the preset of that
-# name, runs the tests under wine or qemu, kills a recording there and looks at what is left, and compares what the same
-# calls write, byte for byte over all formats, with this machine. Wants build/release.
+# Another platform, here and now: platforms.sh mingw|aarch64 [TESTS...]. Builds library and tests with the preset of that
+# name, runs the tests (all, or the programs that are named) under wine or qemu, kills a recording there and looks at what
+# is left, and compares what the same calls write, byte for byte over all formats, with this machine. Wants build/release.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 platform=$1
+shift
+tests=("$@")
 build=build/$platform
 case $platform in
 mingw)
@@ -24,15 +26,21 @@ here=build/release/bin/format_bytes
 export TZ=UTC0
 
 cmake --preset "$platform" >"$build-configure.log" || { cat "$build-configure.log"; exit 1; }
-cmake --build --preset "$platform" | tail -n 1
+if [ "${#tests[@]}" -eq 0 ]; then
+    cmake --build --preset "$platform" | tail -n 1
+    chosen=.
+else
+    cmake --build --preset "$platform" --target format_bytes "${tests[@]}" | tail -n 1
+    chosen="^($(IFS='|'; echo "${tests[*]}"))\$"
+fi
 cmake --build --preset release --target format_bytes muxora_tool | tail -n 1
 
 # One at a time: a second wine server takes longer to start than the tests to run.
-ctest --preset "$platform" -j 1 -V >"$build/tests.log" 2>&1 || { grep -v '^[0-9]*: \[ *OK' "$build/tests.log" | tail -n 150; exit 1; }
+ctest --preset "$platform" -R "$chosen" -j 1 -V >"$build/tests.log" 2>&1 || { grep -v '^[0-9]*: \[ *OK' "$build/tests.log" | tail -n 150; exit 1; }
 passed=$(sed -n 's/.*\[  PASSED  \] \([0-9]*\) tests\{0,1\}\..*/\1/p' "$build/tests.log" | paste -sd+ | bc)
 skipped=$(sed -n 's/.*\[  SKIPPED \] \([0-9]*\) tests\{0,1\}.*/\1/p' "$build/tests.log" | paste -sd+ | bc)
 echo "$platform: $passed tests passed, ${skipped:-0} skipped"
-[ "$passed" -gt 500 ]
+[ "$passed" -gt 20 ]
 
 # The same calls.
 rm -rf "$build/bytes"

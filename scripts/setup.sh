@@ -3,6 +3,7 @@
 #
 #   scripts/setup.sh         to build, test and measure
 #   scripts/setup.sh demo    to build the tool and run the demo: far less
+#   scripts/setup.sh platforms    beside all else, the compilers and emulators of other platforms
 #   scripts/setup.sh root    beside all else, what makes a bare Debian root to test in
 set -eu
 cd "$(dirname "$0")/.."
@@ -19,6 +20,8 @@ packages=(g++ cmake ninja-build make git pkg-config python3
     doxygen abigail-tools dpkg-dev fish zsh bc
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
 
+# Other platforms, built here and run in emulators.
+[ "$purpose" != platforms ] || packages+=(g++-mingw-w64-x86-64-posix wine wine64 g++-aarch64-linux-gnu qemu-user bc)
 [ "$purpose" != root ] || packages+=(debootstrap)
 
 missing=()
