@@ -63,6 +63,6 @@ wait "$recorder" 2>/dev/null || true
 told=$(tr -d '\r' <"$build/killed/progress" | grep -cE '^[0-9]+$')
 [ "$told" -ge 50 ]
 report=$(build/release/bin/muxora inspect "$build/killed/killed.ovx" || true)
-units=$(sed -n 's/.* \([0-9,]*\) intact units.*/\1/p' <<<"$report" | head -n 1 | tr -d ,)
+units=$(sed -n 's/^\(video\|audio\): \([0-9,]*\) units.*/\2/p' <<<"$report" | tr -d , | paste -sd+ | bc)
 [ "${units:-0}" -ge "$told" ] || { echo "$report" | tail -n 20; exit 1; }
 echo "$platform: killed after $told frames, $units intact units left behind"

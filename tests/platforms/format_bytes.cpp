@@ -207,6 +207,7 @@ class Comparison {
     // Through the stream component, packet by packet.
     void ByPacket(const std::string& key, size_t pair) {
         CMuxora stream(key);
+        stream.setParam("rtp_audio_sample", 48000);
         const std::string name = "stream-" + key + "-" + std::to_string(pair);
         results_ << name << ": ";
         ByteVector all;
