@@ -343,8 +343,8 @@ bool CFragmentedMp4::OnlyKeyFrames(const Stream& stream) const {
 // Decides that no more tracks are waited for: at once, or when all are there or the time is up.
 void CFragmentedMp4::KnowTracks(bool now) {
     if (tracks_known_) return;
-    const Stream& first = video_.info.present ? video_ : audio_;
-    if (!first.info.present || first.samples.Empty()) return;
+    const Stream& first = !video_.samples.Empty() ? video_ : audio_;
+    if (first.samples.Empty()) return;
     const bool all = fragments_.tracks != MX_TRACKS_BOTH || (!video_.samples.Empty() && !audio_.samples.Empty());
     const uint32_t wait = fragments_.wait_ms != 0 ? fragments_.wait_ms : kDefaultWaitMs;
     const bool waited = first.last_dts - first.first_dts >= Milliseconds(wait, first.info.time_scale);

@@ -210,6 +210,7 @@ struct Span {
 
 Span Measure(const Mp4Track& track, const SampleIndex& samples) {
     Span span;
+    if (samples.Count() == 0) return span;  // a track whose frames were empty
     span.first = std::numeric_limits<int64_t>::max();
     int64_t time = 0;
     for (size_t i = 0; i < samples.Count(); ++i) {

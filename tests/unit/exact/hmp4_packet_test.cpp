@@ -194,6 +194,18 @@ TEST_F(Hmp4Packet, OtherParameterSetsAreAFurtherSampleEntryInBothIndexes) {
         Bytes("00000000 00000003 00000001 00000001 00000001 00000002 00000002 00000002 00000003 00000001 00000001"));
 }
 
+TEST_F(Hmp4Packet, ATrackOfEmptyFramesHasNoSamples) {
+    stream->Open();
+    stream->Audio(Adts({}), 0, 1024);
+    stream->Video(Key(), MX_SUB_I, 0, 0, 3600);
+    EXPECT_EQ(stream->Close(), 0u);
+    const IsoFile file(stream->File());
+    EXPECT_EQ(file.Layout(), "ftyp mdat moov");
+    EXPECT_EQ(file.Sizes(0), (std::vector<uint64_t>{26}));
+    EXPECT_TRUE(file.Sizes(1).empty());
+    EXPECT_EQ(file.Number("moov/trak:1/tkhd", 20, 4), 0u);
+}
+
 TEST_F(Hmp4Packet, WithoutAFrameThereIsNoFile) {
     stream->Open();
     EXPECT_EQ(stream->Close(), 0u);
