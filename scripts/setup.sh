@@ -11,7 +11,7 @@ purpose=${1:-all}
 
 # To build the library and the tool, and the programs that the demo reads its files with.
 packages=(g++ cmake ninja-build make git pkg-config python3
-    libcli11-dev nlohmann-json3-dev libboost1.81-dev libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
+    libcli11-dev nlohmann-json3-dev libboost1.81-dev libjpeg62-turbo-dev libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
     ffmpeg mediainfo mkvtoolnix imagemagick fontconfig fonts-dejavu-core)
 # The tests, their other players, and the checks.
 [ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind

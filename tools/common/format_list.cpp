@@ -36,6 +36,9 @@ constexpr Format kFormats[] = {
     {MX_FORMAT_PS_GAYS, "gaysps", "", kStream, kForward, "program stream, GAYS dialect"},
     {MX_FORMAT_OVX_ALT, "ovxalt", "", kStream, kForward, "OVX under its second number"},
     {MX_FORMAT_PS_GD, "gdps", "", kStream, kForward, "program stream, GD dialect"},
+    {MX_FORMAT_FMP4, "fmp4", "m4s cmfv cmfa", kStream, kForward, "fragmented MP4 with exact times"},
+    {MX_FORMAT_XFLV, "xflv", "", kFile, kSeeks, "FLV with exact times"},
+    {MX_FORMAT_XTS, "xts", "", kStream, kForward, "MPEG-2 transport stream with exact times"},
 };
 
 std::string Lower(std::string_view text) {

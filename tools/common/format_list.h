@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "MuxoraAPI.h"
+#include "MuxoraExt.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -22,6 +22,8 @@ struct Format {
     // The number that MX_CreateHandle knows.
     uint32_t Maker() const { return number == MX_FORMAT_3GP ? static_cast<uint32_t>(MX_FORMAT_MP4) : number; }
     bool IsIso() const;
+    // Keeps every time exactly.
+    bool IsExact() const { return number >= MX_FORMAT_FMP4; }
 };
 
 std::span<const Format> Formats();

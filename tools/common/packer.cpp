@@ -4,6 +4,7 @@
 
 #include "common/annexb_units.h"
 #include "common/errors.h"
+#include "common/rtp_jpeg_frame.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -11,8 +12,9 @@ namespace {
 
 std::string FrameText(const MediaFrame& frame) {
     if (frame.IsVideo()) return VideoCodecName(frame.codec) + " video";
-    return AudioCodecName(frame.codec) + " audio (" + std::to_string(frame.samples_per_sec) + " Hz, " +
-           std::to_string(frame.bits_per_sample) + " bits, " + std::to_string(frame.channels) + " ch)";
+    return AudioCodecName(frame.codec) + (frame.codec == MX_AUDIO_MPEG ? " (" : " audio (") +
+           std::to_string(frame.samples_per_sec) + " Hz, " + std::to_string(frame.bits_per_sample) + " bits, " +
+           std::to_string(frame.channels) + " ch)";
 }
 
 // What the format takes in place of the frame, with the limits that the library states for the frame's codec.
@@ -55,7 +57,7 @@ Packer::Packer(const Format& format, const PackerSettings& settings, const Media
     info.start_time_ms = MX_NO_START_TIME;
     info.reserved_gap = settings_.reserve;
     // The transport stream's first map then names both streams. AVI learns more of them from the frames themselves.
-    if (format.number == MX_FORMAT_TS) {
+    if (format.number == MX_FORMAT_TS || format.number == MX_FORMAT_XTS) {
         if (video != nullptr) {
             info.video_present = 1;
             info.video_encode_type = video->codec;
@@ -83,6 +85,10 @@ int32_t Packer::Output(const MXOutputBlock* block, void* user) {
 }
 
 void Packer::Give(MediaFrame& frame) {
+    if (format_.number == MX_FORMAT_RTP && frame.IsVideo() && frame.codec == MX_VIDEO_MJPEG) {
+        const std::vector<uint8_t> jpeg = JpegForRtp({frame.bytes.data(), frame.Size()});
+        frame.SetBytes(jpeg.data(), jpeg.size());
+    }
     MXFrameInfo record = frame.Record();
     if (TakesPresentationTimes(format_)) record.timestamp = static_cast<uint32_t>(frame.pts_ms);
     // RTP cuts large pictures of the other kinds into packets that no receiver puts together.
@@ -134,7 +140,8 @@ void Packer::CheckNotEmpty(const Tally& tally, const char* kind) const {
     const bool wav = format_.number == MX_FORMAT_WAV;
     throw Failure(std::string(format_.key) + " left out all " + std::to_string(tally.given) + " " + kind + " frames: " +
                   (wav ? "it drops the first block, and there was no other"
-                       : "it begins with a video key frame, and none came before them"));
+                       : "it begins with a video key frame, and none came before them; sound alone goes into "
+                         "ts, ps or ovx"));
 }
 
 void Packer::Finish() {

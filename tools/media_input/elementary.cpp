@@ -154,6 +154,7 @@ std::optional<AdtsConfig> AdtsFromSpecificConfig(ByteSpan config, std::string& w
     adts.rate_index = RateIndex(bits);
     adts.channel_config = static_cast<uint8_t>(bits.Get(4));
     if (adts.object_type == kSbr || adts.object_type == kParametricStereo) {
+        adts.extended = true;
         RateIndex(bits);  // the extension's rate: decoders find SBR by themselves
         adts.object_type = ObjectType(bits);
     }

@@ -25,6 +25,7 @@ struct AdtsConfig {
     uint8_t object_type = 2;  // audio object type, 1 to 4
     uint8_t rate_index = 4;
     uint8_t channel_config = 2;
+    bool extended = false;  // HE-AAC, said so in an AudioSpecificConfig
 
     uint32_t Rate() const;
     // ISO/IEC 13818-7 6.2: MPEG-4, no CRC, one raw data block.

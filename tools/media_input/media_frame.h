@@ -6,7 +6,7 @@
 #include <cstring>
 #include <vector>
 
-#include "MuxoraAPI.h"
+#include "MuxoraExt.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -19,6 +19,11 @@ struct MediaFrame {
     uint32_t sub_type = MX_SUB_I;    // MXFrameSubType, video only
     int64_t time_ms = 0;             // what the library gets: rises strictly within a stream, starts at start_ms
     int64_t pts_ms = 0;              // when the picture is shown; out of order where there are B pictures
+    // The same moments as exactly as the input states them, in ticks; a scale of 0: not known.
+    uint32_t time_scale = 0;
+    int64_t dts = 0;
+    int64_t pts = 0;
+    int64_t duration = 0;  // 0: up to the next frame
     uint32_t width = 0;
     uint32_t height = 0;
     uint32_t frame_rate = 0;
@@ -31,6 +36,15 @@ struct MediaFrame {
     bool IsVideo() const { return type == MX_FRAME_VIDEO; }
     bool IsKey() const { return IsVideo() && sub_type == MX_SUB_I; }
     size_t Size() const { return bytes.size() < kSpare ? 0 : bytes.size() - kSpare; }
+
+    // All its times become earlier, as in a file that begins later than the input.
+    void MoveBack(int64_t ms) {
+        time_ms -= ms;
+        pts_ms -= ms;
+        const int64_t ticks = ms * static_cast<int64_t>(time_scale) / 1000;
+        dts -= ticks;
+        pts -= ticks;
+    }
 
     // Puts `head` and then `body` into the frame, and the spare zeros behind.
     void SetBytes(const uint8_t* body, size_t size, const uint8_t* head = nullptr, size_t head_size = 0) {
@@ -56,6 +70,7 @@ struct MediaFrame {
         info.bits_per_sample = bits_per_sample;
         info.channels = channels;
         info.bitrate = bitrate;
+        if (time_scale != 0) MXSetFrameTimes(&info, time_scale, dts, pts, duration);
         return info;
     }
 };

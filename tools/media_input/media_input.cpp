@@ -1,24 +1,25 @@
 #include "media_input/media_input.h"
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <limits>
 #include <optional>
 
 #include "media_input/av_handles.h"
-#include "media_input/stream_reader.h"
+#include "media_input/media_source.h"
 
 namespace Orvane::Muxora::Tools {
 
 namespace {
 
-// How far one stream may run ahead while the other has nothing to give.
-constexpr size_t kReadAheadBytes = 32u << 20;
-
-std::string AvText(int error) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(error, text, sizeof text);
-    return text;
-}
+constexpr size_t kTagSize = 4;
+constexpr char kOvxTag[] = "ORVX";
 
 bool IsUrl(const std::string& path) {
     return path.find("://") != std::string::npos;
@@ -37,134 +38,96 @@ void CheckPath(const std::string& path) {
     }
 }
 
-class FileSource {
-  public:
-    FileSource(const std::string& path, int first_number, const InputOptions& options)
-        : path_(path == "-" ? "standard input" : path), first_number_(first_number) {
-        CheckPath(path);
-        AVDictionary* settings = nullptr;
-        // Only raw video has this setting: it has no clock of its own.
-        if (options.frame_rate != 0) av_dict_set_int(&settings, "framerate", options.frame_rate, 0);
-        AVFormatContext* context = nullptr;
-        const std::string url = path == "-" ? "pipe:0" : IsUrl(path) ? path : "file:" + path;
-        const int opened = avformat_open_input(&context, url.c_str(), nullptr, &settings);
-        av_dict_free(&settings);
-        if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + ": is no media file that can be read");
-        if (opened < 0) throw InputError(path_ + ": cannot be opened: " + AvText(opened));
-        format_.reset(context);
-        const int found = avformat_find_stream_info(format_.get(), nullptr);
-        if (found < 0) throw InputError(path_ + ": its streams cannot be read: " + AvText(found));
-    }
-
-    int StreamCount() const { return static_cast<int>(format_->nb_streams); }
-    const std::string& Path() const { return path_; }
-
-    // Does the choice fall on a stream of this file?
-    const AVStream* Find(AVMediaType type, int choice) const {
-        for (unsigned i = 0; i < format_->nb_streams; ++i) {
-            const AVStream* stream = format_->streams[i];
-            const int number = first_number_ + static_cast<int>(i);
-            if (choice >= 0 && number != choice) continue;
-            if (stream->codecpar->codec_type != type) {
-                if (choice >= 0) {
-                    throw InputError(path_ + ": stream " + std::to_string(choice) + " is no " +
-                                     av_get_media_type_string(type) + " stream");
-                }
-                continue;
-            }
-            // A cover picture is not a film.
-            if (choice < 0 && (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) continue;
-            return stream;
+// The first bytes of the input, as far as they can be had; those of a pipe are then gone from it.
+std::vector<uint8_t> Head(const std::string& path) {
+    std::array<uint8_t, kTagSize> head{};
+    size_t size = 0;
+    if (path == "-") {
+        while (size < head.size()) {
+            const ssize_t got = read(STDIN_FILENO, head.data() + size, head.size() - size);
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) break;
+            size += static_cast<size_t>(got);
         }
-        return nullptr;
+    } else if (!IsUrl(path) && std::filesystem::is_regular_file(path)) {
+        std::ifstream file(path, std::ios::binary);
+        file.read(reinterpret_cast<char*>(head.data()), head.size());
+        size = static_cast<size_t>(file.gcount());
     }
+    return {head.begin(), head.begin() + static_cast<std::ptrdiff_t>(size)};
+}
 
-    StreamReader& Choose(const AVStream& stream, const InputOptions& options) {
-        MediaStream about = DescribeStream(stream, path_, first_number_ + stream.index, options.frame_rate);
-        if (about.duration_ms == 0 && format_->duration > 0)
-            about.duration_ms = format_->duration / (AV_TIME_BASE / 1000);
-        return *readers_.emplace_back(std::make_unique<StreamReader>(stream, std::move(about), options));
-    }
+bool HasOvxName(const std::string& path) {
+    std::string extension = std::filesystem::path(path).extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return !IsUrl(path) && extension == ".ovx";
+}
 
-    void DropOthers() {
-        for (unsigned i = 0; i < format_->nb_streams; ++i) {
-            const bool chosen = std::any_of(readers_.begin(), readers_.end(),
-                                            [i](const auto& reader) { return reader->Index() == static_cast<int>(i); });
-            if (!chosen) format_->streams[i]->discard = AVDISCARD_ALL;
-        }
-    }
+std::unique_ptr<MediaSource> Open(const std::string& path, int first_number, const InputOptions& options) {
+    CheckPath(path);
+    std::vector<uint8_t> head = Head(path);
+    const bool ovx = head.size() == kTagSize && std::memcmp(head.data(), kOvxTag, kTagSize) == 0;
+    if (path != "-") head.clear();
+    return ovx || HasOvxName(path) ? OpenOvxSource(path, first_number, options, std::move(head))
+                                   : OpenFileSource(path, first_number, options, std::move(head));
+}
 
-    const std::vector<std::unique_ptr<StreamReader>>& Readers() const { return readers_; }
-    bool Ended() const { return ended_; }
+// Differences and roundings that hold for any time that a damaged file states.
+int64_t Since(int64_t time, int64_t base) {
+    int64_t difference = 0;
+    if (!__builtin_sub_overflow(time, base, &difference)) return difference;
+    return time < base ? std::numeric_limits<int64_t>::min() / 4 : std::numeric_limits<int64_t>::max() / 4;
+}
 
-    // Reads until each chosen stream has a frame, as far as that goes within bounds.
-    void Fill() {
-        while (!ended_) {
-            bool waiting = false;
-            size_t held = 0;
-            for (const auto& reader : readers_) {
-                waiting = waiting || reader->ready.empty();
-                held += reader->ready_bytes;
-            }
-            if (!waiting || held > kReadAheadBytes) break;
-            ReadPacket();
-        }
-        if (!base_us_) {
-            for (const auto& reader : readers_) {
-                if (reader->ready.empty()) continue;
-                const int64_t first = reader->ready.front().time_us;
-                base_us_ = std::min(base_us_.value_or(first), first);
-            }
-        }
-    }
-
-    // Time on the inputs' common clock, which starts at 0.
-    int64_t Ms(int64_t time_us) const {
-        const int64_t since = time_us - base_us_.value_or(0);
-        return since >= 0 ? (since + 500) / 1000 : -((-since + 500) / 1000);
-    }
-
-  private:
-    void ReadPacket() {
-        const int result = av_read_frame(format_.get(), packet_.get());
-        if (result == AVERROR(EAGAIN)) return;
-        if (result < 0) {
-            // A cut file ends here: what came before it is good.
-            ended_ = true;
-            for (const auto& reader : readers_)
-                reader->Take(nullptr);
-            return;
-        }
-        for (const auto& reader : readers_) {
-            if (reader->Index() == packet_->stream_index) reader->Take(packet_.get());
-        }
-        av_packet_unref(packet_.get());
-    }
-
-    std::string path_;
-    int first_number_;
-    AvPtr<AVFormatContext> format_;
-    AvPtr<AVPacket> packet_{av_packet_alloc()};
-    std::vector<std::unique_ptr<StreamReader>> readers_;
-    std::optional<int64_t> base_us_;
-    bool ended_ = false;
-};
+int64_t ToMs(int64_t us) {
+    return us >= 0 ? us / 1000 + (us % 1000 + 500) / 1000 : us / 1000 - (500 - us % 1000) / 1000;
+}
 
 }  // namespace
 
 struct MediaInput::Impl {
-    std::vector<std::unique_ptr<FileSource>> files;
+    struct Source {
+        std::unique_ptr<MediaSource> media;
+        std::optional<int64_t> base_us;  // of its first frame
+    };
+    std::vector<Source> sources;
     InputOptions options;
-    StreamReader* video = nullptr;
-    StreamReader* audio = nullptr;
+    StreamQueue* video = nullptr;
+    StreamQueue* audio = nullptr;
 
-    StreamReader* ChooseFrom(AVMediaType type, int choice) {
+    StreamQueue* ChooseFrom(uint32_t type, int choice) {
         if (choice == StreamChoice::kNone) return nullptr;
-        for (const auto& file : files) {
-            if (const AVStream* stream = file->Find(type, choice)) return &file->Choose(*stream, options);
+        for (const Source& source : sources) {
+            if (StreamQueue* found = source.media->Choose(type, choice)) return found;
         }
         if (choice >= 0) throw InputError("there is no stream " + std::to_string(choice) + " in the inputs");
         return nullptr;
+    }
+
+    static void Fill(Source& source) {
+        source.media->Fill();
+        if (source.base_us) return;
+        for (const auto& queue : source.media->Chosen()) {
+            if (queue->ready.empty()) continue;
+            const int64_t first = queue->ready.front().time_us;
+            source.base_us = std::min(source.base_us.value_or(first), first);
+        }
+    }
+
+    // Exact times begin where the input's first frame does; what lies ahead of an input's own 0 stays ahead of it, as
+    // the priming of sound does.
+    static void StateTimes(const Source& source, const StreamQueue& queue, const StreamQueue::Timed& timed,
+                           MediaFrame& frame) {
+        if (queue.TimeScale() == 0) return;
+        const int64_t base = std::max<int64_t>(source.base_us.value_or(0), 0);
+        const auto ticks = [&](int64_t us) {
+            return av_rescale_q_rnd(us, {1, 1000000}, {1, static_cast<int>(queue.TimeScale())}, AV_ROUND_NEAR_INF);
+        };
+        frame.time_scale = queue.TimeScale();
+        frame.dts = ticks(Since(timed.dts_us, base));
+        frame.pts = ticks(Since(timed.pts_us, base));
+        frame.duration = ticks(timed.duration_us);
     }
 };
 
@@ -174,18 +137,18 @@ MediaInput::MediaInput(const std::vector<std::string>& paths, const InputOptions
     impl_->options = options;
     int number = 0;
     for (const std::string& path : paths) {
-        impl_->files.push_back(std::make_unique<FileSource>(path, number, options));
-        number += impl_->files.back()->StreamCount();
+        impl_->sources.push_back({Open(path, number, options), std::nullopt});
+        number += impl_->sources.back().media->StreamCount();
     }
-    impl_->video = impl_->ChooseFrom(AVMEDIA_TYPE_VIDEO, options.video);
-    impl_->audio = impl_->ChooseFrom(AVMEDIA_TYPE_AUDIO, options.audio);
+    impl_->video = impl_->ChooseFrom(MX_FRAME_VIDEO, options.video);
+    impl_->audio = impl_->ChooseFrom(MX_FRAME_AUDIO, options.audio);
     if (impl_->video == nullptr && impl_->audio == nullptr) {
         throw InputError((paths.empty() ? std::string("no input") : paths.front()) +
                          ": there is neither a video nor an audio stream to take");
     }
-    for (const auto& file : impl_->files) {
-        file->DropOthers();
-        file->Fill();
+    for (auto& source : impl_->sources) {
+        source.media->Begin();
+        Impl::Fill(source);
     }
 }
 
@@ -200,29 +163,31 @@ const MediaStream* MediaInput::Audio() const {
 }
 
 bool MediaInput::Next(MediaFrame& frame) {
-    StreamReader* next = nullptr;
+    StreamQueue* next = nullptr;
+    const Impl::Source* from = nullptr;
     int64_t next_ms = 0;
-    int64_t next_pts = 0;
-    for (const auto& file : impl_->files) {
-        file->Fill();
-        for (const auto& reader : file->Readers()) {
-            if (reader->ready.empty()) continue;
-            const int64_t ms = file->Ms(reader->ready.front().time_us);
+    for (auto& source : impl_->sources) {
+        Impl::Fill(source);
+        for (const auto& queue : source.media->Chosen()) {
+            if (queue->ready.empty()) continue;
+            const int64_t ms = ToMs(Since(queue->ready.front().time_us, source.base_us.value_or(0)));
             // At the same time video goes first: nothing is written before the first key frame.
-            const bool wins = next == nullptr || ms < next_ms || (ms == next_ms && reader.get() == impl_->video);
+            const bool wins = next == nullptr || ms < next_ms || (ms == next_ms && queue.get() == impl_->video);
             if (!wins) continue;
-            next = reader.get();
+            next = queue.get();
+            from = &source;
             next_ms = ms;
-            next_pts = file->Ms(reader->ready.front().pts_us);
         }
     }
     if (next == nullptr) return false;
     if (impl_->options.duration_ms > 0 && next_ms >= impl_->options.duration_ms) return false;
-    frame = std::move(next->ready.front().frame);
+    StreamQueue::Timed& timed = next->ready.front();
+    frame = std::move(timed.frame);
     next->ready_bytes -= frame.bytes.size();
-    next->ready.pop_front();
     frame.time_ms = std::max(impl_->options.start_ms + next_ms, next->last_ms + 1);
-    frame.pts_ms = impl_->options.start_ms + next_pts;
+    frame.pts_ms = impl_->options.start_ms + ToMs(Since(timed.pts_us, from->base_us.value_or(0)));
+    Impl::StateTimes(*from, *next, timed, frame);
+    next->ready.pop_front();
     next->last_ms = frame.time_ms;
     return true;
 }
@@ -236,11 +201,22 @@ int64_t MediaInput::DurationMs() const {
 
 uint64_t MediaInput::DamagedFrames() const {
     uint64_t count = 0;
-    for (const auto& file : impl_->files) {
-        for (const auto& reader : file->Readers())
-            count += reader->damaged;
+    for (const auto& source : impl_->sources) {
+        for (const auto& queue : source.media->Chosen())
+            count += queue->damaged;
     }
     return count;
+}
+
+std::vector<std::string> MediaInput::Notes() const {
+    std::vector<std::string> notes;
+    for (const auto& source : impl_->sources) {
+        for (std::string& note : source.media->Notes())
+            notes.push_back(std::move(note));
+        for (const auto& queue : source.media->Chosen())
+            notes.insert(notes.end(), queue->notes.begin(), queue->notes.end());
+    }
+    return notes;
 }
 
 std::vector<MediaFrame> ReadAllFrames(const std::vector<std::string>& paths, const InputOptions& options) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -37,6 +38,8 @@ struct InputOptions {
     int64_t block_ms = 40;
     // Start codes of H.264 and H.265 become 00 00 00 01, which Matroska asks for; false leaves them as they come.
     bool long_start_codes = true;
+    // Gives the AES key of encrypted OVX units when one is met; unset, or giving nothing, there is none.
+    std::function<std::vector<uint8_t>()> ovx_key;
 };
 
 // A chosen stream, as far as it is known before the first frame.
@@ -73,6 +76,9 @@ class MediaInput {
 
     // Length of the longest chosen stream, or 0 where no file says it.
     int64_t DurationMs() const;
+    // What of the inputs does not reach the library, or not whole, each in a line: streams left out, samples narrowed,
+    // damage. Whole at the end.
+    std::vector<std::string> Notes() const;
     // Frames that the demuxer marked as damaged or cut; they are left out.
     uint64_t DamagedFrames() const;
 

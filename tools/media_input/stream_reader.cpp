@@ -60,6 +60,15 @@ uint32_t RoundedRate(const AVStream& stream) {
     return value >= 1 && value <= 1000 ? static_cast<uint32_t>(value) : 0;
 }
 
+// Ticks a second that hold each time of the stream. PCM is cut anew, by the sample.
+uint32_t ScaleOf(const AVStream& stream) {
+    const AVCodecParameters& par = *stream.codecpar;
+    if (IsSampled(LibraryCodec(par)) && par.sample_rate > 0) return static_cast<uint32_t>(par.sample_rate);
+    const AVRational base = stream.time_base;
+    if (base.num <= 0 || base.den <= 0) return 0;
+    return static_cast<uint32_t>(base.den % base.num == 0 ? base.den / base.num : base.den);
+}
+
 uint32_t SampleBits(uint32_t codec) {
     return codec == MX_AUDIO_PCM8 || codec == MX_AUDIO_ALAW || codec == MX_AUDIO_MULAW ? 8 : 16;
 }
@@ -133,7 +142,7 @@ MediaStream DescribeStream(const AVStream& stream, const std::string& path, int 
 }
 
 StreamReader::StreamReader(const AVStream& stream, MediaStream about, const InputOptions& options)
-    : about_(std::move(about)),
+    : StreamQueue(std::move(about), ScaleOf(stream)),
       index_(stream.index),
       time_base_(stream.time_base),
       bitrate_(static_cast<uint32_t>(std::clamp<int64_t>(stream.codecpar->bit_rate, 0, UINT32_MAX))),
@@ -147,6 +156,7 @@ StreamReader::StreamReader(const AVStream& stream, MediaStream about, const Inpu
         if (options.frame_rate == 0 && rate.num > 0 && rate.den > 0) frame_length_ = av_inv_q(rate);
         OpenFilter(par);
         OpenParser(par);
+        NoteRotation(stream);
         return;
     }
     if (about_.samples_per_sec == 0) Fail("does not say its sample rate");
@@ -154,11 +164,19 @@ StreamReader::StreamReader(const AVStream& stream, MediaStream about, const Inpu
         // Files that hold ADTS frames have no AudioSpecificConfig; then each frame says for itself.
         if (!parameter_sets_.empty()) adts_ = AdtsFromSpecificConfig(parameter_sets_, adts_trouble_);
         if (adts_) about_.samples_per_sec = adts_->Rate();
+        if (adts_ && adts_->extended) {
+            notes.push_back("HE-AAC is stated as its core, AAC-LC at " + std::to_string(adts_->Rate()) +
+                            " Hz; decoders find the rest in the frames");
+        }
         frame_length_ = {1024, static_cast<int>(about_.samples_per_sec)};
     } else if (about_.codec == MX_AUDIO_MPEG) {
         frame_length_ = {par.frame_size > 0 ? par.frame_size : 1152, static_cast<int>(about_.samples_per_sec)};
     } else {
         pcm_form_ = FormOf(par.codec_id);
+        if (pcm_form_ && BytesPerSample(*pcm_form_) > 2) {
+            notes.push_back(about_.codec_name +
+                            " sound is narrowed to 16 bits, the widest samples that the formats take");
+        }
         block_samples_ = std::max<int64_t>(about_.samples_per_sec * block_ms_ / 1000, 1);
     }
 }
@@ -166,6 +184,16 @@ StreamReader::StreamReader(const AVStream& stream, MediaStream about, const Inpu
 void StreamReader::Fail(const std::string& what) const {
     throw InputError(about_.path + ": stream " + std::to_string(about_.number) + " (" + about_.codec_name + ") " +
                      what);
+}
+
+void StreamReader::NoteRotation(const AVStream& stream) {
+    const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    if (matrix == nullptr) return;
+    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
+    const long turn = std::isnan(degrees) ? 0 : (std::lround(degrees) % 360 + 360) % 360;
+    if (turn == 0) return;
+    notes.push_back("the pictures are to be shown turned by " + std::to_string(turn) +
+                    " degrees, which is not stated in the output");
 }
 
 void StreamReader::OpenFilter(const AVCodecParameters& par) {
@@ -372,7 +400,9 @@ int64_t StreamReader::DurationOf(const AVPacket& packet) const {
 }
 
 int64_t StreamReader::ToUs(int64_t stamp) const {
-    return av_rescale_q(stamp, time_base_, kMicroseconds);
+    // Damaged files state any time; differences of two have to stay within 64 bits.
+    constexpr int64_t kFurthest = INT64_MAX / 8;
+    return std::clamp(av_rescale_q(stamp, time_base_, kMicroseconds), -kFurthest, kFurthest);
 }
 
 int64_t StreamReader::TimeOf(const AVPacket& packet, int64_t stamp) {

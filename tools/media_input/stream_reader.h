@@ -1,14 +1,13 @@
 // One elementary stream on its way from libav's packets to the library's frames.
 #pragma once
 
-#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "media_input/av_handles.h"
 #include "media_input/elementary.h"
-#include "media_input/media_input.h"
+#include "media_input/media_source.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -21,7 +20,7 @@ const char* TakenCodecs(uint32_t frame_type);
 // the file's unless 0. Throws InputError for a codec that no format takes.
 MediaStream DescribeStream(const AVStream& stream, const std::string& path, int number, uint32_t frame_rate);
 
-class StreamReader {
+class StreamReader : public StreamQueue {
   public:
     // `about` describes the stream; its path and number serve the messages. Throws InputError.
     StreamReader(const AVStream& stream, MediaStream about, const InputOptions& options);
@@ -29,26 +28,12 @@ class StreamReader {
     // Null flushes what is held back at the end of the file.
     void Take(AVPacket* packet);
 
-    // Frames that are ready, with times in microseconds on the file's clock.
-    struct Timed {
-        int64_t time_us;  // decoding order, moved so that the first frame's is when it is shown
-        int64_t pts_us;
-        MediaFrame frame;
-        int64_t dts_us;       // the decoding time as the file has it
-        int64_t duration_us;  // 0 where the file does not say
-    };
-    std::deque<Timed> ready;
-    size_t ready_bytes = 0;
-    uint64_t damaged = 0;
-    // Milliseconds of the frame handed out last, so that times rise.
-    int64_t last_ms = -1;
-
-    const MediaStream& About() const { return about_; }
     int Index() const { return index_; }
     // Of the file's times: the microseconds above are rounded from it.
     AVRational TimeBase() const { return time_base_; }
 
   private:
+    void NoteRotation(const AVStream& stream);
     void OpenFilter(const AVCodecParameters& par);
     void OpenParser(const AVCodecParameters& par);
     void TakeFiltered(const AVPacket& packet);
@@ -64,7 +49,6 @@ class StreamReader {
     int64_t ToUs(int64_t stamp) const;
     [[noreturn]] void Fail(const std::string& what) const;
 
-    MediaStream about_;
     int index_;
     AVRational time_base_;
     AvPtr<AVBSFContext> filter_;

@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "common/json.h"
+#include "media_input/file_bytes.h"
 #include "muxora/command.h"
-#include "muxora/file_bytes.h"
 #include "ovx_reader/reader.h"
 #include "ovx_reader/summary.h"
 

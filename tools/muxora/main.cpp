@@ -1,10 +1,15 @@
 // The command line tool: real media in, every format out.
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
 #include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "MuxoraAPI.h"
+#include "common/json.h"
 #include "media_input/media_input.h"
 #include "muxora/command.h"
 
@@ -17,25 +22,55 @@ constexpr void (*kCommands[])(CLI::App&) = {
     AddFormats, AddInspect, AddPack, AddRepair, AddSend, AddUnpack,
 };
 
+// One line, as text or for programs; on the standard error, because the standard output may be the media.
+void Complain(const std::string& what, int exit_code, bool json) {
+    if (json) {
+        std::cerr << JsonLine({{"error", what}, {"exit_code", exit_code}}) << '\n';
+    } else {
+        std::cerr << "muxora: " << what << '\n';
+    }
+}
+
+std::vector<std::string> CommandNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands([](const CLI::App* /*command*/) { return true; }))
+        names.push_back(command->get_name());
+    return names;
+}
+
+void CheckCommand(const CLI::App& app, const char* word) {
+    if (word != nullptr && word[0] == '-') return;
+    const std::vector<std::string> names = CommandNames(app);
+    if (word != nullptr && std::find(names.begin(), names.end(), word) != names.end()) return;
+    std::string text = word == nullptr ? "a command is missing" : "there is no command '" + std::string(word) + "'";
+    for (const std::string& name : names)
+        text += (&name == &names.front() ? "; there are: " : ", ") + name;
+    throw WrongUsage(text + " (see muxora --help)");
+}
+
 int Run(int argc, char** argv) {
     CLI::App app{"muxora packs media into containers and transport streams.", "muxora"};
-    app.set_version_flag("--version", std::string("muxora, library ") + MX_GetVersion());
+    app.set_version_flag("--version",
+                         "muxora " MUXORA_VERSION " (" MUXORA_COMMIT "), library " + std::string(MX_GetVersion()));
     app.require_subcommand(1);
     app.footer("muxora COMMAND --help tells more about a command.\nExit codes: 0 done, 1 failed, 2 wrong usage.");
     for (const auto add : kCommands)
         add(app);
+    const bool json =
+        std::any_of(argv + 1, argv + argc, [](const char* word) { return std::string_view(word) == "--json"; });
     try {
+        CheckCommand(app, argv[1]);
         app.parse(argc, argv);
         return kDone;
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
-        std::cerr << "muxora: " << error.what() << " (see muxora --help)\n";
+        Complain(std::string(error.what()) + " (see muxora --help)", kWrongUsage, json);
         return kWrongUsage;
     } catch (const WrongUsage& error) {
-        std::cerr << "muxora: " << error.what() << '\n';
+        Complain(error.what(), kWrongUsage, json);
         return kWrongUsage;
     } catch (const std::exception& error) {  // Failure, InputError, no memory
-        std::cerr << "muxora: " << error.what() << '\n';
+        Complain(error.what(), kFailed, json);
         return kFailed;
     }
 }

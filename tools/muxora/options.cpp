@@ -7,6 +7,9 @@
 #include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <thread>
 
 #include "muxora/command.h"
@@ -38,7 +41,7 @@ void InputArguments::AddTo(CLI::App& command) {
     command.add_option("INPUT", paths, "Media files, or raw elementary streams; - is the standard input")->required();
     command.add_option("--fps", fps, "Frames per second of raw video; in a file, what to state instead of its own")
         ->check(CLI::Range(1, 1000));
-    command.add_option("--duration", duration, "Stop after so many seconds of media")->check(CLI::PositiveNumber);
+    command.add_option("--duration", duration, "Stop after so many seconds of media")->check(CLI::Range(0.001, 1e9));
     auto* pick_video = command.add_option("--video", video, "Take this stream, counted from 0 through all inputs")
                            ->check(CLI::NonNegativeNumber);
     auto* pick_audio = command.add_option("--audio", audio, "Take this stream, counted from 0 through all inputs")
@@ -54,6 +57,36 @@ InputOptions InputArguments::Options() const {
     options.frame_rate = fps;
     options.duration_ms = static_cast<int64_t>(duration * 1000);
     return options;
+}
+
+void KeyArguments::AddTo(CLI::App& command) {
+    auto* hex = command.add_option("--key", key,
+                                   "ovx: AES key in hex, 16, 24 or 32 bytes; others can read it off the list of "
+                                   "processes: prefer --key-file or the variable MUXORA_KEY");
+    command.add_option("--key-file", file, "ovx: the file that holds the key in hex")->excludes(hex);
+}
+
+bool KeyArguments::Given() const {
+    return !key.empty() || !file.empty() || std::getenv("MUXORA_KEY") != nullptr;
+}
+
+std::vector<uint8_t> KeyArguments::Bytes() const {
+    std::string text = key;
+    std::string name = "--key";
+    if (!file.empty()) {
+        std::ifstream in(file);
+        if (!in) throw Failure("cannot read the key from " + file);
+        text.assign(std::istreambuf_iterator<char>(in), {});
+        name = file;
+    } else if (const char* variable = std::getenv("MUXORA_KEY"); key.empty() && variable != nullptr) {
+        text = variable;
+        name = "MUXORA_KEY";
+    }
+    std::vector<uint8_t> bytes = HexBytes(text, name);
+    if (bytes.size() != 16 && bytes.size() != 24 && bytes.size() != 32) {
+        throw WrongUsage(name + " must have 32, 48 or 64 hex digits (AES-128, AES-192, AES-256)");
+    }
+    return bytes;
 }
 
 void RtpArguments::AddTo(CLI::App& command) {
@@ -105,6 +138,14 @@ ProgressLine::~ProgressLine() {
 
 double ProgressLine::Seconds() const {
     return static_cast<double>(NowNs() - start_ns_) / 1e9;
+}
+
+void ProgressLine::ShowCount(size_t done, size_t total) {
+    if (!active_) return;
+    shown_ = true;
+    const double left = done != 0 ? Seconds() / static_cast<double>(done) * static_cast<double>(total - done) : 0;
+    std::fprintf(stderr, "\r\x1b[K%zu of %zu files  %s left", done, total, ClockText(left).c_str());
+    std::fflush(stderr);
 }
 
 void ProgressLine::Show(int64_t done_ms, int64_t total_ms, uint64_t bytes) {

@@ -27,6 +27,18 @@ struct InputArguments {
     InputOptions Options() const;
 };
 
+// An AES key, which other users of the machine should not read off the list of processes.
+struct KeyArguments {
+    std::string key;
+    std::string file;
+
+    void AddTo(CLI::App& command);
+    // By an option or by the variable MUXORA_KEY.
+    bool Given() const;
+    // Throws WrongUsage unless there are 16, 24 or 32 bytes.
+    std::vector<uint8_t> Bytes() const;
+};
+
 struct RtpArguments {
     uint32_t max_length = 1400;
     uint32_t sequence = 0;
@@ -54,6 +66,8 @@ class ProgressLine {
 
     // `total_ms` may be 0: not known.
     void Show(int64_t done_ms, int64_t total_ms, uint64_t bytes);
+    // So many files of so many.
+    void ShowCount(size_t done, size_t total);
     double Seconds() const;
 
   private:

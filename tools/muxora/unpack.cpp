@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "common/output.h"
+#include "media_input/file_bytes.h"
 #include "muxora/command.h"
-#include "muxora/file_bytes.h"
 #include "muxora/options.h"
 #include "ovx_reader/decryptor.h"
 #include "ovx_reader/reader.h"
@@ -101,9 +101,9 @@ class Streams {
 };
 
 std::optional<Decryptor> MakeDecryptor(const UnpackArguments& arguments) {
-    if (arguments.key.empty()) return std::nullopt;
-    auto decryptor = Decryptor::Make(HexBytes(arguments.key, "--key"));
-    if (!decryptor) throw WrongUsage("--key must have 32, 48 or 64 hex digits (AES-128, AES-192, AES-256)");
+    if (!arguments.key.Given()) return std::nullopt;
+    auto decryptor = Decryptor::Make(arguments.key.Bytes());
+    if (!decryptor) throw Failure("libcrypto does not take the key");
     if (arguments.encrypted != 0) decryptor->SetStretchLength(arguments.encrypted);
     return decryptor;
 }
@@ -117,7 +117,7 @@ void Unpack(const UnpackArguments& arguments) {
     file.CheckWhole(arguments.path);
     if (survey.usable == 0) throw Failure(arguments.path + " has no intact OVX unit in it");
     if (survey.summary.encrypted_units != 0 && !decryptor) {
-        throw Failure(arguments.path + " is encrypted; give its key with --key HEX");
+        throw Failure(arguments.path + " is encrypted; give its key with --key-file FILE, --key HEX or MUXORA_KEY");
     }
 
     Streams streams(arguments.prefix, survey.first_video_codec);
@@ -143,13 +143,13 @@ void AddUnpack(CLI::App& app) {
     command->add_option("FILE", arguments->path, "The OVX file; - is the standard input")->required();
     command->add_option("-o,--output", arguments->prefix, "Where the streams go: PREFIX.h264, PREFIX.aac and so on")
         ->required();
-    command->add_option("--key", arguments->key, "AES key in hex, 16, 24 or 32 bytes");
+    arguments->key.AddTo(*command);
     command->add_option("--encrypted", arguments->encrypted,
                         "Length of the encrypted stretch in bytes where it passes 65535: the file keeps 16 bits of it");
     command->add_flag("--quiet", arguments->quiet, "Say nothing");
     command->footer(
         "Example:\n"
-        "  muxora unpack recording.ovx -o recording --key 000102030405060708090a0b0c0d0e0f\n\n"
+        "  muxora unpack recording.ovx -o recording --key-file recording.key\n\n"
         "Frames whose check sums are wrong are left out; the exit code is then 1.");
     command->callback([arguments] { Unpack(*arguments); });
 }

@@ -4,12 +4,14 @@
 #include <cstdint>
 #include <string>
 
+#include "muxora/options.h"
+
 namespace Orvane::Muxora::Tools {
 
 struct UnpackArguments {
     std::string path;
     std::string prefix;
-    std::string key;         // hex
+    KeyArguments key;        // hex
     uint32_t encrypted = 0;  // length of the encrypted stretch where it passes 65535 bytes; 0: as recorded
     bool quiet = false;
 };

@@ -35,8 +35,24 @@ std::optional<Piece> Reader::Next() {
         ExplainDamage(begin, at_);
     }
     if (pending_.empty()) return std::nullopt;
-    const Piece piece = pending_.front();
+    const Piece piece = PieceAt(pending_.front());
     pending_.pop_front();
+    return piece;
+}
+
+Piece Reader::PieceAt(const Place& place) const {
+    const size_t end = place.offset + place.length;
+    if (place.kind == Place::kLost) return LostPiece(place.offset, end);
+    // What the explanation saw stands there still, but for a file that shrinks under its mapping.
+    Piece piece;
+    if (place.kind == Place::kUnit) {
+        if (const auto head = HeadAt(place.offset)) piece = UnitPiece(place.offset, *head);
+    } else if (const auto length = TailBefore(end); length && *length <= end + kHeadSize) {
+        piece = HeadlessPiece(end, *length);
+    }
+    if (!piece.is_unit) return LostPiece(place.offset, end);
+    piece.offset = place.offset;
+    piece.length = place.length;
     return piece;
 }
 
@@ -168,13 +184,13 @@ void Reader::ExplainDamage(size_t begin, size_t end) {
         const auto head = HeadAt(at);
         if (head && head->length - kTailSize <= end - at && head->length <= effort) {
             effort -= head->length;
-            Piece piece = UnitPiece(at, *head);
+            const Piece piece = UnitPiece(at, *head);
             const size_t unit_end = at + head->length;
             if (piece.check == Check::kRight || unit_end == end || (unit_end < end && HeadAt(unit_end))) {
                 ExplainHeadless(unexplained, at);
-                piece.length = std::min(unit_end, end) - at;
-                pending_.push_back(piece);
-                unexplained = at += piece.length;
+                const uint64_t length = std::min(unit_end, end) - at;
+                pending_.push_back({at, length, Place::kUnit});
+                unexplained = at += length;
                 continue;
             }
         }
@@ -185,7 +201,7 @@ void Reader::ExplainDamage(size_t begin, size_t end) {
 
 // Backward, from tail to tail: units whose head is damaged, or gone up to the records.
 void Reader::ExplainHeadless(size_t begin, size_t end) {
-    std::vector<Piece> backward;
+    std::vector<Place> backward;
     while (begin < end) {
         const auto length = TailBefore(end);
         if (!length || *length - kHeadSize > end - begin) break;
@@ -197,9 +213,9 @@ void Reader::ExplainHeadless(size_t begin, size_t end) {
             piece.length -= kHeadSize;
         }
         end = piece.offset;
-        backward.push_back(piece);
+        backward.push_back({piece.offset, piece.length, Place::kHeadless});
     }
-    if (begin < end) pending_.push_back(LostPiece(begin, end));
+    if (begin < end) pending_.push_back({begin, end - begin, Place::kLost});
     pending_.insert(pending_.end(), backward.rbegin(), backward.rend());
 }
 

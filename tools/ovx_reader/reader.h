@@ -50,6 +50,15 @@ class Reader {
     std::optional<Piece> Next();
 
   private:
+    // Where a piece stands: crafted input has millions of them in one damaged stretch.
+    struct Place {
+        enum Kind : uint8_t { kUnit, kHeadless, kLost };
+        uint64_t offset;
+        uint64_t length;
+        Kind kind;
+    };
+    Piece PieceAt(const Place& place) const;
+
     std::optional<Head> HeadAt(size_t offset) const;
     // The length in the tail that ends at `end`.
     std::optional<uint32_t> TailBefore(size_t end) const;
@@ -64,14 +73,14 @@ class Reader {
     // For a unit whose head can't be trusted: the data check shows where the records end.
     Piece HeadlessPiece(size_t end, uint32_t length) const;
     Piece LostPiece(size_t offset, size_t end) const;
-    // Fills `pending_` with the pieces of a stretch in which no unit is whole.
+    // Fills `pending_` with the places of a stretch in which no unit is whole.
     void ExplainDamage(size_t begin, size_t end);
     void ExplainHeadless(size_t begin, size_t end);
     bool BeginsUnit(size_t offset, uint32_t length) const;
 
     ByteSpan bytes_;
     size_t at_ = 0;
-    std::deque<Piece> pending_;  // explained, and not given out yet
+    std::deque<Place> pending_;  // explained, and not given out yet
 };
 
 }  // namespace Orvane::OvxReader

@@ -177,6 +177,10 @@ std::optional<Record> Extension::Find(uint8_t tag) const {
     return std::nullopt;
 }
 
+uint32_t SampleRate(uint8_t index) {
+    return Entry(kSampleRates, index);
+}
+
 CodecName VideoCodec(uint8_t codec_byte) {
     switch (codec_byte) {
         case 1:

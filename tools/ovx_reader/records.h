@@ -63,5 +63,7 @@ struct CodecName {
 };
 CodecName VideoCodec(uint8_t codec_byte);
 CodecName AudioCodec(uint8_t encode_type);
+// Hz, by the index of AudioFormat; 0 where the list has none.
+uint32_t SampleRate(uint8_t index);
 
 }  // namespace Orvane::OvxReader

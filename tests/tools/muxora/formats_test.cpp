@@ -17,7 +17,7 @@ TEST(Formats, TheTableHasEveryFormat) {
     std::istringstream lines(run.out);
     std::string line;
     std::getline(lines, line);
-    EXPECT_EQ(line.substr(0, 8), "No  Key ");
+    EXPECT_EQ(line.substr(0, 3), "No ");
     std::vector<std::string> rows;
     while (std::getline(lines, line)) {
         std::string number;
@@ -26,9 +26,9 @@ TEST(Formats, TheTableHasEveryFormat) {
         rows.push_back(number + " " + key);
     }
     const std::vector<std::string> expected{
-        "0 mp4",    "1 asf",       "2 avi",  "3 ovx",   "4 flv",     "5 asfstream",  "6 mov",
-        "7 3gp",    "8 flvstream", "9 rtp",  "10 ts",   "11 ps",     "12 mp4noseek", "13 mkv",
-        "14 mp464", "15 mov64",    "16 wav", "17 ovps", "18 gaysps", "19 ovxalt",    "20 gdps"};
+        "0 mp4",       "1 asf",   "2 avi",     "3 ovx",     "4 flv",        "5 asfstream", "6 mov",      "7 3gp",
+        "8 flvstream", "9 rtp",   "10 ts",     "11 ps",     "12 mp4noseek", "13 mkv",      "14 mp464",   "15 mov64",
+        "16 wav",      "17 ovps", "18 gaysps", "19 ovxalt", "20 gdps",      "65536 fmp4",  "65539 xflv", "65540 xts"};
     EXPECT_EQ(rows, expected);
 }
 

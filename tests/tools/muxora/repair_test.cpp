@@ -161,7 +161,7 @@ TEST(Repair, DamagedSnapshotsAreNotUsed) {
     EXPECT_TRUE(Contains(refused.err, "muxora repair")) << refused.err;
     // Whole again, with a snapshot beside it that was half written.
     test::WriteFile(path, media);
-    test::WriteFile(path + ".snapshot.new", test::Text("MXSNAP01"));
+    test::WriteFile(folder + "/.x.mp4.snapshot.muxora-0123456789abcdef", test::Text("MXSNAP01"));
     EXPECT_EQ(Muxora({"repair", path}).exit_code, 0);
     EXPECT_EQ(FilesIn(folder), std::vector<std::string>{"x.mp4"});
     EXPECT_GE(test::Pictures(path).size(), 5u);

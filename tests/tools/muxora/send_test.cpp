@@ -67,7 +67,8 @@ INSTANTIATE_TEST_SUITE_P(All, Send,
                          testing::Values(SendCase{"h264_aac", "h264", "aac", 0, 1},
                                          SendCase{"h264_b_pictures_and_slices", "h264", "alaw", 2, 3},
                                          SendCase{"hevc_mp2", "hevc", "mp2", 0, 1},
-                                         SendCase{"mpeg4_mulaw", "mpeg4", "mulaw", 0, 1}),
+                                         SendCase{"mpeg4_mulaw", "mpeg4", "mulaw", 0, 1},
+                                         SendCase{"mjpeg_alaw", "mjpeg", "alaw", 0, 1}),
                          [](const auto& param) { return std::string(param.param.name); });
 
 TEST(SendSdp, DescribesBothStreams) {

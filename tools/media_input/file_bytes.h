@@ -11,15 +11,15 @@ namespace Orvane::Muxora::Tools {
 // All bytes of a file: mapped, so that the memory does not grow with the file; read where it can't be mapped (a pipe).
 class FileBytes {
   public:
-    // `path` may be - for the standard input. Throws Failure.
-    explicit FileBytes(const std::string& path);
+    // `path` may be - for the standard input, of which `head` has been read before. Throws InputError.
+    explicit FileBytes(const std::string& path, std::vector<uint8_t> head = {});
     ~FileBytes();
     FileBytes(const FileBytes&) = delete;
     FileBytes& operator=(const FileBytes&) = delete;
 
     std::span<const uint8_t> All() const { return bytes_; }
-    // Throws Failure if the file became shorter meanwhile: what was beyond its new end read as zeros. One mapped file
-    // at a time can be watched.
+    // Throws InputError if the file became shorter meanwhile: what was beyond its new end read as zeros. One mapped
+    // file at a time can be watched.
     void CheckWhole(const std::string& path) const;
 
   private:

@@ -1,4 +1,4 @@
-#include "muxora/file_bytes.h"
+#include "media_input/file_bytes.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -10,7 +10,7 @@
 #include <csignal>
 #include <cstring>
 
-#include "common/errors.h"
+#include "media_input/media_input.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -21,7 +21,7 @@ class Descriptor {
   public:
     explicit Descriptor(const std::string& path) : own_(path != "-") {
         number_ = own_ ? open(path.c_str(), O_RDONLY | O_CLOEXEC) : STDIN_FILENO;
-        if (number_ < 0) throw Failure("cannot open " + path + ": " + std::strerror(errno));
+        if (number_ < 0) throw InputError("cannot open " + path + ": " + std::strerror(errno));
     }
     ~Descriptor() {
         if (own_) close(number_);
@@ -69,13 +69,13 @@ void CatchBusErrors(const uint8_t* first, size_t size) {
 }  // namespace
 
 void FileBytes::CheckWhole(const std::string& path) const {
-    if (mapping_ != nullptr && g_shrunk != 0) throw Failure(path + " became shorter while it was read");
+    if (mapping_ != nullptr && g_shrunk != 0) throw InputError(path + " became shorter while it was read");
 }
 
-FileBytes::FileBytes(const std::string& path) {
+FileBytes::FileBytes(const std::string& path, std::vector<uint8_t> head) : read_(std::move(head)) {
     const Descriptor file(path);
     struct stat status {};
-    if (fstat(file.Number(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
+    if (read_.empty() && fstat(file.Number(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size > 0) {
         const auto size = static_cast<size_t>(status.st_size);
         void* const mapping = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, file.Number(), 0);
         if (mapping != MAP_FAILED) {
@@ -95,11 +95,11 @@ FileBytes::~FileBytes() {
 
 void FileBytes::ReadAll(int descriptor, const std::string& path) {
     constexpr size_t kPiece = size_t{1} << 20;
-    for (size_t size = 0;;) {
+    for (size_t size = read_.size();;) {
         read_.resize(size + kPiece);
         const ssize_t count = read(descriptor, read_.data() + size, kPiece);
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw Failure("cannot read " + path + ": " + std::strerror(errno));
+        if (count < 0) throw InputError("cannot read " + path + ": " + std::strerror(errno));
         size += static_cast<size_t>(count);
         read_.resize(size);
         if (count == 0) return;

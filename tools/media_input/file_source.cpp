@@ -1,0 +1,253 @@
+// Files, pipes and addresses that libavformat reads.
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <string_view>
+
+#include "media_input/av_handles.h"
+#include "media_input/media_source.h"
+#include "media_input/stream_reader.h"
+
+namespace Orvane::Muxora::Tools {
+
+namespace {
+
+std::string AvText(int error) {
+    char text[AV_ERROR_MAX_STRING_SIZE] = {};
+    av_strerror(error, text, sizeof text);
+    return text;
+}
+
+bool IsUrl(const std::string& path) {
+    return path.find("://") != std::string::npos;
+}
+
+// The standard input, with what was read of it before.
+class PipeReader {
+  public:
+    explicit PipeReader(std::vector<uint8_t> head) : head_(std::move(head)) {
+        constexpr int kBuffer = 1 << 16;
+        auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
+        context_ = avio_alloc_context(buffer, kBuffer, 0, this, Read, nullptr, nullptr);
+        if (context_ == nullptr) throw InputError("standard input: needs more memory");
+    }
+    ~PipeReader() {
+        av_freep(&context_->buffer);
+        avio_context_free(&context_);
+    }
+    PipeReader(const PipeReader&) = delete;
+    PipeReader& operator=(const PipeReader&) = delete;
+
+    AVIOContext* Context() { return context_; }
+    // The first kilobytes that came, for a look at what they are.
+    const std::vector<uint8_t>& Seen() const { return seen_; }
+
+  private:
+    static int Read(void* opaque, uint8_t* buffer, int size) {
+        auto* self = static_cast<PipeReader*>(opaque);
+        int count = 0;
+        if (self->given_ < self->head_.size()) {
+            count = static_cast<int>(std::min<size_t>(self->head_.size() - self->given_, static_cast<size_t>(size)));
+            std::memcpy(buffer, self->head_.data() + self->given_, static_cast<size_t>(count));
+            self->given_ += static_cast<size_t>(count);
+        } else {
+            ssize_t got = 0;
+            do {
+                got = read(STDIN_FILENO, buffer, static_cast<size_t>(size));
+            } while (got < 0 && errno == EINTR);
+            if (got < 0) return AVERROR(errno);
+            if (got == 0) return AVERROR_EOF;
+            count = static_cast<int>(got);
+        }
+        constexpr size_t kLook = 4096;
+        if (self->seen_.size() < kLook) self->seen_.insert(self->seen_.end(), buffer, buffer + count);
+        return count;
+    }
+
+    std::vector<uint8_t> head_;
+    size_t given_ = 0;
+    std::vector<uint8_t> seen_;
+    AVIOContext* context_ = nullptr;
+};
+
+// ISO/IEC 14496-12 4.2: a box of a type that only files of that family begin with.
+bool BeginsAsMp4(const uint8_t* bytes, size_t size) {
+    static constexpr std::string_view kTypes[] = {"ftyp", "mdat", "wide", "free", "skip"};
+    if (size < 8) return false;
+    const std::string_view type(reinterpret_cast<const char*>(bytes) + 4, 4);
+    return std::find(std::begin(kTypes), std::end(kTypes), type) != std::end(kTypes);
+}
+
+// Why libavformat calls an input invalid, as far as its beginning tells.
+std::string Unreadable(const std::string& path, const PipeReader* pipe) {
+    if (pipe != nullptr) {
+        if (BeginsAsMp4(pipe->Seen().data(), pipe->Seen().size())) {
+            return ": is an MP4 or MOV file whose index (moov) is missing or stands last, behind the media; from a "
+                   "pipe "
+                   "it has to stand in front: give the file by name, or move the index with "
+                   "'ffmpeg -i IN -c copy -movflags +faststart OUT'";
+        }
+        return ": is no media file that can be read";
+    }
+    std::array<char, 8> head{};
+    std::ifstream(path, std::ios::binary).read(head.data(), head.size());
+    if (BeginsAsMp4(reinterpret_cast<const uint8_t*>(head.data()), head.size())) {
+        return ": is an MP4 or MOV file without its index (moov), as a recording that was cut off; "
+               "'muxora repair' completes it if a snapshot was kept";
+    }
+    return ": is no media file that can be read";
+}
+
+class FileSource : public MediaSource {
+  public:
+    FileSource(const std::string& path, int first_number, const InputOptions& options, std::vector<uint8_t> head)
+        : path_(path == "-" ? "standard input" : path), first_number_(first_number), options_(options) {
+        AVDictionary* settings = nullptr;
+        // Only raw video has this setting: it has no clock of its own.
+        if (options.frame_rate != 0) av_dict_set_int(&settings, "framerate", options.frame_rate, 0);
+        AVFormatContext* context = avformat_alloc_context();
+        if (path == "-") {
+            pipe_ = std::make_unique<PipeReader>(std::move(head));
+            context->pb = pipe_->Context();
+        }
+        const std::string url = path == "-" ? "" : IsUrl(path) ? path : "file:" + path;
+        const int opened = avformat_open_input(&context, url.c_str(), nullptr, &settings);
+        av_dict_free(&settings);
+        if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + Unreadable(path, pipe_.get()));
+        if (opened < 0) throw InputError(path_ + ": cannot be opened: " + AvText(opened));
+        format_.reset(context);
+        const int found = avformat_find_stream_info(format_.get(), nullptr);
+        if (found < 0) throw InputError(path_ + ": its streams cannot be read: " + AvText(found));
+    }
+
+    int StreamCount() const override { return static_cast<int>(format_->nb_streams); }
+
+    StreamQueue* Choose(uint32_t type, int choice) override {
+        const AVStream* stream = Find(type == MX_FRAME_VIDEO ? AVMEDIA_TYPE_VIDEO : AVMEDIA_TYPE_AUDIO, choice);
+        if (stream == nullptr) return nullptr;
+        MediaStream about = DescribeStream(*stream, path_, first_number_ + stream->index, options_.frame_rate);
+        if (about.duration_ms == 0 && format_->duration > 0) {
+            about.duration_ms = format_->duration / (AV_TIME_BASE / 1000);
+        }
+        chosen_.push_back(std::make_unique<StreamReader>(*stream, std::move(about), options_));
+        return chosen_.back().get();
+    }
+
+    void Begin() override {
+        for (unsigned i = 0; i < format_->nb_streams; ++i) {
+            if (ReaderOf(static_cast<int>(i)) == nullptr) format_->streams[i]->discard = AVDISCARD_ALL;
+        }
+    }
+
+    const std::vector<std::unique_ptr<StreamQueue>>& Chosen() const override { return chosen_; }
+
+    std::vector<std::string> Notes() const override {
+        std::string left_out;
+        for (unsigned i = 0; i < format_->nb_streams; ++i) {
+            if (ReaderOf(static_cast<int>(i)) != nullptr) continue;
+            const AVStream& stream = *format_->streams[i];
+            // What the user left out by an option is no news.
+            if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && options_.video == StreamChoice::kNone) continue;
+            if (stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO && options_.audio == StreamChoice::kNone) continue;
+            left_out += (left_out.empty() ? "" : ", ") + std::to_string(first_number_ + static_cast<int>(i)) + " (" +
+                        KindOf(stream) + ")";
+        }
+        if (left_out.empty()) return {};
+        return {"left out of " + path_ + ": stream " + left_out +
+                "; one video and one audio stream go in, chosen with --video N and --audio N"};
+    }
+
+    // Does the choice fall on a stream of this file?
+    const AVStream* Find(AVMediaType type, int choice) const {
+        for (unsigned i = 0; i < format_->nb_streams; ++i) {
+            const AVStream* stream = format_->streams[i];
+            const int number = first_number_ + static_cast<int>(i);
+            if (choice >= 0 && number != choice) continue;
+            if (stream->codecpar->codec_type != type) {
+                if (choice >= 0) {
+                    throw InputError(path_ + ": stream " + std::to_string(choice) + " is no " +
+                                     av_get_media_type_string(type) + " stream");
+                }
+                continue;
+            }
+            // A cover picture is not a film.
+            if (choice < 0 && (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) != 0) continue;
+            return stream;
+        }
+        return nullptr;
+    }
+
+    void Fill() override {
+        while (!ended_) {
+            bool waiting = false;
+            size_t held = 0;
+            for (const auto& reader : chosen_) {
+                waiting = waiting || reader->ready.empty();
+                held += reader->ready_bytes;
+            }
+            if (!waiting || held > kReadAheadBytes) break;
+            ReadPacket();
+        }
+    }
+
+  private:
+    StreamReader* ReaderOf(int index) const {
+        for (const auto& chosen : chosen_) {
+            auto* reader = static_cast<StreamReader*>(chosen.get());
+            if (reader->Index() == index) return reader;
+        }
+        return nullptr;
+    }
+
+    static std::string KindOf(const AVStream& stream) {
+        const char* type = av_get_media_type_string(stream.codecpar->codec_type);
+        std::string text = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 ? "cover picture"
+                           : type != nullptr                                       ? type
+                                                                                   : "data";
+        text += std::string(" ") + avcodec_get_name(stream.codecpar->codec_id);
+        const AVDictionaryEntry* language = av_dict_get(stream.metadata, "language", nullptr, 0);
+        if (language != nullptr && std::string_view(language->value) != "und")
+            text += std::string(" ") + language->value;
+        return text;
+    }
+
+    void ReadPacket() {
+        const int result = av_read_frame(format_.get(), packet_.get());
+        if (result == AVERROR(EAGAIN)) return;
+        if (result < 0) {
+            // A cut file ends here: what came before it is good.
+            ended_ = true;
+            // The index came last, when the media had gone by.
+            if (pipe_ && !read_) throw InputError(path_ + Unreadable("-", pipe_.get()));
+            for (const auto& reader : chosen_)
+                static_cast<StreamReader*>(reader.get())->Take(nullptr);
+            return;
+        }
+        read_ = true;
+        if (StreamReader* reader = ReaderOf(packet_->stream_index)) reader->Take(packet_.get());
+        av_packet_unref(packet_.get());
+    }
+
+    std::string path_;
+    int first_number_;
+    InputOptions options_;
+    std::unique_ptr<PipeReader> pipe_;
+    AvPtr<AVFormatContext> format_;
+    AvPtr<AVPacket> packet_{av_packet_alloc()};
+    std::vector<std::unique_ptr<StreamQueue>> chosen_;
+    bool read_ = false;  // a packet at least
+    bool ended_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<MediaSource> OpenFileSource(const std::string& path, int first_number, const InputOptions& options,
+                                            std::vector<uint8_t> head) {
+    return std::make_unique<FileSource>(path, first_number, options, std::move(head));
+}
+
+}  // namespace Orvane::Muxora::Tools
