@@ -109,8 +109,9 @@ void Packer::Give(MediaFrame& frame) {
         const bool held_back = tally.written == 0 && result == MX_FRAME_REFUSED;
         ++(held_back ? tally.dropped : tally.refused);
     } else {
-        // No format holds a frame back: what is written is written during the call.
-        ++(grown_ != 0 ? tally.written : tally.dropped);
+        // The classic formats hold no frame back: what is written is written during the call. The exact ones gather
+        // fragments, and answer with an error what they do not take.
+        ++(grown_ != 0 || format_.IsExact() ? tally.written : tally.dropped);
     }
 }
 
