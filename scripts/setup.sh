@@ -18,6 +18,7 @@ packages=(g++ cmake ninja-build make git pkg-config python3
     clang clang-format clang-tidy libclang-rt-14-dev binutils
     flvmeta tshark chromium
     doxygen abigail-tools dpkg-dev fish zsh bc
+    libspdlog-dev prometheus-cpp-dev libnats-dev nats-server
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
 
 # Other platforms, built here and run in emulators.
@@ -47,12 +48,14 @@ fi
 
 [ "$purpose" != demo ] || exit 0
 
-# The JavaScript of the browser tests, in the versions of the lock file.
-browser=build/browser
-if ! cmp -s tests/players/browser/package-lock.json "$browser/node_modules/.installed-lock"; then
-    echo "Installing: mpegts.js playwright-core"
-    mkdir -p "$browser"
-    cp tests/players/browser/{package.json,package-lock.json,.npmrc} "$browser/"
-    (cd "$browser" && npm ci --loglevel=error --no-audit --no-fund >/dev/null)
-    cp tests/players/browser/package-lock.json "$browser/node_modules/.installed-lock"
-fi
+# JavaScript in the versions of a lock file: node_modules FOLDER TARGET.
+node_modules() {
+    cmp -s "$1/package-lock.json" "$2/node_modules/.installed-lock" && return
+    echo "Installing the packages of $1"
+    mkdir -p "$2"
+    cp "$1"/{package.json,package-lock.json,.npmrc} "$2/"
+    (cd "$2" && npm ci --loglevel=error --no-audit --no-fund >/dev/null)
+    cp "$1/package-lock.json" "$2/node_modules/.installed-lock"
+}
+node_modules tests/players/browser build/browser
+node_modules gateway/share build/gateway-page

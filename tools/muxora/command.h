@@ -13,6 +13,7 @@ void AddInspect(CLI::App& app);
 void AddPack(CLI::App& app);
 void AddRepair(CLI::App& app);
 void AddSend(CLI::App& app);
+void AddServe(CLI::App& app);
 void AddUnpack(CLI::App& app);
 
 }  // namespace Orvane::Muxora::Tools

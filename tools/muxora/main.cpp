@@ -19,7 +19,7 @@ using namespace Orvane::Muxora::Tools;
 
 // A new subcommand adds its line here.
 constexpr void (*kCommands[])(CLI::App&) = {
-    AddFormats, AddInspect, AddPack, AddRepair, AddSend, AddUnpack,
+    AddFormats, AddInspect, AddPack, AddRepair, AddSend, AddServe, AddUnpack,
 };
 
 // One line, as text or for programs; on the standard error, because the standard output may be the media.

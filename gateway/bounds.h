@@ -1,0 +1,46 @@
+// What is bounded, and by how much: every bound of the gateway stands here, or is an option that begins as one of
+// these.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace Orvane::Muxora::Gateway {
+
+// Frames that a source may have under way to its stream's thread; a source that is ahead waits.
+constexpr size_t kMaxFramesUnderWay = 512;
+// The current group of pictures, kept for those who join.
+constexpr size_t kMaxGopFrames = 1500;
+constexpr size_t kMaxGopBytes = 32u << 20;
+
+// What waits for one client. A client beyond it loses what waits and goes on with a later key frame.
+constexpr size_t kDefaultQueueBytes = 8u << 20;
+constexpr size_t kMaxQueueBlocks = 1024;
+// A client that took nothing for so long while something was there for it is closed.
+constexpr std::chrono::seconds kStalledFor{10};
+// Sound waits so long for the next picture, so that both go out in one write.
+constexpr std::chrono::milliseconds kSoundWaits{25};
+// Buffers in one vectored write.
+constexpr size_t kMaxBuffersPerWrite = 96;
+
+// Requests.
+constexpr size_t kMaxHeaderBytes = 8192;
+constexpr size_t kMaxBodyBytes = 16384;
+constexpr size_t kMaxTargetBytes = 2048;
+// From the first byte of a request, or from the end of the one before, to its last byte.
+constexpr std::chrono::seconds kRequestTakes{10};
+// For a client to take a whole answer, and for a handshake.
+constexpr std::chrono::seconds kAnswerTakes{30};
+constexpr std::chrono::seconds kHandshakeTakes{10};
+// A message that a WebSocket client may send: it has nothing to say but ping and close.
+constexpr size_t kMaxWebSocketMessage = 1024;
+constexpr size_t kDefaultMaxClients = 10000;
+constexpr size_t kMaxStreams = 1000;
+constexpr size_t kMaxStreamName = 64;
+
+// An input that gives nothing for so long is opened again, after a pause that doubles.
+constexpr std::chrono::seconds kInputSilence{10};
+constexpr std::chrono::milliseconds kFirstPause{250};
+constexpr std::chrono::milliseconds kLongestPause{10000};
+
+}  // namespace Orvane::Muxora::Gateway

@@ -1,0 +1,171 @@
+#include "gateway.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+
+namespace Orvane::Muxora::Gateway {
+
+namespace asio = boost::asio;
+
+namespace {
+
+std::unique_ptr<asio::ssl::context> Tls(const Options& options) {
+    if (options.certificate.empty()) return nullptr;
+    auto context = std::make_unique<asio::ssl::context>(asio::ssl::context::tls_server);
+    context->set_options(asio::ssl::context::default_workarounds | asio::ssl::context::no_tlsv1 |
+                         asio::ssl::context::no_tlsv1_1);
+    try {
+        context->use_certificate_chain_file(options.certificate);
+        context->use_private_key_file(options.private_key, asio::ssl::context::pem);
+    } catch (const boost::system::system_error& error) {
+        throw std::runtime_error("certificate or key: " + error.code().message());
+    }
+    // A connection that sends nothing needs no buffers of 16 KiB each.
+    SSL_CTX_set_mode(context->native_handle(), SSL_MODE_RELEASE_BUFFERS);
+    return context;
+}
+
+AccessSettings WithApiToken(AccessSettings settings) {
+    if (settings.api_token.empty()) settings.api_token = RandomToken();
+    return settings;
+}
+
+// The page beside the program: installed, or as it was built.
+std::string ShareFolder(const std::string& named) {
+    if (!named.empty()) return named;
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    for (const auto& folder : {program / "../share/muxora/gateway", program / "gateway-share"}) {
+        if (std::filesystem::exists(folder / "index.html", error)) return folder.string();
+    }
+    return (program / "../share/muxora/gateway").string();
+}
+
+size_t ThreadCount(size_t asked) {
+    return asked != 0 ? asked : std::max<size_t>(std::thread::hardware_concurrency(), 1);
+}
+
+}  // namespace
+
+GatewayRun::GatewayRun(const Options& options)
+    : options_(options),
+      access_(WithApiToken(options.access)),
+      tls_(Tls(options)),
+      workers_(ThreadCount(options.threads)),
+      hub_(workers_),
+      shelf_(workers_),
+      segments_(options.segments),
+      api_(hub_, shelf_, access_, *this),
+      metrics_(hub_, shelf_),
+      page_(ShareFolder(options.share)),
+      router_({hub_, shelf_, segments_, access_, api_, metrics_, page_, options.cors}),
+      http_(workers_, options.http, tls_.get(), router_) {
+    metrics_.SetCounts(http_.Counts());
+    workers_.Start();
+    http_.Start();
+    for (const auto& [name, input] : options.streams) {
+        const std::string why = AddStream(name, input, true);
+        if (!why.empty()) throw std::runtime_error(name + ": " + why);
+    }
+}
+
+GatewayRun::~GatewayRun() {
+    End();
+    workers_.Stop();
+}
+
+std::string GatewayRun::AddStream(const std::string& name, const std::string& input, bool trusted) {
+    if (name == "api" || name == "page") return "that name is the gateway's own";
+    const StreamPtr stream = hub_.Add(name, WithoutSecrets(input));
+    if (stream == nullptr) return "there is a stream of that name, or too many of them";
+    segments_.Add(stream);
+    try {
+        auto source = OpenAvSource(stream, input, trusted);
+        const std::lock_guard lock(mutex_);
+        sources_[name] = std::move(source);
+        return "";
+    } catch (const std::exception& error) {
+        hub_.Remove(name);
+        segments_.Drop(*stream);
+        return error.what();
+    }
+}
+
+bool GatewayRun::RemoveStream(const std::string& name) {
+    std::unique_ptr<Source> source;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto found = sources_.find(name);
+        if (found != sources_.end()) {
+            source = std::move(found->second);
+            sources_.erase(found);
+        }
+    }
+    const StreamPtr stream = hub_.Remove(name);
+    if (stream != nullptr) {
+        shelf_.Drop(*stream);
+        segments_.Drop(*stream);
+    }
+    // A source may take a moment to end: not on a worker's thread.
+    if (source != nullptr) std::thread([ending = std::move(source)]() mutable { ending.reset(); }).detach();
+    return stream != nullptr;
+}
+
+std::string GatewayRun::Addresses() const {
+    const std::string host = (options_.http.address.find(':') != std::string::npos ? "[" + options_.http.address + "]"
+                                                                                   : options_.http.address) +
+                             ":" + std::to_string(http_.Port());
+    const std::string http = std::string(tls_ != nullptr ? "https://" : "http://") + host;
+    const std::string ws = std::string(tls_ != nullptr ? "wss://" : "ws://") + host;
+    std::string text = http + "/\n" + http + "/api/streams\n" + http + "/metrics\n";
+    for (const StreamPtr& stream : hub_.All()) {
+        size_t count = 0;
+        const Form* forms = AllForms(count);
+        for (size_t i = 0; i < count; ++i)
+            text += http + "/" + stream->Name() + std::string(forms[i].extension) + "\n";
+        for (size_t i = 0; i < count; ++i) {
+            if (forms[i].web_socket) text += ws + "/" + stream->Name() + std::string(forms[i].extension) + "\n";
+        }
+        text += http + "/" + stream->Name() + "/index.m3u8\n";
+        text += http + "/" + stream->Name() + "/manifest.mpd\n";
+    }
+    return text;
+}
+
+std::string GatewayRun::Signs() const {
+    std::string text;
+    for (const StreamPtr& stream : hub_.All()) {
+        const StreamStatus status = stream->Status();
+        size_t clients = 0;
+        for (const auto& output : shelf_.Of(*stream))
+            clients += output->Clients();
+        char line[300];
+        std::snprintf(line, sizeof line, "%-16s %-7s %s %s %.1f/s %.2f Mbit/s, %zu viewers\n", status.name.c_str(),
+                      status.state.c_str(), status.video.c_str(), status.audio.c_str(), status.pictures_per_second,
+                      status.bits_per_second / 1e6, clients);
+        text += line;
+    }
+    return text;
+}
+
+void GatewayRun::End() {
+    if (ended_) return;
+    ended_ = true;
+    http_.Stop();
+    {
+        const std::lock_guard lock(mutex_);
+        sources_.clear();
+    }
+    for (const StreamPtr& stream : hub_.All())
+        hub_.Remove(stream->Name());
+    // Clients hear of the end; those who do not listen are not waited for.
+    const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (http_.Counts().connections > 0 && std::chrono::steady_clock::now() < patience)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+}
+
+}  // namespace Orvane::Muxora::Gateway

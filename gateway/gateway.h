@@ -1,0 +1,62 @@
+// The gateway as a whole: the rooms, put together.
+#pragma once
+
+#include <boost/asio/ssl/context.hpp>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "hub/hub.h"
+#include "hub/workers.h"
+#include "options.h"
+#include "packaging/shelf.h"
+#include "protocols/access.h"
+#include "servers/api.h"
+#include "servers/http_server.h"
+#include "servers/metrics.h"
+#include "servers/page.h"
+#include "servers/router.h"
+#include "servers/segment_server.h"
+#include "sources/source.h"
+
+namespace Orvane::Muxora::Gateway {
+
+class GatewayRun final : public StreamKeeper {
+  public:
+    // Listens and opens all streams; throws std::runtime_error.
+    explicit GatewayRun(const Options& options);
+    ~GatewayRun() override;
+    GatewayRun(const GatewayRun&) = delete;
+    GatewayRun& operator=(const GatewayRun&) = delete;
+
+    std::string AddStream(const std::string& name, const std::string& input, bool trusted) override;
+    bool RemoveStream(const std::string& name) override;
+
+    // All addresses, a line each.
+    std::string Addresses() const;
+    // One line a stream.
+    std::string Signs() const;
+    // Ends all streams and gives the clients a moment to hear of it.
+    void End();
+
+  private:
+    Options options_;
+    Access access_;
+    std::unique_ptr<boost::asio::ssl::context> tls_;
+    Workers workers_;
+    Hub hub_;
+    Shelf shelf_;
+    SegmentServer segments_;
+    Api api_;
+    Metrics metrics_;
+    Page page_;
+    Router router_;
+    HttpServer http_;
+    std::mutex mutex_;
+    std::map<std::string, std::unique_ptr<Source>> sources_;
+    bool ended_ = false;
+};
+
+}  // namespace Orvane::Muxora::Gateway

@@ -1,0 +1,73 @@
+#include "hub/time_repair.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Orvane::Muxora::Gateway {
+
+namespace {
+
+constexpr double kBackJump = 1;
+constexpr double kForwardJump = 60;
+
+int64_t Ticks(double seconds, uint32_t scale) {
+    return std::llround(seconds * scale);
+}
+
+}  // namespace
+
+void TimeRepair::Rescale(Line& line, uint32_t scale) const {
+    if (line.scale == scale || line.scale == 0) return;
+    const double ratio = static_cast<double>(scale) / line.scale;
+    line.last_dts = std::llround(static_cast<double>(line.last_dts) * ratio);
+    line.last_duration = std::llround(static_cast<double>(line.last_duration) * ratio);
+}
+
+void TimeRepair::Take(Frame& frame) {
+    Line& line = frame.IsVideo() ? video_ : audio_;
+    if (frame.time_scale == 0) frame.time_scale = 1000;
+    Rescale(line, frame.time_scale);
+    line.scale = frame.time_scale;
+
+    const double composition = static_cast<double>(frame.pts - frame.dts);
+    int64_t dts = frame.dts + Ticks(line.offset, line.scale);
+    if (line.begun) {
+        const int64_t end = line.last_dts + std::max<int64_t>(line.last_duration, 1);
+        const double ahead = static_cast<double>(dts - end) / line.scale;
+        const double since = static_cast<double>(dts - line.last_dts) / line.scale;
+        if (since <= -kBackJump || ahead > kForwardJump) {
+            ++line.counts.jumps;
+            // The other stream has jumped already: its offset keeps both together, where it leads on from here.
+            const int64_t together = frame.dts + Ticks(shared_offset_, line.scale);
+            const double gap = static_cast<double>(together - line.last_dts) / line.scale;
+            if (line.offsets < jumps_ && gap > -kBackJump && gap <= kForwardJump) {
+                line.offset = shared_offset_;
+                line.offsets = jumps_;
+                dts = together;
+            } else {
+                line.offset = static_cast<double>(end - frame.dts) / line.scale;
+                shared_offset_ = line.offset;
+                line.offsets = ++jumps_;
+                dts = end;
+            }
+        }
+        if (dts <= line.last_dts) {
+            if (line.last_dts - dts < line.scale) ++line.counts.not_rising;
+            dts = line.last_dts + 1;
+        }
+    }
+    frame.pts = dts + static_cast<int64_t>(composition);
+    frame.dts = dts;
+    if (frame.pts < frame.dts) {
+        ++line.counts.early;
+        frame.pts = frame.dts;
+    }
+    // Where the input does not say how long a frame lasts, the distance to the one before is the best guess.
+    int64_t duration = frame.duration;
+    if (duration <= 0 && line.begun) duration = dts - line.last_dts;
+    line.last_duration = std::clamp<int64_t>(duration, 0, static_cast<int64_t>(line.scale) * 10);
+    line.last_dts = dts;
+    line.begun = true;
+}
+
+}  // namespace Orvane::Muxora::Gateway

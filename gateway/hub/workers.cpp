@@ -1,0 +1,63 @@
+#include "hub/workers.h"
+
+#include <algorithm>
+
+namespace Orvane::Muxora::Gateway {
+
+namespace {
+
+constexpr std::chrono::milliseconds kSweepEvery{500};
+
+}  // namespace
+
+Worker::Worker(size_t index) : index_(index), work_(context_.get_executor()), sweep_(context_), next_(watched_.end()) {
+    Sweep();
+}
+
+Worker::Watch Worker::Look(Guarded& guarded) {
+    return watched_.insert(watched_.end(), &guarded);
+}
+
+void Worker::Forget(Watch watch) {
+    // An expired one may take others with it while the sweep stands at them.
+    if (next_ == watch) ++next_;
+    watched_.erase(watch);
+}
+
+void Worker::Sweep() {
+    const auto now = Guarded::Clock::now();
+    for (next_ = watched_.begin(); next_ != watched_.end();) {
+        Guarded* guarded = *next_;
+        ++next_;
+        if (guarded->deadline_ <= now) guarded->Expired();
+    }
+    next_ = watched_.end();
+    sweep_.expires_after(kSweepEvery);
+    sweep_.async_wait([this](const boost::system::error_code& error) {
+        if (!error) Sweep();
+    });
+}
+
+Workers::Workers(size_t count) {
+    for (size_t i = 0; i < std::max<size_t>(count, 1); ++i)
+        workers_.push_back(std::make_unique<Worker>(i));
+}
+
+Workers::~Workers() {
+    Stop();
+}
+
+void Workers::Start() {
+    for (const auto& worker : workers_)
+        worker->thread_ = std::thread([&context = worker->context_] { context.run(); });
+}
+
+void Workers::Stop() {
+    for (const auto& worker : workers_)
+        worker->context_.stop();
+    for (const auto& worker : workers_) {
+        if (worker->thread_.joinable()) worker->thread_.join();
+    }
+}
+
+}  // namespace Orvane::Muxora::Gateway

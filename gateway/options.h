@@ -1,0 +1,34 @@
+// What the command line says.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bounds.h"
+#include "log.h"
+#include "packaging/segment_list.h"
+#include "protocols/access.h"
+#include "servers/http_server.h"
+
+namespace Orvane::Muxora::Gateway {
+
+struct Options {
+    std::vector<std::pair<std::string, std::string>> streams;  // name and input
+    HttpSettings http;
+    AccessSettings access;
+    SegmentSettings segments;
+    std::string certificate;  // TLS, PEM; empty: plain
+    std::string private_key;
+    std::string cors;
+    std::string share;   // folder of the page
+    size_t threads = 0;  // 0: one a core
+    LogForm log = LogForm::kText;
+    bool quiet = false;
+};
+
+// Gives an exit code, or a negative number to go on.
+int ReadOptions(int argc, char** argv, Options& options);
+
+}  // namespace Orvane::Muxora::Gateway

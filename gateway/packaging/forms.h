@@ -1,0 +1,23 @@
+// The forms in which a stream goes out as endless bytes.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace Orvane::Muxora::Gateway {
+
+struct Form {
+    std::string_view extension;  // of the address, with its dot
+    uint32_t format;             // the library's number
+    bool chunks;                 // fragmented MP4: one chunk a frame
+    std::string_view content_type;
+    bool web_socket;  // also served as messages
+};
+
+// Null when there is no such form.
+const Form* FormByExtension(std::string_view extension);
+// All of them.
+const Form* AllForms(size_t& count);
+
+}  // namespace Orvane::Muxora::Gateway

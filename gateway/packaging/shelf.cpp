@@ -1,0 +1,28 @@
+#include "packaging/shelf.h"
+
+namespace Orvane::Muxora::Gateway {
+
+std::shared_ptr<Broadcast> Shelf::Get(const StreamPtr& stream, const Form& form) {
+    const std::lock_guard lock(mutex_);
+    auto& place = outputs_[stream.get()][&form];
+    if (place == nullptr) place = Broadcast::Make(workers_, stream, form);
+    return place;
+}
+
+std::vector<std::shared_ptr<Broadcast>> Shelf::Of(const Stream& stream) const {
+    std::vector<std::shared_ptr<Broadcast>> all;
+    const std::lock_guard lock(mutex_);
+    const auto found = outputs_.find(&stream);
+    if (found == outputs_.end()) return all;
+    for (const auto& [form, output] : found->second) {
+        if (output != nullptr) all.push_back(output);
+    }
+    return all;
+}
+
+void Shelf::Drop(const Stream& stream) {
+    const std::lock_guard lock(mutex_);
+    outputs_.erase(&stream);
+}
+
+}  // namespace Orvane::Muxora::Gateway

@@ -1,0 +1,31 @@
+// All outputs that are packed at present: one a stream and form, made when it is first asked for.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "packaging/broadcast.h"
+
+namespace Orvane::Muxora::Gateway {
+
+class Shelf {
+  public:
+    explicit Shelf(Workers& workers) : workers_(workers) {}
+
+    // On any thread. Null when the library does not make the format.
+    std::shared_ptr<Broadcast> Get(const StreamPtr& stream, const Form& form);
+    // The outputs of a stream that exist.
+    std::vector<std::shared_ptr<Broadcast>> Of(const Stream& stream) const;
+    // The stream is gone.
+    void Drop(const Stream& stream);
+
+  private:
+    Workers& workers_;
+    mutable std::mutex mutex_;
+    std::map<const Stream*, std::map<const Form*, std::shared_ptr<Broadcast>>> outputs_;
+};
+
+}  // namespace Orvane::Muxora::Gateway

@@ -1,0 +1,87 @@
+// A client of an endless stream over HTTP.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "packaging/broadcast.h"
+#include "servers/block_queue.h"
+#include "servers/gather.h"
+#include "servers/http_session.h"
+#include "servers/net_stream.h"
+
+namespace Orvane::Muxora::Gateway {
+
+// What all clients of a feed have in common: the queue, the rule for the slow, the way in and out.
+class FeedMember : public Guarded, public BlockReceiver, public std::enable_shared_from_this<FeedMember> {
+  public:
+    FeedMember(const SessionPlace& place, ConnectionCount count, std::shared_ptr<Broadcast> feed);
+
+    void Offer(const BlockPtr& block) final;
+    void Flush() final;
+    void End() final;
+
+  protected:
+    ~FeedMember() override = default;
+
+    void Enter();
+    void Leave();
+    bool Inside() const { return watch_.has_value(); }
+    // The next write is done; goes on with what waits.
+    void Written(size_t bytes);
+    // Some bytes went out.
+    void Progress() { Expect(kStalledFor); }
+
+    // Writes `in_flight_`.
+    virtual void WriteBlocks() = 0;
+    // Everything was written, and the stream is at its end.
+    virtual void SayGoodbye() = 0;
+    virtual void CloseStream() = 0;
+
+    SessionPlace place_;
+    std::vector<BlockPtr> in_flight_;
+
+  private:
+    void Expired() override;
+    void WriteNext();
+
+    ConnectionCount count_;
+    std::shared_ptr<Broadcast> feed_;
+    BlockQueue queue_;
+    std::optional<Worker::Watch> watch_;
+    bool writing_ = true;  // the head comes first
+    bool ending_ = false;
+    bool stay_behind_ = false;
+    unsigned skips_ = 0;
+    Clock::time_point last_skip_;
+};
+
+class FeedClient final : public FeedMember {
+  public:
+    FeedClient(const SessionPlace& place, NetStream stream, ConnectionCount count, std::shared_ptr<Broadcast> feed,
+               bool chunked);
+
+    // On the worker's thread.
+    void Run(std::string head);
+
+  private:
+    std::shared_ptr<FeedClient> Self() { return std::static_pointer_cast<FeedClient>(shared_from_this()); }
+    void WriteBlocks() override;
+    void SayGoodbye() override;
+    void CloseStream() override { stream_.Close(); }
+    void WriteSome();
+    void WatchForClose();
+
+    NetStream stream_;
+    bool chunked_;
+    bool goodbye_ = false;
+    std::string text_;  // the head, then the line in front of a chunk
+    Gather gather_;
+    size_t payload_ = 0;
+    std::array<char, 64> ignored_{};
+};
+
+}  // namespace Orvane::Muxora::Gateway

@@ -1,0 +1,81 @@
+// A connection's bytes, plain or under TLS: one type, so that everything above is compiled once.
+#pragma once
+
+#include <boost/asio/buffer.hpp>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/ssl/context.hpp>
+#include <boost/asio/ssl/stream.hpp>
+#include <functional>
+#include <memory>
+#include <span>
+#include <utility>
+#include <variant>
+
+namespace Orvane::Muxora::Gateway {
+
+class NetStream {
+  public:
+    using Socket = boost::asio::basic_stream_socket<boost::asio::ip::tcp, boost::asio::io_context::executor_type>;
+    using executor_type = Socket::executor_type;
+    using Error = boost::system::error_code;
+    using Done = std::function<void(const Error&, size_t)>;
+
+    explicit NetStream(Socket socket) : stream_(std::in_place_type<Socket>, std::move(socket)) {}
+    NetStream(Socket socket, boost::asio::ssl::context& tls)
+        : stream_(std::in_place_type<TlsPtr>, std::make_unique<Tls>(std::move(socket), tls)) {}
+
+    bool Encrypted() const { return std::holds_alternative<TlsPtr>(stream_); }
+    Socket& Lowest() { return Encrypted() ? std::get<TlsPtr>(stream_)->next_layer() : std::get<Socket>(stream_); }
+    executor_type get_executor() { return Lowest().get_executor(); }
+
+    // TLS: the server's side of the handshake; plain: done at once.
+    void Handshake(std::function<void(const Error&)> done) {
+        if (Encrypted()) {
+            std::get<TlsPtr>(stream_)->async_handshake(boost::asio::ssl::stream_base::server, std::move(done));
+        } else {
+            done({});
+        }
+    }
+
+    // Ends the connection at once.
+    void Close() {
+        Error ignored;
+        Lowest().shutdown(boost::asio::ip::tcp::socket::shutdown_both, ignored);
+        Lowest().close(ignored);
+    }
+
+    // What Beast and Asio ask of a stream.
+    template <typename Buffers, typename Handler>
+    auto async_read_some(const Buffers& buffers, Handler&& handler) {
+        return boost::asio::async_initiate<Handler, void(Error, size_t)>(
+            [this](auto&& inner, const auto& to) {
+                if (Encrypted()) {
+                    std::get<TlsPtr>(stream_)->async_read_some(to, std::forward<decltype(inner)>(inner));
+                } else {
+                    std::get<Socket>(stream_).async_read_some(to, std::forward<decltype(inner)>(inner));
+                }
+            },
+            handler, buffers);
+    }
+
+    template <typename Buffers, typename Handler>
+    auto async_write_some(const Buffers& buffers, Handler&& handler) {
+        return boost::asio::async_initiate<Handler, void(Error, size_t)>(
+            [this](auto&& inner, const auto& from) {
+                if (Encrypted()) {
+                    std::get<TlsPtr>(stream_)->async_write_some(from, std::forward<decltype(inner)>(inner));
+                } else {
+                    std::get<Socket>(stream_).async_write_some(from, std::forward<decltype(inner)>(inner));
+                }
+            },
+            handler, buffers);
+    }
+
+  private:
+    using Tls = boost::asio::ssl::stream<Socket>;
+    using TlsPtr = std::unique_ptr<Tls>;
+
+    std::variant<Socket, TlsPtr> stream_;
+};
+
+}  // namespace Orvane::Muxora::Gateway

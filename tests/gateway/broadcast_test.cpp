@@ -1,0 +1,171 @@
+#include "packaging/broadcast.h"
+
+#include <gtest/gtest.h>
+
+#include <boost/asio/post.hpp>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "hub/hub.h"
+
+using namespace Orvane::Muxora::Gateway;
+
+namespace {
+
+// A form of the classic transport stream: its pictures can be told apart by the bytes in them.
+constexpr Form kForm{".test", MX_FORMAT_TS, false, "video/mp2t", false};
+
+Frame Picture(int number, bool key) {
+    Frame frame;
+    frame.media.type = MX_FRAME_VIDEO;
+    frame.media.codec = MX_VIDEO_H264;
+    frame.media.sub_type = key ? MX_SUB_I : MX_SUB_P;
+    frame.media.time_ms = 1000 + number * 40;
+    const std::string text = "picture " + std::to_string(number) + ";";
+    std::vector<uint8_t> bytes = {0, 0, 0, 1, static_cast<uint8_t>(key ? 0x65 : 0x41)};
+    bytes.insert(bytes.end(), text.begin(), text.end());
+    frame.media.SetBytes(bytes.data(), bytes.size());
+    frame.time_scale = 1000;
+    frame.dts = frame.pts = number * 40;
+    frame.duration = 40;
+    frame.arrival_us = WallClockUs();
+    return frame;
+}
+
+class Collector final : public BlockReceiver {
+  public:
+    void Offer(const BlockPtr& block) override {
+        const std::lock_guard lock(mutex_);
+        blocks_.push_back(block);
+    }
+    void Flush() override { changed_.notify_all(); }
+    void End() override {
+        const std::lock_guard lock(mutex_);
+        ended_ = true;
+        changed_.notify_all();
+    }
+
+    // Waits until the text has come.
+    bool Has(const std::string& text) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(20),
+                                 [&] { return Text().find(text) != std::string::npos; });
+    }
+    bool Ended() {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(20), [&] { return ended_; });
+    }
+    std::vector<BlockPtr> Blocks() {
+        const std::lock_guard lock(mutex_);
+        return blocks_;
+    }
+    std::string All() {
+        const std::lock_guard lock(mutex_);
+        return Text();
+    }
+
+  private:
+    std::string Text() const {
+        std::string text;
+        for (const BlockPtr& block : blocks_)
+            text.append(block->bytes.begin(), block->bytes.end());
+        return text;
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<BlockPtr> blocks_;
+    bool ended_ = false;
+};
+
+class BroadcastTest : public ::testing::Test {
+  protected:
+    BroadcastTest() : workers_(2), hub_(workers_) {
+        workers_.Start();
+        stream_ = hub_.Add("cam", "test");
+    }
+    ~BroadcastTest() override { workers_.Stop(); }
+
+    std::shared_ptr<Collector> Join(size_t worker) {
+        auto collector = std::make_shared<Collector>();
+        boost::asio::post(workers_.At(worker).Context(),
+                          [this, worker, collector] { broadcast_->Join(workers_.At(worker), collector); });
+        return collector;
+    }
+
+    Workers workers_;
+    Hub hub_;
+    StreamPtr stream_;
+    std::shared_ptr<Broadcast> broadcast_;
+};
+
+}  // namespace
+
+TEST_F(BroadcastTest, WhoJoinsLaterBeginsWithTheKeyFrame) {
+    for (int i = 0; i < 5; ++i)
+        stream_->Push(Picture(i, i == 0 || i == 3));
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm);
+    ASSERT_NE(broadcast_, nullptr);
+    for (size_t worker : {0, 1}) {
+        const auto collector = Join(worker);
+        EXPECT_TRUE(collector->Has("picture 4;"));
+        const std::string all = collector->All();
+        EXPECT_EQ(all.find("picture 2;"), std::string::npos);
+        EXPECT_LT(all.find("picture 3;"), all.find("picture 4;"));
+    }
+}
+
+TEST_F(BroadcastTest, ABlockIsOneBufferForEverybodyOnEveryThread) {
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm);
+    const auto one = Join(0);
+    const auto two = Join(1);
+    const auto three = Join(1);
+    for (int i = 0; i < 20; ++i)
+        stream_->Push(Picture(i, i % 10 == 0));
+    for (const auto& collector : {one, two, three})
+        ASSERT_TRUE(collector->Has("picture 19;"));
+    const BlockPtr last = one->Blocks().back();
+    EXPECT_EQ(two->Blocks().back(), last);
+    EXPECT_EQ(three->Blocks().back(), last);
+}
+
+TEST_F(BroadcastTest, EverybodyHearsOfTheEnd) {
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm);
+    const auto one = Join(0);
+    const auto two = Join(1);
+    stream_->Push(Picture(0, true));
+    ASSERT_TRUE(one->Has("picture 0;"));
+    hub_.Remove("cam");
+    EXPECT_TRUE(one->Ended());
+    EXPECT_TRUE(two->Ended());
+    EXPECT_TRUE(Join(1)->Ended());
+}
+
+TEST_F(BroadcastTest, AFormatThatIsNotMadeGivesNothing) {
+    constexpr Form kNone{".none", 999, false, "", false};
+    EXPECT_EQ(Broadcast::Make(workers_, stream_, kNone), nullptr);
+}
+
+TEST_F(BroadcastTest, StatusTellsWhatComes) {
+    for (int i = 0; i < 5; ++i)
+        stream_->Push(Picture(i, i % 2 == 0));
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm);
+    ASSERT_TRUE(Join(0)->Has("picture 4;"));
+    const StreamStatus status = stream_->Status();
+    EXPECT_EQ(status.pictures, 5U);
+    EXPECT_EQ(status.video, "H.264 0x0");
+    EXPECT_NEAR(status.key_distance, 0.08, 1e-6);
+}
+
+TEST(Hub, ANameIsGivenOnce) {
+    Workers workers(1);
+    Hub hub(workers);
+    EXPECT_NE(hub.Add("a", ""), nullptr);
+    EXPECT_EQ(hub.Add("a", ""), nullptr);
+    EXPECT_EQ(hub.Remove("b"), nullptr);
+    EXPECT_NE(hub.Remove("a"), nullptr);
+    EXPECT_EQ(hub.Find("a"), nullptr);
+    EXPECT_NE(hub.Add("a", ""), nullptr);
+}

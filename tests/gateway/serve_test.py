@@ -1,0 +1,308 @@
+"""The gateway end to end: endless forms, clients that join late, are slow or go away, the interface, the signs of life."""
+
+import json
+import os
+import shutil
+import signal
+import socket
+import subprocess
+import tempfile
+import time
+import unittest
+
+from gateway import API_TOKEN, Gateway, make_clip, packets, read_some
+
+FOLDER = tempfile.mkdtemp(prefix='gateway-test-')
+CLIP = make_clip(os.path.join(FOLDER, 'clip.mp4'))
+CLIP_B = make_clip(os.path.join(FOLDER, 'clip_b.mkv'), video='h264b', audio='aac')
+
+
+def tearDownModule():
+    shutil.rmtree(FOLDER, ignore_errors=True)
+
+
+def rises(values):
+    return all(a < b for a, b in zip(values, values[1:]))
+
+
+class Serving(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.gateway = Gateway(f'film={CLIP}', f'bees={CLIP_B}')
+        cls.gateway.wait_for(lambda s: all(one['pictures'] > 30 for one in s.values()))
+
+    @classmethod
+    def tearDownClass(cls):
+        code = cls.gateway.stop()
+        assert code == 0, cls.gateway.log_text()
+
+    def test_all_addresses_are_printed(self):
+        for form in ('flv', 'ts', 'mp4', 'mkv'):
+            self.assertIn(self.gateway.url(f'/film.{form}'), self.gateway.addresses)
+        self.assertIn(self.gateway.url('/film.mp4', 'ws'), self.gateway.addresses)
+
+    def check_form(self, form, name='film'):
+        streams, found, errors = packets(self.gateway.url(f'/{name}.{form}'))
+        self.assertEqual({one['codec_name'] for one in streams}, {'h264', 'aac'})
+        video = [one for one in found if one['codec_type'] == 'video']
+        audio = [one for one in found if one['codec_type'] == 'audio']
+        # The first picture is a key frame: the client began with the current group of pictures.
+        self.assertIn('K', video[0]['flags'])
+        self.assertGreater(len(video), 25)
+        self.assertGreater(len(audio), 40)
+        for packet_list in (video, audio):
+            times = [float(one['dts_time']) for one in packet_list if 'dts_time' in one]
+            self.assertTrue(rises(times), f'{form}: {times}')
+        shown = sorted(float(one['pts_time']) for one in video)
+        for a, b in zip(shown, shown[1:]):
+            self.assertAlmostEqual(b - a, 0.04, delta=0.0025)
+        self.assertEqual(errors, '')
+
+    def test_ts(self):
+        self.check_form('ts')
+
+    def test_flv(self):
+        self.check_form('flv')
+
+    def test_mp4(self):
+        self.check_form('mp4')
+
+    def test_mkv(self):
+        self.check_form('mkv')
+
+    def test_b_pictures_keep_both_times(self):
+        for form in ('ts', 'flv', 'mp4', 'mkv'):
+            with self.subTest(form):
+                self.check_form(form, 'bees')
+
+    def test_unknown_addresses(self):
+        for path in ('/none.flv', '/film.avi', '/film', '/film/', '/film/../film.flv', '/..%2f..%2fetc/passwd',
+                     '/page/../../etc/passwd', '/api/streams/none', '/api', '/%2e%2e/x'):
+            self.assertEqual(self.gateway.ask('GET', path)[0], 404, path)
+        self.assertEqual(self.gateway.ask('POST', '/film.flv', body='x')[0], 405)
+
+    def test_head_asks_for_no_media(self):
+        status, headers, body = self.gateway.ask('HEAD', '/film.ts')
+        self.assertEqual((status, headers['Content-Type'], body), (200, 'video/mp2t', b''))
+
+    def test_health_metrics_and_list(self):
+        self.assertEqual(self.gateway.get('/health'), b'ok, 2 of 2 streams live\n')
+        film = self.gateway.streams()['film']
+        self.assertEqual(film['video'], 'H.264 320x180')
+        self.assertEqual(film['audio'], 'AAC 48000 Hz, 1 ch')
+        self.assertEqual(film['state'], 'live')
+        self.gateway.wait_for(lambda s: abs(s['film']['pictures_per_second'] - 25) < 8)
+        text = self.gateway.get('/metrics').decode()
+        self.assertIn('# TYPE muxora_stream_frames_total counter', text)
+        self.assertRegex(text, r'muxora_stream_frames_total\{stream="film",kind="video"\} \d{2,}')
+
+    def test_clients_are_counted_while_they_are_there(self):
+        before = self.gateway.streams()['film']['clients'].get('ts', 0)
+        self.assertEqual(before, 0)
+        with socket.create_connection(('127.0.0.1', self.gateway.port)) as client:
+            client.sendall(b'GET /film.ts HTTP/1.1\r\nHost: x\r\n\r\n')
+            self.gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 1)
+        self.gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 0)
+
+    def test_two_requests_on_one_connection(self):
+        with socket.create_connection(('127.0.0.1', self.gateway.port), timeout=20) as client:
+            client.sendall(b'GET /health HTTP/1.1\r\nHost: x\r\n\r\nGET /health HTTP/1.1\r\nHost: x\r\nConnection: close\r\n\r\n')
+            data = b''
+            while more := client.recv(65536):
+                data += more
+        self.assertEqual(data.count(b'HTTP/1.1 200 OK'), 2)
+        self.assertEqual(data.count(b'ok, '), 2)
+
+    def test_http_1_0_gets_bytes_without_chunks(self):
+        with socket.create_connection(('127.0.0.1', self.gateway.port), timeout=20) as client:
+            client.sendall(b'GET /film.ts HTTP/1.0\r\n\r\n')
+            data = b''
+            while len(data) < 30000:
+                data += client.recv(65536)
+        head, body = data.split(b'\r\n\r\n', 1)
+        self.assertNotIn(b'chunked', head)
+        self.assertEqual({body[i] for i in range(0, len(body) - 188, 188)}, {0x47})
+
+
+class SlowClients(unittest.TestCase):
+    def test_stalled_clients_do_not_slow_others_and_are_closed(self):
+        clip = make_clip(os.path.join(FOLDER, 'fast.mp4'), seconds=4, size='640x360', bitrate='6M', gop=12)
+        with Gateway(f'film={clip}', '--queue', 300000) as gateway:
+            gateway.wait_for(lambda s: s['film']['pictures'] > 20)
+            stalled = []
+            for _ in range(20):
+                client = socket.socket()
+                client.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 4096)
+                client.connect(('127.0.0.1', gateway.port))
+                client.sendall(b'GET /film.ts HTTP/1.1\r\nHost: x\r\n\r\n')
+                stalled.append(client)
+            gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 20)
+            _, found, _ = packets(gateway.url('/film.ts'), seconds=8)
+            shown = sorted(float(one['pts_time']) for one in found if one['codec_type'] == 'video')
+            self.assertGreater(len(shown), 150)
+            for a, b in zip(shown, shown[1:]):  # no picture is missing
+                self.assertAlmostEqual(b - a, 0.04, delta=0.0025)
+            gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 0, seconds=60)
+            for client in stalled:
+                client.close()
+            text = gateway.get('/metrics').decode()
+            self.assertIn('muxora_stalled_clients_total 20', text)
+
+
+class Interface(unittest.TestCase):
+    def test_streams_come_and_go(self):
+        with Gateway(f'film={CLIP}') as gateway:
+            add = json.dumps({'name': 'other', 'input': 'udp://127.0.0.1:1?timeout=1000000'})
+            self.assertEqual(gateway.ask('POST', '/api/streams', add)[0], 401)
+            self.assertEqual(gateway.ask('POST', '/api/streams', add, token='wrong')[0], 401)
+            self.assertEqual(gateway.ask('POST', '/api/streams', add, token=API_TOKEN)[0], 201)
+            self.assertEqual(gateway.ask('POST', '/api/streams', add, token=API_TOKEN)[0], 409)
+            self.assertEqual(set(gateway.streams()), {'film', 'other'})
+            for bad in ('', '[]', '{"name": "x"}', '{"name": "x", "input": 1}', '{"name": "a/b", "input": "udp://127.0.0.1:1"}',
+                        '{"name": "x", "input": "/etc/passwd"}', '{"name": "x", "input": "file:///etc/passwd"}'):
+                self.assertEqual(gateway.ask('POST', '/api/streams', bad, token=API_TOKEN)[0], 400, bad)
+            gateway.wait_for(lambda s: s['film']['pictures'] > 5)
+            with socket.create_connection(('127.0.0.1', gateway.port), timeout=20) as client:
+                client.sendall(b'GET /film.ts HTTP/1.1\r\nHost: x\r\n\r\n')
+                gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 1)
+                self.assertEqual(gateway.ask('DELETE', '/api/streams/film')[0], 401)
+                self.assertEqual(gateway.ask('DELETE', '/api/streams/film', token=API_TOKEN)[0], 200)
+                data = b''
+                while more := client.recv(65536):
+                    data += more
+                self.assertTrue(data.endswith(b'0\r\n\r\n'))  # the client is told that this was all
+            self.assertEqual(gateway.ask('DELETE', '/api/streams/film', token=API_TOKEN)[0], 404)
+            self.assertEqual(gateway.ask('GET', '/film.ts')[0], 404)
+
+
+class Inputs(unittest.TestCase):
+    def test_an_input_that_is_not_there_is_tried_again(self):
+        with socket.socket() as free:
+            free.bind(('127.0.0.1', 0))
+            port = free.getsockname()[1]
+        with Gateway(f'cam=rtsp://127.0.0.1:{port}/x') as gateway:
+            gateway.wait_for(lambda s: s['cam']['state'] == 'lost' and s['cam'].get('trouble'))
+            self.assertGreaterEqual(gateway.log_text().count('input lost'), 1)
+
+    def test_a_sender_killed_and_back_goes_on_in_the_same_output(self):
+        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
+            free.bind(('127.0.0.1', 0))
+            port = free.getsockname()[1]
+
+        def sender():
+            return subprocess.Popen(['ffmpeg', '-v', 'error', '-re', '-i', CLIP, '-c', 'copy', '-f', 'mpegts',
+                                     f'udp://127.0.0.1:{port}?pkt_size=1316'], stdin=subprocess.DEVNULL)
+        with Gateway(f'cam=udp://127.0.0.1:{port}') as gateway:
+            first = sender()
+            try:
+                gateway.wait_for(lambda s: s['cam']['pictures'] > 30)
+                reader = subprocess.Popen(['ffprobe', '-v', 'error', '-read_intervals', '%+12', '-show_entries',
+                                           'packet=codec_type,dts_time', '-of', 'csv=p=0', gateway.url('/cam.ts')],
+                                          stdout=subprocess.PIPE, text=True)
+                gateway.wait_for(lambda s: s['cam']['pictures'] > 60)
+            finally:
+                first.send_signal(signal.SIGKILL)
+                first.wait()
+            again = sender()
+            try:
+                seen = gateway.streams()['cam']['pictures']
+                gateway.wait_for(lambda s: s['cam']['pictures'] > seen + 60)
+                gateway.ask('DELETE', '/api/streams/cam', token=API_TOKEN)
+                lines = reader.communicate(timeout=60)[0].split()
+            finally:
+                again.kill()
+                again.wait()
+            times = [float(line.split(',')[1]) for line in lines if line.startswith('video')]
+            self.assertGreater(len(times), 70)
+            self.assertTrue(rises(times))
+            self.assertLess(max(b - a for a, b in zip(times, times[1:])), 1.5)
+
+
+class Security(unittest.TestCase):
+    def test_tokens_and_signed_addresses(self):
+        with Gateway(f'film={CLIP}', '--view-token', 'seen', '--sign-key', 'key') as gateway:
+            import hashlib
+            import hmac
+            self.assertEqual(gateway.ask('GET', '/film.ts')[0], 401)
+            self.assertEqual(gateway.ask('GET', '/metrics')[0], 401)
+            self.assertEqual(gateway.ask('GET', '/api/streams')[0], 401)
+            self.assertEqual(gateway.ask('GET', '/health')[0], 200)
+            self.assertEqual(gateway.ask('GET', '/api/streams', token='seen')[0], 200)
+            self.assertEqual(gateway.ask('HEAD', '/film.ts', token='seen')[0], 200)
+            self.assertEqual(gateway.ask('HEAD', '/film.ts?token=seen')[0], 200)
+
+            def signed(expires):
+                mac = hmac.new(b'key', f'film\n{expires}'.encode(), hashlib.sha256).hexdigest()
+                return gateway.ask('HEAD', f'/film.ts?expires={expires}&signature={mac}')[0]
+            self.assertEqual(signed(int(time.time()) + 60), 200)
+            self.assertEqual(signed(int(time.time()) - 60), 401)
+
+    def test_limits(self):
+        with Gateway(f'film={CLIP}', '--max-clients', 3) as gateway:
+            held = [socket.create_connection(('127.0.0.1', gateway.port), timeout=30) for _ in range(3)]
+            time.sleep(0.2)
+            with socket.create_connection(('127.0.0.1', gateway.port), timeout=30) as more:
+                self.assertIn(b' 503 ', more.recv(200))
+            # Those who open and say nothing are closed.
+            for client in held:
+                self.assertEqual(client.recv(100), b'')
+                client.close()
+            self.assertEqual(gateway.ask('GET', '/health')[0], 200)
+            with socket.create_connection(('127.0.0.1', gateway.port), timeout=30) as client:
+                client.sendall(b'GET / HTTP/1.1\r\nX: ' + b'y' * 20000)
+                self.assertIn(b' 431 ', client.recv(200))
+
+    def test_tls(self):
+        certificate, key = os.path.join(FOLDER, 'cert.pem'), os.path.join(FOLDER, 'key.pem')
+        subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', certificate,
+                        '-days', '2', '-subj', '/CN=127.0.0.1'], check=True, capture_output=True)
+        with Gateway(f'film={CLIP}', '--cert', certificate, '--key', key, tls=True) as gateway:
+            time.sleep(1)
+            streams, found, _ = packets(gateway.url('/film.ts', 'https'), more=('-tls_verify', '0'))
+            self.assertEqual({one['codec_name'] for one in streams}, {'h264', 'aac'})
+            self.assertGreater(len(found), 50)
+
+    def test_cors_only_when_asked_for(self):
+        with Gateway(f'film={CLIP}') as gateway:
+            self.assertNotIn('Access-Control-Allow-Origin', gateway.ask('GET', '/health')[1])
+        with Gateway(f'film={CLIP}', '--cors', '*') as gateway:
+            self.assertEqual(gateway.ask('GET', '/health')[1]['Access-Control-Allow-Origin'], '*')
+            self.assertEqual(gateway.ask('OPTIONS', '/film.ts')[0], 204)
+
+
+class Faults(unittest.TestCase):
+    def test_garbage_half_open_and_floods(self):
+        import random
+        count = int(os.environ.get('GARBAGE', '600'))
+        rng = random.Random(7)
+        good = b'GET /film.ts?a=b HTTP/1.1\r\nHost: x\r\nUpgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n' \
+               b'Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n'
+        with Gateway(f'film={CLIP}') as gateway:
+            gateway.wait_for(lambda s: s['film']['pictures'] > 5)
+            before = None
+            for i in range(count):
+                if i == count // 4:
+                    before = gateway.memory_kib()
+                with socket.create_connection(('127.0.0.1', gateway.port), timeout=30) as client:
+                    kind = i % 4
+                    if kind == 0:
+                        data = rng.randbytes(rng.randrange(1, 3000))
+                    elif kind == 1:
+                        data = bytearray(good)
+                        for _ in range(rng.randrange(1, 12)):
+                            data[rng.randrange(len(data))] = rng.randrange(256)
+                    elif kind == 2:
+                        data = good[:rng.randrange(len(good))]
+                    else:
+                        data = b'GET / HTTP/1.1\r\n' + b'X-A: b\r\n' * rng.randrange(3000)
+                    try:
+                        client.sendall(bytes(data))
+                    except OSError:
+                        pass
+            self.assertEqual(gateway.ask('GET', '/health')[0], 200)
+            self.assertLess(gateway.memory_kib(), before + 20000)
+            self.assertIsNone(gateway.process.poll())
+
+
+if __name__ == '__main__':
+    unittest.main(verbosity=2)
