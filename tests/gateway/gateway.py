@@ -52,7 +52,8 @@ class Gateway:
             raise AssertionError('the gateway did not start: ' + line + self.log_text())
         self.port = int(match.group(1))
         self.addresses.append(line.strip())
-        threading.Thread(target=self._read_addresses, daemon=True).start()
+        self.reading = threading.Thread(target=self._read_addresses, daemon=True)
+        self.reading.start()
         self.tls = tls
 
     def _read_addresses(self):
@@ -82,7 +83,9 @@ class Gateway:
             self.process.kill()
             self.process.wait()
             raise AssertionError('the gateway does not end')
+        self.reading.join(5)
         self.process.stdout.close()
+        self.log.flush()
         return code
 
     def url(self, path, scheme='http'):
