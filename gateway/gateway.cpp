@@ -45,6 +45,14 @@ std::string ShareFolder(const std::string& named) {
     return (program / "../share/muxora/gateway").string();
 }
 
+// What is not said of RTSP is as for HTTP.
+RtspSettings RtspOf(const Options& options) {
+    RtspSettings settings = options.rtsp;
+    settings.address = options.http.address;
+    settings.queue_bytes = options.http.queue_bytes;
+    return settings;
+}
+
 size_t ThreadCount(size_t asked) {
     return asked != 0 ? asked : std::max<size_t>(std::thread::hardware_concurrency(), 1);
 }
@@ -63,10 +71,12 @@ GatewayRun::GatewayRun(const Options& options)
       metrics_(hub_, shelf_),
       page_(ShareFolder(options.share)),
       router_({hub_, shelf_, segments_, access_, api_, metrics_, page_, options.cors}),
-      http_(workers_, options.http, tls_.get(), router_) {
+      http_(workers_, options.http, tls_.get(), router_),
+      rtsp_(RtspOf(options), hub_, shelf_, access_) {
     metrics_.SetCounts(http_.Counts());
     workers_.Start();
     http_.Start();
+    rtsp_.Start();
     for (const auto& [name, input] : options.streams) {
         const std::string why = AddStream(name, input, true);
         if (!why.empty()) throw std::runtime_error(name + ": " + why);
@@ -116,9 +126,9 @@ bool GatewayRun::RemoveStream(const std::string& name) {
 }
 
 std::string GatewayRun::Addresses() const {
-    const std::string host = (options_.http.address.find(':') != std::string::npos ? "[" + options_.http.address + "]"
-                                                                                   : options_.http.address) +
-                             ":" + std::to_string(http_.Port());
+    const std::string& address = options_.http.address;
+    const std::string bare = address.find(':') != std::string::npos ? "[" + address + "]" : address;
+    const std::string host = bare + ":" + std::to_string(http_.Port());
     const std::string http = std::string(tls_ != nullptr ? "https://" : "http://") + host;
     const std::string ws = std::string(tls_ != nullptr ? "wss://" : "ws://") + host;
     std::string text = http + "/\n" + http + "/api/streams\n" + http + "/metrics\n";
@@ -132,6 +142,8 @@ std::string GatewayRun::Addresses() const {
         }
         text += http + "/" + stream->Name() + "/index.m3u8\n";
         text += http + "/" + stream->Name() + "/manifest.mpd\n";
+        if (rtsp_.Port() != 0)
+            text += "rtsp://" + bare + ":" + std::to_string(rtsp_.Port()) + "/" + stream->Name() + "\n";
     }
     return text;
 }
@@ -156,6 +168,7 @@ void GatewayRun::End() {
     if (ended_) return;
     ended_ = true;
     http_.Stop();
+    rtsp_.Stop();
     {
         const std::lock_guard lock(mutex_);
         sources_.clear();
@@ -164,7 +177,7 @@ void GatewayRun::End() {
         hub_.Remove(stream->Name());
     // Clients hear of the end; those who do not listen are not waited for.
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (http_.Counts().connections > 0 && std::chrono::steady_clock::now() < patience)
+    while (http_.Counts().connections + rtsp_.Clients() > 0 && std::chrono::steady_clock::now() < patience)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
 }
 

@@ -18,6 +18,7 @@
 #include "servers/metrics.h"
 #include "servers/page.h"
 #include "servers/router.h"
+#include "servers/rtsp_server.h"
 #include "servers/segment_server.h"
 #include "sources/source.h"
 
@@ -54,6 +55,7 @@ class GatewayRun final : public StreamKeeper {
     Page page_;
     Router router_;
     HttpServer http_;
+    RtspServer rtsp_;
     std::mutex mutex_;
     std::map<std::string, std::unique_ptr<Source>> sources_;
     bool ended_ = false;

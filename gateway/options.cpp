@@ -20,6 +20,8 @@ int ReadOptions(int argc, char** argv, Options& options) {
         "udp://, a .sdp file, or - for the standard input");
     app.add_option("--address", options.http.address, "Address to listen on (127.0.0.1)");
     app.add_option("--port", options.http.port, "Port of HTTP and WebSocket (8080; 0: any)");
+    app.add_option("--rtsp-port", options.rtsp.port, "Port of RTSP (8554; 0: any)");
+    app.add_flag("!--no-rtsp", options.rtsp.on, "No RTSP");
     app.add_option("--cert", options.certificate, "Certificate chain for TLS, PEM")->check(CLI::ExistingFile);
     app.add_option("--key", options.private_key, "Its private key, PEM")->check(CLI::ExistingFile);
     app.add_option("--view-token", options.access.view_token, "Needed to watch")->envname("MUXORA_VIEW_TOKEN");

@@ -11,12 +11,14 @@
 #include "packaging/segment_list.h"
 #include "protocols/access.h"
 #include "servers/http_server.h"
+#include "servers/rtsp_server.h"
 
 namespace Orvane::Muxora::Gateway {
 
 struct Options {
     std::vector<std::pair<std::string, std::string>> streams;  // name and input
     HttpSettings http;
+    RtspSettings rtsp;
     AccessSettings access;
     SegmentSettings segments;
     std::string certificate;  // TLS, PEM; empty: plain

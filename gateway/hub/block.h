@@ -20,6 +20,8 @@ struct Block {
     uint32_t time_scale = 1000;
     int64_t dts = 0;
     int64_t duration = 0;
+    // RTP: where each packet ends in `bytes`; the times above are the packets' own, on the RTP clock.
+    std::vector<uint32_t> packet_ends;
     // Of the frame that it came out with: microseconds since 1970.
     int64_t arrival_us = 0;
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "bounds.h"
+#include "packaging/rtp_packager.h"
 
 namespace Orvane::Muxora::Gateway {
 
@@ -87,11 +88,16 @@ Broadcast::Broadcast(Workers& workers, StreamPtr stream, const Form& form)
     : workers_(workers), stream_(std::move(stream)), form_(form) {
     for (size_t i = 0; i < workers_.Count(); ++i)
         outlets_.push_back(std::make_shared<Outlet>(workers_.At(i)));
+    const auto sink = [this](const BlockPtr& block) { Publish(block); };
+    if (form.format == MX_FORMAT_RTP) {
+        packager_ = std::make_unique<RtpPackager>(stream_->HeaderInfo(), sink);
+        return;
+    }
     PackagerSettings settings;
     settings.format = form.format;
     settings.chunks = form.chunks;
     settings.header = stream_->HeaderInfo();
-    packager_.emplace(settings, [this](const BlockPtr& block) { Publish(block); });
+    packager_ = std::make_unique<Packager>(settings, sink);
 }
 
 void Broadcast::OnFrame(const FramePtr& frame) {

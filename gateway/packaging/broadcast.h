@@ -5,7 +5,6 @@
 #include <boost/asio/steady_timer.hpp>
 #include <deque>
 #include <memory>
-#include <optional>
 #include <unordered_set>
 #include <vector>
 
@@ -70,7 +69,7 @@ class Broadcast : public FrameSink, public std::enable_shared_from_this<Broadcas
     Workers& workers_;
     StreamPtr stream_;
     const Form& form_;
-    std::optional<Packager> packager_;
+    std::unique_ptr<FramePacker> packager_;
     std::vector<std::shared_ptr<Outlet>> outlets_;
     std::atomic<size_t> clients_{0};
     std::atomic<uint64_t> sent_{0};

@@ -17,6 +17,12 @@ constexpr Form kForms[] = {
 
 }  // namespace
 
+const Form kRtpForm{"RTP", MX_FORMAT_RTP, false, "", false};
+
+std::string ShortName(const Form& form) {
+    return &form == &kRtpForm ? "rtsp" : std::string(form.extension.substr(1));
+}
+
 const Form* AllForms(size_t& count) {
     count = sizeof kForms / sizeof kForms[0];
     return kForms;

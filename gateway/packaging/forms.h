@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace Orvane::Muxora::Gateway {
@@ -14,6 +15,12 @@ struct Form {
     std::string_view content_type;
     bool web_socket;  // also served as messages
 };
+
+// RTP packets, which RTSP clients get: at no address of HTTP.
+extern const Form kRtpForm;
+
+// "flv" and so on, or "rtsp": for what is told.
+std::string ShortName(const Form& form);
 
 // Null when there is no such form.
 const Form* FormByExtension(std::string_view extension);

@@ -19,19 +19,27 @@ struct PackagerSettings {
     MXHeaderInfo header{};  // the streams that are known beforehand
 };
 
-class Packager {
+// Turns frames into blocks.
+class FramePacker {
   public:
-    // Takes each block, during Give and Finish.
+    // Takes each block, during Give.
     using Sink = std::function<void(BlockPtr block)>;
 
+    virtual ~FramePacker() = default;
+    // The library makes this format.
+    virtual bool Good() const = 0;
+    // False when the format does not take the frame; the next one may be given.
+    virtual bool Give(const Frame& frame) = 0;
+};
+
+class Packager final : public FramePacker {
+  public:
     Packager(const PackagerSettings& settings, Sink sink);
     Packager(const Packager&) = delete;
     Packager& operator=(const Packager&) = delete;
 
-    // The library makes this format.
-    bool Good() const { return handle_ != nullptr; }
-    // False when the format does not take the frame; the next one may be given.
-    bool Give(const Frame& frame);
+    bool Good() const override { return handle_ != nullptr; }
+    bool Give(const Frame& frame) override;
     // Writes the tail, if the format has one.
     void Finish();
 

@@ -54,7 +54,7 @@ Json Describe(const Stream& stream, const Shelf& shelf) {
     Json clients = Json::object();
     size_t count = 0;
     for (const auto& output : shelf.Of(stream)) {
-        clients[std::string(output->Shape().extension.substr(1))] = output->Clients();
+        clients[ShortName(output->Shape())] = output->Clients();
         count += output->Clients();
     }
     json["viewers"] = count;

@@ -102,8 +102,7 @@ Reply Metrics::Text() const {
     for (const StreamPtr& stream : hub_.All()) {
         AddStream(all, stream->Status());
         for (const auto& output : shelf_.Of(*stream)) {
-            const Labels labels = {{"stream", stream->Name()},
-                                   {"form", std::string(output->Shape().extension.substr(1))}};
+            const Labels labels = {{"stream", stream->Name()}, {"form", ShortName(output->Shape())}};
             all.Add("muxora_clients", "Clients of an output.", kGauge, Value(output->Clients()), labels);
             all.Add("muxora_sent_bytes_total", "Bytes sent to clients.", kCounter, Value(output->Sent()), labels);
             all.Add("muxora_skips_total", "Times that a slow client had to skip to a key frame.", kCounter,

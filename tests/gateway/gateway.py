@@ -41,7 +41,7 @@ class Gateway:
     def __init__(self, *words, tls=False, env=None):
         self.log = tempfile.NamedTemporaryFile(mode='w+', prefix='gateway-', suffix='.log')
         self.process = subprocess.Popen(
-            [SERVE, '--port', '0', '--api-token', API_TOKEN, *map(str, words)],
+            [SERVE, '--port', '0', '--rtsp-port', '0', '--api-token', API_TOKEN, *map(str, words)],
             stdout=subprocess.PIPE, stderr=self.log, text=True, env={**os.environ, **(env or {})})
         self.addresses = []
         self.port = None
