@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean
+.PHONY: serve-demo page-test help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -22,6 +22,13 @@ demo: ## Pack a clip into every format, read each back, print the table
 	@mkdir -p build && cmake --preset demo >build/demo-configure.log 2>&1 || { cat build/demo-configure.log; exit 1; }
 	@cmake --build --preset demo
 	@scripts/demo.py build/demo/bin build/demo/files
+
+serve-demo: build ## A live gateway with a clip that counts, flashes and beeps: all addresses printed (Ctrl-C ends it)
+	@test -s build/serve-clip.mp4 || scripts/serve_clip.py build/serve-clip.mp4
+	@build/release/bin/muxora-serve demo=build/serve-clip.mp4
+
+page-test: build ## The gateway's page watched in Chromium for a minute; the screenshot stays in build/page
+	@MUXORA_SERVE=build/release/bin/muxora-serve PAGE_SECONDS=60 PAGE_ARTEFACTS=build/page python3 -B tests/gateway/page_test.py
 
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench

@@ -1,6 +1,7 @@
 #include "gateway.h"
 
 #include <algorithm>
+#include <boost/asio/post.hpp>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -27,11 +28,6 @@ std::unique_ptr<asio::ssl::context> Tls(const Options& options) {
     // A connection that sends nothing needs no buffers of 16 KiB each.
     SSL_CTX_set_mode(context->native_handle(), SSL_MODE_RELEASE_BUFFERS);
     return context;
-}
-
-AccessSettings WithApiToken(AccessSettings settings) {
-    if (settings.api_token.empty()) settings.api_token = RandomToken();
-    return settings;
 }
 
 // The page beside the program: installed, or as it was built.
@@ -61,7 +57,7 @@ size_t ThreadCount(size_t asked) {
 
 GatewayRun::GatewayRun(const Options& options)
     : options_(options),
-      access_(WithApiToken(options.access)),
+      access_(options.access),
       tls_(Tls(options)),
       workers_(ThreadCount(options.threads)),
       hub_(workers_),
@@ -94,8 +90,14 @@ std::string GatewayRun::AddStream(const std::string& name, const std::string& in
     if (stream == nullptr) return "there is a stream of that name, or too many of them";
     segments_.Add(stream);
     try {
+        std::shared_ptr<Recorder> recorder;
+        if (!options_.recording.folder.empty()) {
+            recorder = std::make_shared<Recorder>(stream, options_.recording);
+            asio::post(stream->Home().Context(), [stream, recorder] { stream->Attach(recorder); });
+        }
         auto source = OpenAvSource(stream, input, trusted);
         const std::lock_guard lock(mutex_);
+        if (recorder != nullptr) recorders_[name] = std::move(recorder);
         sources_[name] = std::move(source);
         return "";
     } catch (const std::exception& error) {
@@ -107,8 +109,13 @@ std::string GatewayRun::AddStream(const std::string& name, const std::string& in
 
 bool GatewayRun::RemoveStream(const std::string& name) {
     std::unique_ptr<Source> source;
+    std::shared_ptr<Recorder> recorder;
     {
         const std::lock_guard lock(mutex_);
+        if (const auto recorded = recorders_.find(name); recorded != recorders_.end()) {
+            recorder = std::move(recorded->second);
+            recorders_.erase(recorded);
+        }
         const auto found = sources_.find(name);
         if (found != sources_.end()) {
             source = std::move(found->second);
@@ -120,8 +127,11 @@ bool GatewayRun::RemoveStream(const std::string& name) {
         shelf_.Drop(*stream);
         segments_.Drop(*stream);
     }
-    // A source may take a moment to end: not on a worker's thread.
-    if (source != nullptr) std::thread([ending = std::move(source)]() mutable { ending.reset(); }).detach();
+    // A source and a disk may take a moment to end: not on a worker's thread.
+    std::thread([ending = std::move(source), recording = std::move(recorder)]() mutable {
+        ending.reset();
+        recording.reset();
+    }).detach();
     return stream != nullptr;
 }
 
@@ -175,6 +185,16 @@ void GatewayRun::End() {
     }
     for (const StreamPtr& stream : hub_.All())
         hub_.Remove(stream->Name());
+    // Each recording gets its index.
+    std::map<std::string, std::shared_ptr<Recorder>> recorders;
+    {
+        const std::lock_guard lock(mutex_);
+        recorders.swap(recorders_);
+    }
+    for (const auto& [name, recorder] : recorders) {
+        recorder->OnEnd();
+        recorder->Wait();
+    }
     // Clients hear of the end; those who do not listen are not waited for.
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
     while (http_.Counts().connections + rtsp_.Clients() > 0 && std::chrono::steady_clock::now() < patience)

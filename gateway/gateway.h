@@ -13,6 +13,7 @@
 #include "options.h"
 #include "packaging/shelf.h"
 #include "protocols/access.h"
+#include "recording/recorder.h"
 #include "servers/api.h"
 #include "servers/http_server.h"
 #include "servers/metrics.h"
@@ -58,6 +59,7 @@ class GatewayRun final : public StreamKeeper {
     RtspServer rtsp_;
     std::mutex mutex_;
     std::map<std::string, std::unique_ptr<Source>> sources_;
+    std::map<std::string, std::shared_ptr<Recorder>> recorders_;
     bool ended_ = false;
 };
 

@@ -14,6 +14,8 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.set_version_flag("--version", std::string("muxora serve, library ") + MX_GetVersion());
     std::vector<std::string> streams;
     std::string log = "text";
+    std::string segment;
+    std::string keep;
     app.add_option(
         "streams", streams,
         "NAME=INPUT: a file (played in real time, again and again), rtsp://, rtmp://, listen+rtmp://, srt://, "
@@ -25,7 +27,7 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.add_option("--cert", options.certificate, "Certificate chain for TLS, PEM")->check(CLI::ExistingFile);
     app.add_option("--key", options.private_key, "Its private key, PEM")->check(CLI::ExistingFile);
     app.add_option("--view-token", options.access.view_token, "Needed to watch")->envname("MUXORA_VIEW_TOKEN");
-    app.add_option("--api-token", options.access.api_token, "Needed to add and remove streams (made up if not given)")
+    app.add_option("--api-token", options.access.api_token, "Needed to add and remove streams; without one nobody can")
         ->envname("MUXORA_API_TOKEN");
     app.add_option("--sign-key", options.access.sign_key, "Key of signed addresses")->envname("MUXORA_SIGN_KEY");
     app.add_option("--cors", options.cors, "Origin whose pages may read the streams, or *");
@@ -33,6 +35,9 @@ int ReadOptions(int argc, char** argv, Options& options) {
         ->check(CLI::Range(size_t{1}, size_t{1000000}));
     app.add_option("--queue", options.http.queue_bytes, "Bytes that may wait for one client (8388608)")
         ->check(CLI::Range(size_t{65536}, size_t{1} << 30));
+    app.add_option("--record", options.recording.folder, "Record every stream into files below this folder");
+    app.add_option("--segment", segment, "Length of a recording, cut at a key frame: 30s, 10m, 1h (10m)");
+    app.add_option("--keep", keep, "What is kept of each stream's recordings: 7d, or 20G (everything)");
     app.add_option("--segment-seconds", options.segments.segment,
                    "Length of HLS and DASH segments, up to the next key frame (2)")
         ->check(CLI::Range(0.5, 20.0));
@@ -55,6 +60,14 @@ int ReadOptions(int argc, char** argv, Options& options) {
     }
     if (options.certificate.empty() != options.private_key.empty()) {
         std::cerr << "muxora serve: --cert and --key come together\n";
+        return 2;
+    }
+    if (!segment.empty() && !ParseSpan(segment, options.recording.segment_seconds)) {
+        std::cerr << "muxora serve: --segment " << segment << ": a span is a number with s, m, h or d\n";
+        return 2;
+    }
+    if (!keep.empty() && !ParseKeep(keep, options.recording)) {
+        std::cerr << "muxora serve: --keep " << keep << ": a number with s, m, h, d, or with M, G, T for bytes\n";
         return 2;
     }
     for (const std::string& text : streams) {

@@ -10,6 +10,7 @@
 #include "log.h"
 #include "packaging/segment_list.h"
 #include "protocols/access.h"
+#include "recording/recorder.h"
 #include "servers/http_server.h"
 #include "servers/rtsp_server.h"
 
@@ -21,6 +22,7 @@ struct Options {
     RtspSettings rtsp;
     AccessSettings access;
     SegmentSettings segments;
+    RecordingSettings recording;
     std::string certificate;  // TLS, PEM; empty: plain
     std::string private_key;
     std::string cors;

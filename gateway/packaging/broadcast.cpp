@@ -13,7 +13,11 @@ Outlet::Outlet(Worker& worker) : flush_(worker.Context()) {
 
 void Outlet::Deliver(const BlockPtr& block) {
     if (block->kind == Block::Kind::kHeader) {
-        if (!head_open_) head_.clear();
+        if (first_header_stays_) {
+            if (head_.size() > 1) head_.resize(1);
+        } else if (!head_open_) {
+            head_.clear();
+        }
         head_open_ = true;
         head_.push_back(block);
     } else {
@@ -87,7 +91,7 @@ std::shared_ptr<Broadcast> Broadcast::Make(Workers& workers, const StreamPtr& st
 Broadcast::Broadcast(Workers& workers, StreamPtr stream, const Form& form)
     : workers_(workers), stream_(std::move(stream)), form_(form) {
     for (size_t i = 0; i < workers_.Count(); ++i)
-        outlets_.push_back(std::make_shared<Outlet>(workers_.At(i)));
+        outlets_.push_back(std::make_shared<Outlet>(workers_.At(i), form.first_header_stays));
     const auto sink = [this](const BlockPtr& block) { Publish(block); };
     if (form.format == MX_FORMAT_RTP) {
         packager_ = std::make_unique<RtpPackager>(stream_->HeaderInfo(), sink);
@@ -97,6 +101,8 @@ Broadcast::Broadcast(Workers& workers, StreamPtr stream, const Form& form)
     settings.format = form.format;
     settings.chunks = form.chunks;
     settings.header = stream_->HeaderInfo();
+    // No room for an index that a stream without end never gets.
+    if (form.format == MX_FORMAT_XFLV) settings.header.reserved_gap = 1;
     packager_ = std::make_unique<Packager>(settings, sink);
 }
 

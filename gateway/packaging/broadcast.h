@@ -19,7 +19,7 @@ namespace Orvane::Muxora::Gateway {
 // thread.
 class Outlet : public std::enable_shared_from_this<Outlet> {
   public:
-    explicit Outlet(Worker& worker);
+    Outlet(Worker& worker, bool first_header_stays);
 
     void Deliver(const BlockPtr& block);
     void End();
@@ -31,6 +31,7 @@ class Outlet : public std::enable_shared_from_this<Outlet> {
   private:
     void FlushAll();
 
+    const bool first_header_stays_;
     std::vector<BlockPtr> head_;  // a header may come in several blocks
     bool head_open_ = true;       // the next header block goes on with it
     std::deque<BlockPtr> gop_;

@@ -9,7 +9,7 @@ namespace Orvane::Muxora::Gateway {
 namespace {
 
 constexpr Form kForms[] = {
-    {".flv", MX_FORMAT_XFLV, false, "video/x-flv", true},
+    {".flv", MX_FORMAT_XFLV, false, "video/x-flv", true, true},
     {".ts", MX_FORMAT_XTS, false, "video/mp2t", true},
     {".mp4", MX_FORMAT_FMP4, true, "video/mp4", true},
     {".mkv", MX_FORMAT_XMKV, false, "video/x-matroska", true},

@@ -14,6 +14,8 @@ struct Form {
     bool chunks;                 // fragmented MP4: one chunk a frame
     std::string_view content_type;
     bool web_socket;  // also served as messages
+    // Later headers complete the first one, which a client needs all the same; otherwise they replace it.
+    bool first_header_stays = false;
 };
 
 // RTP packets, which RTSP clients get: at no address of HTTP.

@@ -26,6 +26,8 @@ using Tools::InputError;
 using Tools::StreamReader;
 
 constexpr std::string_view kListen = "listen+";
+// The first picture is shown then: what is decoded ahead of it needs times above 0.
+constexpr int64_t kBeginUs = 1000000;
 constexpr int64_t kBlockMs = 20;  // of PCM and G.711
 constexpr const char* kNetworkProtocols = "udp,rtp,srtp,tcp,tls,rtmp,rtmps,rtsp,srt,http,https,httpproxy,crypto";
 constexpr const char* kDescriptionProtocols = "file,udp,rtp,srtp,tcp,crypto";
@@ -276,11 +278,12 @@ class AvSource final : public Source {
     void Give(const StreamReader& reader, StreamReader::Timed timed) {
         if (!offset_us_) {
             // A source that comes back after a pause has the pause in its times: players go on where they stood.
-            offset_us_ = start_us_ - timed.dts_us;
+            // It is the shown times that go on, so that pictures out of order leave no gap.
+            offset_us_ = start_us_ - timed.pts_us;
             if (kind_.paced && !clock_start_) clock_start_ = Clock::now() - std::chrono::microseconds(start_us_);
         }
         const int64_t dts_us = timed.dts_us + *offset_us_;
-        end_us_ = std::max(end_us_, dts_us + (timed.duration_us > 0 ? timed.duration_us : 20000));
+        end_us_ = std::max(end_us_, timed.pts_us + *offset_us_ + (timed.duration_us > 0 ? timed.duration_us : 20000));
         if (kind_.paced) WaitFor(dts_us);
         Frame frame;
         const auto ticks = Ticks(reader, timed.frame);
@@ -327,7 +330,7 @@ class AvSource final : public Source {
     uint64_t damaged_ = 0;
     std::optional<int64_t> offset_us_;  // from the input's times to the stream's
     int64_t start_us_ = 0;
-    int64_t end_us_ = 0;
+    int64_t end_us_ = kBeginUs;
     std::optional<Clock::time_point> clock_start_;
     std::thread thread_;
 };

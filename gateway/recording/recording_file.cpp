@@ -1,0 +1,95 @@
+#include "recording/recording_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace Orvane::Muxora::Gateway {
+
+namespace {
+
+constexpr uint32_t kFragmentMs = 2000;
+
+}  // namespace
+
+RecordingFile::RecordingFile(std::string path, const MXHeaderInfo& header) : path_(std::move(path)) {
+    MXCreateParam param{};
+    param.user = this;
+    param.output = Output;
+    handle_.reset(MX_CreateHandle(MX_FORMAT_HMP4, &param));
+    if (handle_ == nullptr) throw std::runtime_error("the library does not make recordings (hmp4)");
+    descriptor_ = open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (descriptor_ < 0) throw std::runtime_error(path_ + ": " + std::strerror(errno));
+    MXFragmentParam fragment{};
+    fragment.size = sizeof fragment;
+    fragment.mode = MX_FRAGMENT_GOP;
+    fragment.duration_ms = kFragmentMs;
+    MXHeaderInfo info = header;
+    info.reserved_gap = 0;
+    MXSetFragmentParam(handle_.get(), &fragment);
+    if (MX_CreateHeader(handle_.get(), &info) == MX_OK && trouble_ == 0) return;
+    // The destructor does not run: nothing is left of what could not be begun.
+    close(descriptor_);
+    unlink(path_.c_str());
+    CheckTrouble();
+    throw std::runtime_error(path_ + ": cannot be begun");
+}
+
+RecordingFile::~RecordingFile() {
+    try {
+        Finish();
+    } catch (const std::exception&) {
+        // It was told before, or there is nobody left to tell.
+    }
+    if (descriptor_ >= 0) close(descriptor_);
+}
+
+void RecordingFile::CheckTrouble() const {
+    if (trouble_ != 0) throw std::runtime_error(path_ + ": " + std::strerror(trouble_));
+}
+
+void RecordingFile::Give(const Frame& frame) {
+    MXFrameInfo info = const_cast<Tools::MediaFrame&>(frame.media).Record();
+    MXSetFrameTimes(&info, frame.time_scale, frame.dts, frame.pts, frame.duration);
+    // A frame that the format does not take is left out; the recording goes on.
+    MX_InputFrame(handle_.get(), &info);
+    CheckTrouble();
+}
+
+void RecordingFile::Finish() {
+    if (finished_ || handle_ == nullptr || descriptor_ < 0) return;
+    finished_ = true;
+    if (trouble_ == 0) MX_CreateTailer(handle_.get(), nullptr);
+    CheckTrouble();
+}
+
+int32_t RecordingFile::Output(const MXOutputBlock* block, void* user) {
+    static_cast<RecordingFile*>(user)->Write(*block);
+    return 0;
+}
+
+void RecordingFile::Write(const MXOutputBlock& block) {
+    if (trouble_ != 0) return;
+    const auto* bytes = static_cast<const char*>(block.data);
+    int64_t at = block.seek_type == MX_SEEK_ABSOLUTE ? block.offset : end_;
+    size_t left = block.length;
+    while (left != 0) {
+        const ssize_t written = pwrite(descriptor_, bytes, left, at);
+        if (written < 0 && errno == EINTR) continue;
+        if (written <= 0) {
+            trouble_ = written < 0 ? errno : ENOSPC;
+            return;
+        }
+        bytes += written;
+        at += written;
+        left -= static_cast<size_t>(written);
+    }
+    end_ = std::max(end_, at);
+}
+
+}  // namespace Orvane::Muxora::Gateway
