@@ -34,6 +34,7 @@ int Serve(const Options& options) {
     sigaddset(&ends, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);  // a limit on the size of files is an error of the write
     RaiseDescriptorLimit();
     StartLog(options.log, options.quiet);
     GatewayRun gateway(options);

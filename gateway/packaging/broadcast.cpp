@@ -8,7 +8,8 @@
 
 namespace Orvane::Muxora::Gateway {
 
-Outlet::Outlet(Worker& worker) : flush_(worker.Context()) {
+Outlet::Outlet(Worker& worker, bool first_header_stays)
+    : first_header_stays_(first_header_stays), flush_(worker.Context()) {
 }
 
 void Outlet::Deliver(const BlockPtr& block) {

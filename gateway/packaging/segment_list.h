@@ -44,6 +44,9 @@ class SegmentList {
     // `paced` tracks are cut by CutAt alone, so that sound is cut where the pictures are.
     SegmentList(const SegmentSettings& settings, bool paced) : settings_(settings), paced_(paced) {}
 
+    // From now on: there are pictures after all.
+    void Pace() { paced_ = true; }
+
     // Gives whether a part was finished by it.
     bool Add(const BlockPtr& block);
     // The segment ends at the first block at or behind this time, in seconds.

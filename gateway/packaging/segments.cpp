@@ -53,7 +53,7 @@ void Segments::OnFrame(const FramePtr& frame) {
         if (!video_) {
             if (!frame->IsKey()) return;
             video_.emplace(settings_, MX_TRACKS_VIDEO, false, *this);
-            if (audio_) audio_->list = SegmentList(settings_, true);
+            if (audio_) audio_->list.Pace();
         }
         if (frame->IsKey()) {
             about_.width = frame->media.width;

@@ -90,6 +90,12 @@ class Hls(unittest.TestCase):
             self.assertIn('K', found[0]['flags'])
             self.assertEqual(get('/film/' + name)[1], body)
 
+    def test_sound_has_its_initialisation_segment(self):
+        text = playlist('audio')
+        self.assertIn(b'moov', get('/film/' + re.search(r'MAP:URI="([^"?]+)', text).group(1))[1])
+        name = re.findall(r'^(audio-[^?\n]+)', text, re.M)[0]
+        self.assertGreater(len(get('/film/' + name)[1]), 300)
+
     def test_parts_make_up_their_segment(self):
         text = playlist()
         names = re.findall(r'PART:DURATION=[\d.]+,URI="([^"?]+)', text)

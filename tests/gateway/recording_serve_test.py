@@ -1,0 +1,90 @@
+"""Recordings: files by time that play, also after a kill; old ones go; a full disk ends no stream."""
+
+import glob
+import os
+import resource
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+
+from gateway import Gateway, make_clip, packets
+
+FOLDER = tempfile.mkdtemp(prefix='gateway-record-')
+CLIP = make_clip(os.path.join(FOLDER, 'clip.mp4'), seconds=4)
+
+
+def tearDownModule():
+    shutil.rmtree(FOLDER, ignore_errors=True)
+
+
+def files(folder):
+    return sorted(glob.glob(os.path.join(folder, 'film', '*.mp4')))
+
+
+def wait_for(what, seconds=60):
+    end = time.monotonic() + seconds
+    while not what():
+        assert time.monotonic() < end
+        time.sleep(0.1)
+
+
+def pictures(path):
+    found = packets(path, seconds=1000)[1]
+    return [one for one in found if one['codec_type'] == 'video']
+
+
+class Recording(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(dir=FOLDER)
+
+    def test_files_follow_one_another_without_a_gap(self):
+        with Gateway(f'film={CLIP}', '--record', self.folder, '--segment', '2s') as gateway:
+            wait_for(lambda: len(files(self.folder)) >= 4)
+            self.assertEqual(gateway.stop(), 0)
+        times = []
+        for path in files(self.folder):
+            video = pictures(path)
+            self.assertIn('K', video[0]['flags'], path)
+            times.append(len(video))
+        # Two seconds each but for the last, which the end of the gateway cut.
+        self.assertEqual(set(times[:-1]), {50})
+        self.assertIn(b'moov', open(files(self.folder)[-1], 'rb').read())
+
+    def test_after_a_kill_what_was_recorded_plays(self):
+        with Gateway(f'film={CLIP}', '--record', self.folder, '--segment', '1h') as gateway:
+            gateway.wait_for(lambda s: s['film']['pictures'] > 150)
+            before = gateway.streams()['film']['pictures']
+            gateway.process.send_signal(signal.SIGKILL)
+            gateway.process.wait()
+        self.assertGreater(len(pictures(files(self.folder)[0])), before - 60)
+
+    def test_old_files_go(self):
+        size = 250000
+        with Gateway(f'film={CLIP}', '--record', self.folder, '--segment', '1s', '--keep', '250K') as gateway:
+            wait_for(lambda: 'film' in os.listdir(self.folder) and len(files(self.folder)) >= 2)
+            first = files(self.folder)[0]
+            wait_for(lambda: not os.path.exists(first))
+            gateway.wait_for(lambda s: s['film']['pictures'] > 200)
+            held = sum(os.path.getsize(path) for path in files(self.folder) if os.path.exists(path))
+            self.assertLess(held, size + 200000)
+
+    def test_a_disk_that_is_full_ends_no_stream(self):
+        with Gateway(f'film={CLIP}', '--record', self.folder, '--segment', '1h') as gateway:
+            resource.prlimit(gateway.process.pid, resource.RLIMIT_FSIZE, (150000, 150000))
+            wait_for(lambda: 'recording stopped' in gateway.log_text())
+            seen = gateway.streams()['film']['pictures']
+            gateway.wait_for(lambda s: s['film']['pictures'] > seen + 25)
+            self.assertGreater(len(packets(gateway.url('/film.ts'))[1]), 50)
+            self.assertGreater(len(pictures(files(self.folder)[0])), 20)  # what was written before plays
+
+    def test_wrong_spans(self):
+        for words in (('--segment', '10x'), ('--keep', 'much'), ('--segment', '-1s')):
+            done = subprocess.run([os.environ['MUXORA_SERVE'], *words], capture_output=True, text=True, check=False)
+            self.assertEqual(done.returncode, 2, words)
+
+
+if __name__ == '__main__':
+    unittest.main(verbosity=2)
