@@ -29,8 +29,9 @@ void TimeRepair::Take(Frame& frame) {
     Rescale(line, frame.time_scale);
     line.scale = frame.time_scale;
 
-    const double composition = static_cast<double>(frame.pts - frame.dts);
+    const int64_t composition = frame.pts - frame.dts;
     int64_t dts = frame.dts + Ticks(line.offset, line.scale);
+    int64_t pts = dts + composition;
     if (line.begun) {
         const int64_t end = line.last_dts + std::max<int64_t>(line.last_duration, 1);
         const double ahead = static_cast<double>(dts - end) / line.scale;
@@ -51,12 +52,14 @@ void TimeRepair::Take(Frame& frame) {
                 dts = end;
             }
         }
+        pts = dts + composition;
         if (dts <= line.last_dts) {
             if (line.last_dts - dts < line.scale) ++line.counts.not_rising;
             dts = line.last_dts + 1;
         }
     }
-    frame.pts = dts + static_cast<int64_t>(composition);
+    // A decoding time that was moved by a tick leaves the time at which the picture is shown.
+    frame.pts = pts;
     frame.dts = dts;
     if (frame.pts < frame.dts) {
         ++line.counts.early;

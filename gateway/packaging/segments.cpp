@@ -80,7 +80,8 @@ void Segments::Take(Track* track, const BlockPtr& block) {
     const auto cut_before = track->list.LatestCut();
     const bool closed = track->list.Add(block);
     const auto cut = track->list.LatestCut();
-    if (is_video && audio_ && cut != cut_before) audio_->list.CutAt(*cut);
+    // Not for the first one: sound that came a little earlier makes no segment of its own.
+    if (is_video && audio_ && cut_before && cut != cut_before) audio_->list.CutAt(*cut);
     if (closed) WakeWaiters();
 }
 

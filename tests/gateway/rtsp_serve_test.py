@@ -45,7 +45,9 @@ class Rtsp(unittest.TestCase):
         self.assertIn('K', video[0]['flags'])
         shown = sorted(float(one['pts_time']) for one in video if 'pts_time' in one)[:-4]
         steps = [b - a for a, b in zip(shown, shown[1:])]
-        self.assertLess(max(steps), 0.079)
+        # Once at most the clip comes round, and its sound is longer than its pictures.
+        self.assertLess(sorted(steps)[-2], 0.079)
+        self.assertLess(max(steps), 0.13)
         self.assertGreater(min(steps), 0.037)
 
     def test_h264_and_aac(self):

@@ -48,7 +48,8 @@ TEST(TimeRepair, ASmallStepBackBecomesOneTickMore) {
     EXPECT_EQ(Repaired(repair, Picture(1000, 1000)).dts, 1001);
     EXPECT_EQ(Repaired(repair, Picture(500, 500)).dts, 1002);
     EXPECT_EQ(Repaired(repair, Picture(1080, 1080)).dts, 1080);
-    EXPECT_EQ(repair.Video().not_rising, 2U);
+    EXPECT_EQ(Repaired(repair, Picture(1080, 1160)).pts, 1160);
+    EXPECT_EQ(repair.Video().not_rising, 3U);
     EXPECT_EQ(repair.Video().jumps, 0U);
 }
 
