@@ -89,7 +89,9 @@ class Rtsp(unittest.TestCase):
                 done = subprocess.run(
                     ['timeout', '60', 'gst-launch-1.0', '-q', 'rtspsrc', f'location={address("aac")}', f'protocols={protocol}',
                      'latency=100', 'name=src', 'src.', '!', 'application/x-rtp,media=video', '!', 'rtph264depay', '!',
-                     'h264parse', '!', 'avdec_h264', '!', 'fakesink', 'num-buffers=50', 'sync=false'],
+                     'h264parse', '!', 'avdec_h264', '!', 'fakesink', 'num-buffers=50', 'sync=false', 'src.', '!',
+                     'application/x-rtp,media=audio', '!', 'rtpmp4gdepay', '!', 'avdec_aac', '!', 'fakesink', 'num-buffers=50',
+                     'sync=false'],
                     capture_output=True, text=True, timeout=90, check=False)
                 self.assertEqual(done.returncode, 0, done.stderr)
 
