@@ -109,7 +109,8 @@ TEST_F(OvxTool, EncryptedFilesOpenWithTheirKey) {
     const std::string folder = Folder();
     RunResult result = Muxora({"unpack", file, "-o", folder + "/out"});
     EXPECT_EQ(result.exit_code, 1);
-    EXPECT_TRUE(Contains(result.err, "is encrypted; give its key with --key HEX")) << result.err;
+    EXPECT_TRUE(Contains(result.err, "is encrypted; give its key with --key-file FILE, --key HEX or MUXORA_KEY"))
+        << result.err;
     EXPECT_TRUE(std::filesystem::is_empty(folder));
     result = Muxora({"unpack", file, "-o", folder + "/out", "--key", "0001"});
     EXPECT_EQ(result.exit_code, 2);
