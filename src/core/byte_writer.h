@@ -130,6 +130,7 @@ class ByteCursor {
     }
     ByteCursor& Bytes(const void* data, uint32_t length) {
         return Put(length, [&](uint8_t* p) {
+            // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): Put gives a place, or does not call.
             if (length != 0) std::memcpy(p, data, length);
         });
     }
