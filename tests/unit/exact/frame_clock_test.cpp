@@ -169,7 +169,7 @@ TEST(FrameClock, ExtremeTimesAreSafe) {
         FrameClock clock(scale == 1000 ? 1000 : 0);
         int64_t last = kMin;
         for (const int64_t time : {kMin, kMax, int64_t{0}, kMax, kMin, int64_t{1}, kMax}) {
-            const FrameTime frame = clock.Video(Timed(scale, time, -(time + 1), kMax), 0);
+            const FrameTime frame = clock.Video(Timed(scale, time, ~time, kMax), 0);
             EXPECT_GT(frame.dts, last);
             EXPECT_GE(frame.pts, frame.dts);
             EXPECT_GE(frame.duration, 0);
