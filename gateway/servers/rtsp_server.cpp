@@ -1,8 +1,10 @@
 #include "servers/rtsp_server.h"
 
 #include <boost/asio/post.hpp>
+#include <chrono>
 #include <stdexcept>
 
+#include "log.h"
 #include "servers/rtsp_session.h"
 
 namespace Orvane::Muxora::Gateway {
@@ -10,12 +12,20 @@ namespace Orvane::Muxora::Gateway {
 namespace asio = boost::asio;
 using asio::ip::tcp;
 
+namespace {
+
+// When the system has no descriptors left, accepting again at once would spin.
+constexpr std::chrono::milliseconds kAcceptPause{100};
+
+}  // namespace
+
 RtspServer::RtspServer(const RtspSettings& settings, Hub& hub, Shelf& shelf, const Access& access)
     : settings_(settings),
       hub_(hub),
       shelf_(shelf),
       access_(access),
-      acceptor_(hub.Threads().At(hub.Threads().Count() - 1).Context()) {
+      acceptor_(hub.Threads().At(hub.Threads().Count() - 1).Context()),
+      pause_(hub.Threads().At(hub.Threads().Count() - 1).Context()) {
     if (!settings.on) return;
     try {
         const tcp::endpoint endpoint(asio::ip::make_address(settings.address), settings.port);
@@ -46,7 +56,15 @@ void RtspServer::Accept() {
     acceptor_.async_accept(
         worker.Context(), [this, &worker](const boost::system::error_code& error, RtspSession::Socket socket) {
             if (!acceptor_.is_open()) return;
-            if (!error && clients_ < settings_.max_clients) {
+            if (error) {
+                LogWarning("accept failed", {{"why", error.message()}});
+                pause_.expires_after(kAcceptPause);
+                pause_.async_wait([this](const boost::system::error_code& stopped) {
+                    if (!stopped && acceptor_.is_open()) Accept();
+                });
+                return;
+            }
+            if (clients_ < settings_.max_clients) {
                 const RtspSession::Place place{worker, hub_, shelf_, access_, clients_, settings_.queue_bytes};
                 auto session = std::make_shared<RtspSession>(place, std::move(socket));
                 asio::post(worker.Context(), [session] { session->Run(); });

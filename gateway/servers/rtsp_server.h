@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
 #include <cstdint>
 #include <string>
 
@@ -42,6 +43,7 @@ class RtspServer {
     std::atomic<size_t> clients_{0};
     size_t next_worker_ = 0;
     boost::asio::ip::tcp::acceptor acceptor_;
+    boost::asio::steady_timer pause_;
     uint16_t port_ = 0;
 };
 

@@ -171,6 +171,8 @@ void RtspSession::OnRequest(const RtspRequest& request) {
     if (method == "DESCRIBE") return Describe(request, stream);
     if (method == "SETUP") return SetUp(request, *address, stream);
     if (request.Field("session").substr(0, session_.size()) != session_) return Reply(454, request);
+    // A stream of that name may be another one by now.
+    if (stream_ != stream) return Reply(455, request);
     Play(request);
 }
 
@@ -193,6 +195,7 @@ void RtspSession::SetUp(const RtspRequest& request, const RtspAddress& address, 
     const auto transport = ParseRtspTransport(request.Field("transport"));
     if (!transport) return Reply(461, request);
     Track& track = tracks_[*address.track];
+    track.set_up = false;  // until it is: what an earlier request set up is given up
     track.rtp = RtpTrackOf(stream->HeaderInfo(), *address.track == 0);
     if (track.rtp.clock == 0) return Reply(404, request);
     track.transport = *transport;
@@ -242,7 +245,6 @@ bool RtspSession::OpenPorts(Track& track) {
 }
 
 void RtspSession::Play(const RtspRequest& request) {
-    if (stream_ == nullptr) return Reply(455, request);
     Reply(200, request, {{"Session", session_}, {"Range", "npt=now-"}});
     if (playing_) return;
     feed_ = place_.shelf.Get(stream_, kRtpForm);
@@ -338,7 +340,11 @@ void RtspSession::ReportEvery() {
 }
 
 void RtspSession::SendText(std::string text) {
-    if (texts_.size() >= kMaxTextsWaiting) return Close();
+    if (texts_.size() >= kMaxTextsWaiting) {
+        // Not at once: whoever says this may be in the middle of a request, or of handing out a block to all.
+        asio::post(place_.worker.Context(), [self = shared_from_this()] { self->Close(); });
+        return;
+    }
     texts_.push_back(std::move(text));
     if (!writing_) WriteNext();
 }
