@@ -22,9 +22,11 @@ constexpr size_t kMaxWaiting = 2000;
 // After a failure, a new file is tried so many seconds later.
 constexpr double kAgainAfter = 10;
 
+constexpr double kLargest = 1e12;
+
 bool ParseNumber(const std::string& text, double& value, std::string& unit) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || value <= 0) return false;
+    if (error != std::errc() || !(value > 0) || value > kLargest) return false;
     unit.assign(end, text.data() + text.size());
     return true;
 }
@@ -61,7 +63,7 @@ bool ParseKeep(const std::string& text, RecordingSettings& settings) {
     double value = 0;
     if (!ParseNumber(text, value, unit)) return false;
     const double factor = unit == "K" ? 1e3 : unit == "M" ? 1e6 : unit == "G" ? 1e9 : unit == "T" ? 1e12 : 0;
-    if (factor == 0) return false;
+    if (factor == 0 || value * factor > 1e18) return false;
     settings.keep_bytes = static_cast<uint64_t>(value * factor);
     return true;
 }
@@ -86,9 +88,11 @@ void Recorder::Wait() {
 void Recorder::OnFrame(const FramePtr& frame) {
     {
         const std::lock_guard lock(mutex_);
+        pictures_came_ = pictures_came_ || frame->IsVideo();
         if (frames_.size() >= kMaxWaiting) overrun_ = true;
         if (overrun_) {
-            if (frames_.size() >= kMaxWaiting / 2 || !frame->IsKey() || !frame->IsVideo()) return;
+            const bool may_begin = frame->IsKey() && (frame->IsVideo() || !pictures_came_);
+            if (frames_.size() >= kMaxWaiting / 2 || !may_begin) return;
             overrun_ = false;
             LogWarning("recording lost frames: the disk is too slow", {{"stream", stream_->Name()}});
         }
@@ -165,8 +169,9 @@ void Recorder::DeleteOld() const {
     if (settings_.keep_seconds <= 0 && settings_.keep_bytes == 0) return;
     std::vector<fs::directory_entry> files;
     std::error_code error;
-    for (const auto& entry : fs::directory_iterator(folder_, error)) {
-        if (entry.path().extension() == ".mp4" && entry.is_regular_file(error)) files.push_back(entry);
+    for (fs::directory_iterator at(folder_, error), end; !error && at != end; at.increment(error)) {
+        std::error_code ignored;
+        if (at->path().extension() == ".mp4" && at->is_regular_file(ignored)) files.push_back(*at);
     }
     // Their names are their times.
     std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.path() > b.path(); });

@@ -57,6 +57,7 @@ class Recorder final : public FrameSink {
     std::condition_variable changed_;
     std::deque<FramePtr> frames_;
     bool ended_ = false;
+    bool pictures_came_ = false;
     bool overrun_ = false;  // frames were lost: goes on with a key frame
 
     // The thread's own.

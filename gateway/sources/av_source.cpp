@@ -221,7 +221,10 @@ class AvSource final : public Source {
         for (;;) {
             silence_ends_ = Clock::now() + kInputSilence;
             const int result = av_read_frame(session.format.get(), packet.get());
-            if (result == AVERROR(EAGAIN)) continue;
+            if (result == AVERROR(EAGAIN)) {
+                if (!stopper_.SleepUntil(Clock::now() + std::chrono::milliseconds(5))) return "stopped";
+                continue;
+            }
             if (result < 0) {
                 for (const auto& reader : session.readers)
                     reader->Take(nullptr);
