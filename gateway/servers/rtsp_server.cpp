@@ -55,7 +55,7 @@ void RtspServer::Accept() {
     Worker& worker = hub_.Threads().At(next_worker_++ % hub_.Threads().Count());
     acceptor_.async_accept(
         worker.Context(), [this, &worker](const boost::system::error_code& error, RtspSession::Socket socket) {
-            if (!acceptor_.is_open()) return;
+            if (error == asio::error::operation_aborted || !acceptor_.is_open()) return;
             if (error) {
                 LogWarning("accept failed", {{"why", error.message()}});
                 pause_.expires_after(kAcceptPause);

@@ -83,6 +83,7 @@ void DecryptBlock(const AesSchedule& schedule, const uint8_t* source, uint8_t* d
 // FIPS-197 5.2.
 void ExpandAesKey(AesSchedule& schedule, const uint8_t* key, uint32_t length) {
     const uint32_t key_words = length / 4;
+    if (key_words == 0) return;
     schedule.rounds = key_words + 6;
     auto& words = schedule.round_keys;
     for (uint32_t i = 0; i < key_words; ++i)
