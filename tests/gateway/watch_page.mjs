@@ -135,7 +135,7 @@ try {
     await page.waitForFunction(() => {
         const videos = [...document.querySelectorAll('video')];
         return videos.length >= 4 && videos.every((video) => video.readyState >= 2 && video.currentTime > 0);
-    }, null, { timeout: 60000 });
+    }, null, { timeout: 180000 });
     const forms = await page.evaluate(watch, { seconds: Number(seconds) });
     const texts = await page.evaluate(() => ({
         about: document.querySelector('.about').textContent,
