@@ -18,10 +18,6 @@ sys.path.insert(0, os.path.join(ROOT, 'scripts'))
 import serve_clip  # noqa: E402
 
 SECONDS = float(os.environ.get('PAGE_SECONDS', '15'))
-# How many pictures a browser paints, and when, says as much of the machine as of us: `make page-test` on a quiet one asks for
-# it, the suite asks for what holds on any.
-STRICT = os.environ.get('PAGE_STRICT') == '1'
-PICTURES_A_SECOND, BEEPS_A_SECOND, SOUND_MS, LATENCY, LATENCY_HLS = (12.5, 0.6, 50, 1, 3) if STRICT else (1, 0.3, 250, 5, 10)
 
 
 class Page(unittest.TestCase):
@@ -56,10 +52,10 @@ class Page(unittest.TestCase):
                     self.assertEqual(form['back'], 0)
                     self.assertEqual(form['wrongFlash'], 0)
                     # Most of the pictures, on a machine that decodes four streams without help.
-                    self.assertGreater(form['pictures'], SECONDS * PICTURES_A_SECOND)
-                    self.assertGreater(form['beeps'], SECONDS * BEEPS_A_SECOND)
-                    self.assertLess(abs(form['soundBehindPicture']), SOUND_MS)
-                    self.assertLess(form['latency'], LATENCY_HLS if name == 'hls' else LATENCY)
+                    self.assertGreater(form['pictures'], SECONDS * 25 * 0.5)
+                    self.assertGreater(form['beeps'], SECONDS * 0.6)
+                    self.assertLess(abs(form['soundBehindPicture']), 50)
+                    self.assertLess(form['latency'], 3 if name == 'hls' else 1)
         finally:
             shutil.rmtree(folder, ignore_errors=True)
 
