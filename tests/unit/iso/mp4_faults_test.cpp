@@ -98,7 +98,7 @@ TEST(Mp4Faults, AVideoTrackThatCouldNotOpenOpensWithTheNextKeyFrame) {
 TEST(Mp4Faults, ASampleIsInAllTablesOrInNone) {
     for (const uint32_t format : kFormats) {
         uint32_t refused = 0;
-        for (const uint64_t successes : {0, 1, 2, 3, 4, 5}) {
+        for (const uint64_t successes : {0u, 1u, 2u, 3u, 4u, 5u}) {
             SCOPED_TRACE("format " + std::to_string(format) + ", " + std::to_string(successes) + " allocations");
             QuietRecording recording(format);
             std::vector<ByteVector> expected;

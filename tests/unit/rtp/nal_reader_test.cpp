@@ -101,7 +101,7 @@ TEST(NalReader, CopiesAgreeWithTheSearch) {
         while (copying.Next()) {
             ASSERT_TRUE(searching.Next());
             ASSERT_EQ(copying.Position(), searching.Position());
-            int64_t at = copying.Start() + random() % 3;
+            int64_t at = copying.Start() + static_cast<int64_t>(random() % 3);
             const int64_t piece = 1 + random() % 70;
             while (!copying.IsEndKnown() && at < static_cast<int64_t>(frame.size())) {
                 ByteVector out(static_cast<size_t>(piece));
