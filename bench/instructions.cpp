@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "codec/fragments.h"
 #include "codec/full_packets.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
@@ -16,7 +17,8 @@ namespace {
 using namespace Orvane::Muxora;
 
 bool UseAvx2() {
-    return Kernels::start_code_choice.Use("avx2") && Kernels::crc32_choice.Use("pclmulqdq") && cut_choice.Use("avx2");
+    return Kernels::start_code_choice.Use("avx2") && Kernels::crc32_choice.Use("pclmulqdq") && cut_choice.Use("avx2") &&
+           fragment_choice.Use("avx2");
 }
 
 // Counts one call under a name, which instructions.py finds in the dump, with the number of frames.

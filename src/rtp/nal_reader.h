@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 namespace Orvane::Muxora {
@@ -30,7 +31,14 @@ class NalReader {
     // the frame does. Returns how many. `out` has room for all.
     int64_t CopyAhead(uint8_t* out, int64_t from, int64_t count);
 
+    // Tells of a unit whose end is not known that no start code begins in front of `place`.
+    void Passed(int64_t place) {
+        if (open_) end_ = std::max(end_, place);
+    }
+
     bool IsEndKnown() const { return !open_; }
+    // Where the unit ends at the latest.
+    int64_t Limit() const { return open_ ? length_ : end_; }
     // Both are good as soon as EndsBehind has said no.
     int64_t End() const { return end_; }
     bool IsLast() const { return !has_next_; }

@@ -13,6 +13,10 @@ constexpr uint32_t kFixedHeaderLength = 12;
 // What the packets of one frame may come to in the packager's own buffer.
 constexpr uint32_t kRunCapacity = 0x300000;
 
+// The longest payload that is copied before the end of its unit is known: the copy is in vain where the unit turns out
+// to end early. Up to the size of a jumbo frame that costs little, however many small units a frame has.
+constexpr int64_t kMostAhead = 9000;
+
 // What identifies the packets of one stream.
 struct RtpStream {
     uint32_t ssrc = 0;
@@ -56,6 +60,15 @@ class PacketRun {
     // no room for it. `prefix_length` is kPrefixLength or 0.
     uint8_t* Add(uint32_t prefix_length, int64_t payload_length, bool marker);
 
+    // The fragments of a unit that are all full: their payloads are `payload` bytes each, in front of them `fu_header`,
+    // and none has the marker. Writes ahead as many as surely come before the next start code and before `end`, and
+    // returns their number; none of them counts until AddWritten takes them.
+    uint32_t WriteAhead(uint32_t prefix_length, std::span<const uint8_t> fu_header, const uint8_t* from,
+                        const uint8_t* end, int64_t payload);
+
+    // Adds `count` packets that WriteAhead has written. Returns the first one's FU header.
+    uint8_t* AddWritten(uint32_t prefix_length, uint32_t fu_length, int64_t payload, uint32_t count);
+
     // The largest length that a packet should have.
     int64_t MaxLength() const { return max_length_; }
     int64_t CustomLength() const { return custom_length_; }
@@ -67,6 +80,9 @@ class PacketRun {
     const std::vector<uint32_t>& PacketSizes() const { return packet_sizes_; }
 
   private:
+    // Everything in front of the payload; returns the place behind it.
+    uint8_t* PutHead(uint8_t* out, uint32_t prefix_length, int64_t payload_length, uint32_t marker_and_sequence) const;
+
     uint8_t* begin_ = nullptr;
     uint8_t* end_ = nullptr;  // behind the last packet
     int64_t room_ = 0;        // from there on

@@ -27,9 +27,8 @@ constexpr int64_t kH265FuLength = kH265NalHeaderLength + 1;
 constexpr uint8_t kFuStart = 0x80;
 constexpr uint8_t kFuEnd = 0x40;
 
-// The copy is in vain where the unit turns out to end early. Up to the size of a jumbo frame that costs little, however
-// many small units a frame has.
-constexpr int64_t kMostAhead = 9000;
+// Units up to this size have their end looked for first: most are parameter sets and delimiters.
+constexpr int64_t kSmallUnit = 64;
 
 // A packet that may become full has its payload copied to `place`, behind its FU header, before the end of the unit is
 // known, which is then found on the way. Returns how many bytes were copied: none if the end is known, or if the packet
@@ -37,6 +36,15 @@ constexpr int64_t kMostAhead = 9000;
 int64_t CopyAhead(NalReader& units, int64_t at, int64_t count, uint8_t* place, int64_t fu_length) {
     if (place == nullptr || units.IsEndKnown() || count > kMostAhead) return 0;
     return units.CopyAhead(place + fu_length, at, count);
+}
+
+// The same for all the packets that become full, whole and at once: see PacketRun::WriteAhead. `at` lies behind what
+// the reader has searched.
+uint32_t WriteAhead(NalReader& units, PacketRun& run, uint32_t prefix, std::span<const uint8_t> fu_header,
+                    const uint8_t* data, int64_t at, int64_t payload) {
+    const uint32_t count = run.WriteAhead(prefix, fu_header, data + at, data + units.Limit(), payload);
+    if (count != 0) units.Passed(at + count * payload + 1);
+    return count;
 }
 
 // The rest of a payload of which the first bytes have been copied.
@@ -67,16 +75,16 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
     int64_t start = units.Next() ? units.Start() : 0;
     while (start < length) {
         const int64_t last_whole = start + room_of_choice - counted_overhead;
-        // Most units that may be fragmented are: the first packet is copied before that is known.
-        int64_t copied = 0;
+        const uint8_t nal_header = data[start];
+        const uint8_t fu_header[kFuAHeaderLength] = {static_cast<uint8_t>((nal_header & ~kH264TypeMask) | kFuA),
+                                                     static_cast<uint8_t>(nal_header & kH264TypeMask)};
+        // Most units that may be fragmented are: the full packets are written before that is known.
+        uint32_t written = 0;
         const int64_t fragment_room = room - header - kFuAHeaderLength;
-        if (may_fragment && length > last_whole && fragment_room > 0) {
-            copied =
-                CopyAhead(units, start + 1, fragment_room, run.Place(kPrefixLength, room - header), kFuAHeaderLength);
+        if (may_fragment && length > last_whole && units.EndsBehind(start + kSmallUnit)) {
+            written = WriteAhead(units, run, kPrefixLength, fu_header, data, start + 1, fragment_room);
         }
         const bool fragment = may_fragment && units.EndsBehind(last_whole);
-        if (!fragment) copied = 0;
-        const uint8_t nal_header = data[start];
         // Receivers rely on this: the NAL header is taken off a fragmented unit but its size stays, so the last
         // fragment carries one byte too many (behind the last unit, the byte behind the frame) and the next unit loses
         // its first.
@@ -87,10 +95,14 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
         int64_t at = start + shift;
         bool more = units.EndsBehind(start);
         if (more && payload_room < 1) return MX_FAILED;
+        if (fragment && written != 0) {
+            run.AddWritten(kPrefixLength, kFuAHeaderLength, payload_room, written)[1] |= kFuStart;
+            at += written * payload_room;
+            room_of_choice = room;
+        }
         while (more) {
-            if (copied == 0) {
-                copied = CopyAhead(units, at, payload_room, run.Place(kPrefixLength, room - header), fu_length);
-            }
+            const int64_t copied =
+                CopyAhead(units, at, payload_room, run.Place(kPrefixLength, room - header), fu_length);
             const bool full = units.EndsBehind(at + payload_room - shift);
             const int64_t payload = full ? payload_room : units.End() + shift - at;
             uint8_t* const out = run.Add(kPrefixLength, fu_length + payload, !full && units.IsLast());
@@ -98,11 +110,10 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
             if (fragment) {
                 // Receivers rely on this: a unit that fits one fragment has the end bit alone.
                 const uint8_t bits = !full ? kFuEnd : at == start + shift ? kFuStart : 0;
-                out[0] = static_cast<uint8_t>((nal_header & ~kH264TypeMask) | kFuA);  // FU indicator
-                out[1] = static_cast<uint8_t>((nal_header & kH264TypeMask) | bits);   // FU header
+                out[0] = fu_header[0];
+                out[1] = fu_header[1] | bits;
             }
             CopyRest(out + fu_length, data + at, copied, payload);
-            copied = 0;
             at += payload;
             more = full;
             room_of_choice = room;
@@ -132,12 +143,13 @@ uint32_t packetiseH265(const MXFrameInfo& frame, PacketRun& run) {
         // Units without a byte behind their header disappear.
         if (!units.EndsBehind(at)) continue;
         if (payload_room < 1) return MX_FAILED;
-        // Most units that reach beyond a packet in the frame do so by themselves.
-        int64_t copied = 0;
-        const auto copy_ahead = [&] {
-            copied = CopyAhead(units, at, payload_room, run.Place(prefix, kH265FuLength + payload_room), kH265FuLength);
-        };
-        if (frame.frame_size - at > payload_room) copy_ahead();
+        const uint8_t fu_header[kH265FuLength] = {
+            static_cast<uint8_t>((data[unit] & kH265KeptBits) | kH265FuHeaderByte), data[unit + 1],
+            static_cast<uint8_t>((data[unit] >> 1) & kH265TypeMask)};
+        uint32_t written = 0;
+        if (frame.frame_size - at > payload_room && units.EndsBehind(at + kSmallUnit)) {
+            written = WriteAhead(units, run, prefix, fu_header, data, at, payload_room);
+        }
         if (!units.EndsBehind(at + payload_room)) {
             // Receivers rely on this: a unit in one packet never has the marker, not even at the end of the frame.
             uint8_t* const out = run.Add(prefix, units.End() - unit, false);
@@ -146,18 +158,23 @@ uint32_t packetiseH265(const MXFrameInfo& frame, PacketRun& run) {
             continue;
         }
         uint8_t bits = kFuStart;
+        if (written != 0) {
+            run.AddWritten(prefix, kH265FuLength, payload_room, written)[2] |= kFuStart;
+            at += written * payload_room;
+            bits = 0;
+        }
         for (bool more = true; more; bits = 0) {
-            if (copied == 0) copy_ahead();
+            const int64_t copied =
+                CopyAhead(units, at, payload_room, run.Place(prefix, kH265FuLength + payload_room), kH265FuLength);
             more = units.EndsBehind(at + payload_room);
             const int64_t payload = more ? payload_room : units.End() - at;
             uint8_t* const out = run.Add(prefix, kH265FuLength + payload, !more && units.IsLast());
             if (out == nullptr) return MX_FAILED;
             if (!more) bits |= kFuEnd;
-            out[0] = static_cast<uint8_t>((data[unit] & kH265KeptBits) | kH265FuHeaderByte);  // PayloadHdr
-            out[1] = data[unit + 1];
-            out[2] = static_cast<uint8_t>(((data[unit] >> 1) & kH265TypeMask) | bits);  // FU header
+            out[0] = fu_header[0];
+            out[1] = fu_header[1];
+            out[2] = fu_header[2] | bits;
             CopyRest(out + kH265FuLength, data + at, copied, payload);
-            copied = 0;
             at += payload;
         }
     }

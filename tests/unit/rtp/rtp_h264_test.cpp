@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <ctime>
 
 #include "rtp_fixture.h"
@@ -121,6 +122,29 @@ TEST_F(RtpH264, AUnitOfOneByteBehindAFragmentedOneVanishesAndTheMarkerWithIt) {
     Video(Bytes("00 00 01") + Nal(0x65, 1000) + Bytes("00 00 01 09 00 00 01 41 AA"), 2);
     ASSERT_EQ(sink.blocks.size(), 3u);
     EXPECT_EQ(Packets()[2].payload, Bytes("41 AA")) << "the damage reaches no further";
+}
+
+TEST_F(RtpH264, AStartCodeAroundTheEndOfAPacketEndsTheUnitWhereItBegins) {
+    // The second packet of the first unit ends 2 * 984 bytes behind its header.
+    for (size_t size = 2 * 984 - 6; size <= 2 * 984 + 6; ++size) {
+        for (const char* code : {"00 00 01", "00 00 00 01"}) {
+            sink.Clear();
+            const ByteVector first = Nal(0x65, size);
+            ASSERT_EQ(Video(Bytes(code) + first + Bytes(code) + Nal(0x65, 3000), 2), 0u);
+            const std::vector<Packet> packets = Packets();
+            // One byte too many, as ever: the header is gone, and its place is filled from behind.
+            const ByteVector sent = Slice(first, 1, size - 1) + Bytes("00");
+            const size_t count = (size + 983) / 984;
+            for (size_t i = 0; i < count; ++i) {
+                const size_t length = std::min<size_t>(984, size - i * 984);
+                const ByteVector fu = i + 1 == count ? Bytes("7C 45") : i == 0 ? Bytes("7C 85") : Bytes("7C 05");
+                ASSERT_EQ(packets[i].payload, fu + Slice(sent, i * 984, length)) << size << ' ' << code << ' ' << i;
+            }
+            // The unit behind it: 2999 bytes are left of it.
+            ASSERT_EQ(packets.size(), count + 4) << size;
+            EXPECT_TRUE(packets.back().marker);
+        }
+    }
 }
 
 TEST_F(RtpH264, OtherKindsOfPicturesAreCutIntoPlainPackets) {
