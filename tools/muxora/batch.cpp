@@ -18,8 +18,6 @@
 #include "common/pace.h"
 #include "common/text.h"
 
-extern char** environ;
-
 namespace Orvane::Muxora::Tools {
 
 namespace {
@@ -80,6 +78,7 @@ void Start(const PackArguments& arguments, Job& job) {
     posix_spawn_file_actions_adddup2(&actions, err[1], STDERR_FILENO);
     std::vector<std::string> words = Words(arguments, job);
     std::vector<char*> argv;
+    argv.reserve(words.size() + 1);
     for (std::string& word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
