@@ -9,6 +9,7 @@
 #include "codec/full_packets.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
+#include "codec/piece_copy.h"
 #include "format_rows.h"
 #include "workload.h"
 
@@ -18,7 +19,7 @@ using namespace Orvane::Muxora;
 
 bool UseAvx2() {
     return Kernels::start_code_choice.Use("avx2") && Kernels::crc32_choice.Use("pclmulqdq") && cut_choice.Use("avx2") &&
-           fragment_choice.Use("avx2");
+           fragment_choice.Use("avx2") && piece_choice.Use("avx2");
 }
 
 // Counts one call under a name, which instructions.py finds in the dump, with the number of frames.

@@ -6,6 +6,7 @@
 #include "codec/audio_measures.h"
 #include "codec/audio_specific_config.h"
 #include "codec/mpeg4_config.h"
+#include "codec/piece_copy.h"
 #include "codec/wave_tag.h"
 #include "containers/wave_audio.h"
 #include "core/clock.h"
@@ -209,9 +210,7 @@ uint32_t CAsfPacket::WritePackets(const uint8_t* data, const AsfMediaObject& obj
         const uint32_t length = std::min(object.size - offset, kAsfPacketPayload);
         uint8_t* const out = work_.get() + at;
         head.Write(out, offset, length);
-        // copy_n calls the C library's copy. memcpy would not: of a length that is known to be small compilers make a
-        // string instruction, which is slower.
-        std::copy_n(data + offset, length, out + kAsfPacketHeadSize);
+        CopyPiece(out + kAsfPacketHeadSize, data + offset, length);
         if (length < kAsfPacketPayload) {
             std::memset(out + kAsfPacketHeadSize + length, 0, kAsfPacketPayload - length);
         }
