@@ -3,6 +3,7 @@
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
+#include <libavutil/opt.h>
 }
 
 #include <algorithm>
@@ -34,7 +35,7 @@ struct AvformatMuxer::State {
     int64_t last_times[2] = {-1, -1};
     bool ok = false;
 
-    State(const char* format, Codecs codecs);
+    State(const GeneralPurpose& format, Codecs codecs);
     ~State();
     State(const State&) = delete;
     State& operator=(const State&) = delete;
@@ -77,17 +78,18 @@ struct AvformatMuxer::State {
     }
 };
 
-AvformatMuxer::State::State(const char* format, Codecs codecs) {
-    if (avformat_alloc_output_context2(&context, nullptr, format, nullptr) < 0) return;
+AvformatMuxer::State::State(const GeneralPurpose& format, Codecs codecs) {
+    if (avformat_alloc_output_context2(&context, nullptr, format.name, nullptr) < 0) return;
+    if (format.movflags != nullptr) av_opt_set(context->priv_data, "movflags", format.movflags, 0);
     auto* const buffer = static_cast<uint8_t*>(av_malloc(kIoBufferSize));
     context->pb = avio_alloc_context(buffer, kIoBufferSize, 1, nullptr, nullptr, DropBytes, DropSeek);
-    context->pb->max_packet_size = std::strcmp(format, "rtp") == 0 ? kRtpPacketSize : 0;
+    context->pb->max_packet_size = std::strcmp(format.name, "rtp") == 0 ? kRtpPacketSize : 0;
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
     packet = av_packet_alloc();
     if (codecs.video != 0) video = AddStream(AVMEDIA_TYPE_VIDEO, AV_CODEC_ID_H264);
     if (codecs.audio != 0) {
         // The program stream has no AAC; to the muxer one frame of sound is as good as another.
-        const AVCodecID aac = std::strcmp(format, "vob") == 0 ? AV_CODEC_ID_MP2 : AV_CODEC_ID_AAC;
+        const AVCodecID aac = std::strcmp(format.name, "vob") == 0 ? AV_CODEC_ID_MP2 : AV_CODEC_ID_AAC;
         audio = AddStream(AVMEDIA_TYPE_AUDIO, codecs.audio == MX_AUDIO_AAC ? aac : AV_CODEC_ID_PCM_S16LE);
     }
     ok = avformat_write_header(context, nullptr) >= 0;
@@ -123,9 +125,9 @@ void AvformatMuxer::State::Write(const MXFrameInfo& frame) {
     av_write_frame(context, packet);
 }
 
-AvformatMuxer::AvformatMuxer(const char* format, Codecs codecs) {
+AvformatMuxer::AvformatMuxer(const GeneralPurpose& format, Codecs codecs) {
     av_log_set_level(AV_LOG_ERROR);
-    if (std::strcmp(format, "rtp") == 0) {
+    if (std::strcmp(format.name, "rtp") == 0) {
         contexts_.push_back(std::make_unique<State>(format, Codecs{codecs.video, 0}));
         contexts_.push_back(std::make_unique<State>(format, Codecs{0, codecs.audio}));
     } else {

@@ -5,13 +5,14 @@
 #include <vector>
 
 #include "MuxoraAPI.h"
+#include "format_rows.h"
 #include "workload.h"
 
 namespace bench {
 
 class AvformatMuxer {
   public:
-    AvformatMuxer(const char* format, Codecs codecs);
+    AvformatMuxer(const GeneralPurpose& format, Codecs codecs);
     ~AvformatMuxer();
     AvformatMuxer(const AvformatMuxer&) = delete;
     AvformatMuxer& operator=(const AvformatMuxer&) = delete;

@@ -9,11 +9,17 @@
 
 namespace bench {
 
+// A format of the general-purpose muxer, with the `movflags` that make it the same kind of file. No name: it has none.
+struct GeneralPurpose {
+    const char* name = nullptr;
+    const char* movflags = nullptr;
+};
+
 struct FormatRow {
     const char* name;
     uint32_t format;
     Codecs codecs;
-    const char* avformat;  // the general-purpose muxer's name for the format; null if it has none
+    GeneralPurpose avformat;
 };
 
 // Every format, and RTP in both forms of its output.

@@ -1,17 +1,23 @@
 // The kernels under the packagers, each against memcpy of the same bytes: the search for start codes, the conversion to
-// length prefixes, the cut into transport packets, the CRC-32.
+// length prefixes, the cut into transport packets and RTP packets, the CRC-32. With --kernels=NAME (avx512, avx2 or
+// portable) everything takes the kernels of that instruction set, the rows of the formats, which are here as well, too.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <random>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "codec/avc_convert.h"
 #include "codec/crc32.h"
+#include "codec/fragments.h"
 #include "codec/full_packets.h"
 #include "codec/kernels/crc32_kernels.h"
 #include "codec/kernels/start_code_kernels.h"
+#include "codec/piece_copy.h"
 #include "reporter.h"
 #include "workload.h"
 
@@ -35,7 +41,7 @@ std::vector<uint8_t> Slice(size_t size) {
 }
 
 template <typename Operation>
-void Measure(benchmark::State& state, Operation operation) {
+void MeasureKernel(benchmark::State& state, Operation operation) {
     const auto size = static_cast<size_t>(state.range(0));
     const std::vector<uint8_t> data = Slice(size);
     std::vector<uint8_t> out(size + size / 16 + 256);
@@ -48,7 +54,8 @@ void Measure(benchmark::State& state, Operation operation) {
 
 template <typename Operation>
 void Register(const std::string& name, Operation operation) {
-    benchmark::RegisterBenchmark(name.c_str(), [operation](benchmark::State& state) { Measure(state, operation); })
+    benchmark::RegisterBenchmark(name.c_str(),
+                                 [operation](benchmark::State& state) { MeasureKernel(state, operation); })
         ->Arg(341)
         ->Arg(4'000)
         ->Arg(33'000)
@@ -56,9 +63,50 @@ void Register(const std::string& name, Operation operation) {
         ->Arg(1'500'000);
 }
 
+struct InstructionSet {
+    std::string_view name;
+    const char* start_code;
+    const char* fragments;
+    const char* pieces;
+    const char* cut;
+    const char* crc32;
+};
+constexpr InstructionSet kInstructionSets[] = {
+    {"avx512", "avx512bw", "avx512bw", "avx512f", "avx512f", "vpclmulqdq"},
+    {"avx2", "avx2", "avx2", "avx2", "avx2", "pclmulqdq"},
+    {"portable", "scalar", "portable", "portable", "portable", "table"},
+};
+
+// False if the processor or the build lacks one of the kernels.
+bool UseKernels(std::string_view name) {
+    for (const InstructionSet& set : kInstructionSets) {
+        if (set.name != name) continue;
+        return Kernels::start_code_choice.Use(set.start_code) && fragment_choice.Use(set.fragments) &&
+               piece_choice.Use(set.pieces) && cut_choice.Use(set.cut) && Kernels::crc32_choice.Use(set.crc32);
+    }
+    return false;
+}
+
+// Takes --kernels=NAME out of the arguments.
+bool TakeKernels(int& argc, char** argv) {
+    constexpr std::string_view kOption = "--kernels=";
+    for (int i = 1; i < argc; ++i) {
+        const std::string_view argument = argv[i];
+        if (argument.substr(0, kOption.size()) != kOption) continue;
+        std::copy(argv + i + 1, argv + argc, argv + i);
+        --argc;
+        return UseKernels(argument.substr(kOption.size()));
+    }
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (!TakeKernels(argc, argv)) {
+        std::fputs("no such kernels\n", stderr);
+        return 2;
+    }
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     Register("memcpy", [](const uint8_t* data, uint32_t size, uint8_t* out) { return std::memcpy(out, data, size); });
@@ -84,6 +132,14 @@ int main(int argc, char** argv) {
         Register(std::string("ts_packets/") + kernel.name,
                  [cut = kernel.cut](const uint8_t* data, uint32_t size, uint8_t* out) {
                      cut(out, data, size / kFullPayload, kPid, 0);
+                     return out;
+                 });
+    }
+    for (const PieceKernel& kernel : PieceKernels()) {
+        if (!kernel.supported()) continue;
+        Register(std::string("piece_copy/") + kernel.name,
+                 [copy = kernel.copy](const uint8_t* data, uint32_t size, uint8_t* out) {
+                     copy(out, data, size);
                      return out;
                  });
     }

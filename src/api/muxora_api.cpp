@@ -125,6 +125,19 @@ uint32_t WithPackage(MXHandle handle, Call call) noexcept {
     return result == MX_OK && threw ? uint32_t{MX_FAILED} : result;
 }
 
+// Has the first kilobyte of a frame on its way before the packager looks at its first bytes: a recorder's frames lie
+// cold in memory.
+void Announce(const MXFrameInfo* frame) {
+#if defined(__GNUC__)
+    constexpr uint32_t kLine = 64;
+    constexpr uint32_t kAhead = 1024;
+    if (frame == nullptr || frame->frame_size < kAhead) return;
+    const char* const bytes = static_cast<const char*>(frame->frame_pointer);
+    for (uint32_t at = 0; at < kAhead; at += kLine)
+        __builtin_prefetch(bytes + at);
+#endif
+}
+
 // The RTP parameters of a packager; null for other formats and other types of parameter.
 IRtpParams* RtpParams(CPackage& package, uint32_t type) {
     if (type != MX_PARAM_RTP || package.format() != MX_FORMAT_RTP) return nullptr;
@@ -168,6 +181,7 @@ uint32_t MX_CreateHeader(MXHandle handle, MXHeaderInfo* info) noexcept {
 uint32_t MX_InputFrame(MXHandle handle, MXFrameInfo* frame) noexcept {
     return WithPackage(handle, [=](CPackage& package) -> uint32_t {
         if (frame == nullptr || frame->size != sizeof(MXFrameInfo)) return MX_FAILED;
+        Announce(frame);
         return package.inputFrame(frame, 0);
     });
 }

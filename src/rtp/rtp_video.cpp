@@ -96,7 +96,7 @@ uint32_t packetiseH264(const MXFrameInfo& frame, PacketRun& run) {
         bool more = units.EndsBehind(start);
         if (more && payload_room < 1) return MX_FAILED;
         if (fragment && written != 0) {
-            run.AddWritten(kPrefixLength, kFuAHeaderLength, payload_room, written)[1] |= kFuStart;
+            run.AddWritten(kPrefixLength, kFuAHeaderLength, payload_room, written)[1] = fu_header[1] | kFuStart;
             at += written * payload_room;
             room_of_choice = room;
         }
@@ -159,7 +159,7 @@ uint32_t packetiseH265(const MXFrameInfo& frame, PacketRun& run) {
         }
         uint8_t bits = kFuStart;
         if (written != 0) {
-            run.AddWritten(prefix, kH265FuLength, payload_room, written)[2] |= kFuStart;
+            run.AddWritten(prefix, kH265FuLength, payload_room, written)[2] = fu_header[2] | kFuStart;
             at += written * payload_room;
             bits = 0;
         }
