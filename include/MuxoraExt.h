@@ -2,9 +2,9 @@
  * Muxora: what stands beside the C interface of MuxoraAPI.h.
  *
  * Formats that keep every time exactly, and what they need: times by the tick on each frame, the shape of fragments,
- * what an output block of theirs holds. Access units out of the bytes of an elementary stream. Messages. Valid C99 and
- * C++17. The functions and records of MuxoraAPI.h stay as they are: a caller that does not include this header misses
- * nothing of them.
+ * what an output block of theirs holds, and the repair of a killed recording. Access units out of the bytes of an
+ * elementary stream. Messages. Valid C99 and C++17. The functions and records of MuxoraAPI.h stay as they are: a caller
+ * that does not include this header misses nothing of them.
  */
 #ifndef MUXORA_EXT_H
 #define MUXORA_EXT_H
@@ -150,6 +150,65 @@ typedef struct MXExactBlock {
 } MXExactBlock;
 
 #pragma pack(pop)
+
+/* ------------------------------------------------------------------------------------------------- repair */
+
+/** Reads `length` bytes at `position`, all inside the file. @return 0, or anything else where that failed. */
+typedef uint32_t (*MXReadFunction)(void* user, uint64_t position, void* data, uint32_t length);
+
+/** Writes bytes, behind the end of the file as well. @return 0, or anything else where that failed. */
+typedef uint32_t (*MXWriteFunction)(void* user, uint64_t position, const void* data, uint32_t length);
+
+/** Makes the file end here, and what was written durable. @return 0, or anything else where that failed. */
+typedef uint32_t (*MXCutFunction)(void* user, uint64_t length);
+
+#pragma pack(push, 4)
+
+/** A hybrid MP4 (MX_FORMAT_HMP4) that MX_RepairHybrid works on, through the caller's functions. */
+typedef struct MXHybridFile {
+    uint32_t size;   /**< sizeof. */
+    uint32_t unused; /**< 0. */
+    void* user;      /**< Handed to each function. */
+    uint64_t length; /**< Of the file, in bytes. */
+    MXReadFunction read;
+    MXWriteFunction write;
+    MXCutFunction cut;
+} MXHybridFile;
+
+/** MXHybridRepair::state. */
+enum MXHybridState {
+    MX_HYBRID_OTHER = 0,    /**< Not a hybrid MP4 that was still growing; nothing was written. */
+    MX_HYBRID_REPAIRED = 1, /**< Completed. */
+    MX_HYBRID_REFUSED = 2,  /**< One, but it does not hold together, see `message`; nothing was written. */
+    MX_HYBRID_FAILED = 3    /**< A function of the caller's failed, see `message`. May be tried again. */
+};
+
+/** What became of it. */
+typedef struct MXHybridRepair {
+    uint32_t size;       /**< In: sizeof. */
+    uint32_t state;      /**< MXHybridState. */
+    uint64_t fragments;  /**< Whole ones, all of which stay. */
+    uint64_t media_end;  /**< Where the last of them ends, and the index begins. */
+    uint64_t length;     /**< Of the file, in bytes. */
+    uint64_t position;   /**< Where the trouble is, if there is any. */
+    const char* message; /**< What it is, in English, without a full stop; static. Empty if there is none. */
+} MXHybridRepair;
+
+#pragma pack(pop)
+
+/**
+ * Completes a hybrid MP4 whose process was killed, in place: does what MX_CreateTailer would have done. The index of
+ * all whole fragments goes behind the last of them, over what is there of a fragment or of an index that was cut off;
+ * one `mdat` then takes in everything ahead of it, which is the last write. Cut off before that, it can be run again.
+ *
+ * Whatever the bytes are, nothing is written unless all of the fragments hold together. Needs memory for the largest
+ * `moof`, 12 bytes a sample, and 64 KiB. May run on any thread; each call stands by itself.
+ *
+ * @return MX_OK: see MXHybridRepair::state for MX_HYBRID_REPAIRED or MX_HYBRID_OTHER. MX_FAILED: a bad argument (the
+ *         record is untouched then), MX_HYBRID_REFUSED or MX_HYBRID_FAILED. MX_NULL_RECORD. MX_NO_RESOURCES: may be
+ * tried again.
+ */
+MX_API uint32_t MX_RepairHybrid(const MXHybridFile* file, MXHybridRepair* repair) MX_NOEXCEPT;
 
 /* ------------------------------------------------------------------------------------------- access units */
 

@@ -1,7 +1,6 @@
 #include "exact/hmp4_packet.h"
 
-#include <limits>
-
+#include "exact/hybrid_layout.h"
 #include "exact/index_boxes.h"
 #include "exact/mp4_boxes.h"
 
@@ -10,8 +9,6 @@ namespace Orvane::Muxora {
 namespace {
 
 constexpr size_t kBoxHead = 8;
-constexpr size_t kLargeBoxHead = 16;
-constexpr size_t kFileTypeSize = 36;
 constexpr size_t kFrontRoom = 2048;  // for further sample entries
 
 void WriteFileType(BoxWriter& out) {
@@ -29,7 +26,7 @@ void CHmp4Packet::EmitTracks() {
         WriteFileType(out);
         // Becomes the head of mdat.
         const auto free = out.Box("free");
-        out.Zeros(kLargeBoxHead - kBoxHead);
+        out.Zeros(kMediaHeadSize - kBoxHead);
     }
     const size_t front = bytes.size();
     WriteFront(bytes);
@@ -39,8 +36,8 @@ void CHmp4Packet::EmitTracks() {
     for (const Mp4Track* track : Tracks())
         flags |= track->video ? MX_BLOCK_VIDEO : MX_BLOCK_AUDIO;
     const BlockNote note{first ? MX_BLOCK_HEADER : MX_BLOCK_PATCH, flags, Tracks().front()->time_scale, 0, 0};
-    const uint32_t taken =
-        EmitExactAt(bytes.data(), static_cast<uint32_t>(bytes.size()), first ? 0 : kFileTypeSize + kLargeBoxHead, note);
+    const uint32_t taken = EmitExactAt(bytes.data(), static_cast<uint32_t>(bytes.size()),
+                                       first ? 0 : kHybridFileTypeSize + kMediaHeadSize, note);
     if (first) position_ = taken;
 }
 
@@ -57,14 +54,17 @@ void CHmp4Packet::WriteFront(std::vector<uint8_t>& bytes) {
 }
 
 void CHmp4Packet::EmitFragment(std::span<const FragmentPart> parts, const BlockNote& note) {
-    index_.Reserve(parts);
+    FragmentSamples samples[2];
+    for (size_t i = 0; i < parts.size(); ++i)
+        samples[i] = {parts[i].track->video, parts[i].samples->Samples(), parts[i].description};
+    index_.Reserve({samples, parts.size()});
     head_.clear();
     BoxWriter out(head_);
     WriteFragmentHead(out, ++sequence_number_, parts);
     const std::span<const uint8_t> block = Assemble(parts, head_);
     const uint64_t position = position_;
     position_ += EmitExactAt(block.data(), static_cast<uint32_t>(block.size()), position_, note);
-    index_.Add(parts, position + head_.size());
+    index_.Add({samples, parts.size()}, position + head_.size());
 }
 
 uint32_t CHmp4Packet::Finish() {
@@ -76,23 +76,18 @@ uint32_t CHmp4Packet::Finish() {
 }
 
 void CHmp4Packet::EmitIndex() {
-    const bool large_offsets = position_ > std::numeric_limits<uint32_t>::max();
     const BlockNote note{MX_BLOCK_INDEX, 0, 0, 0, 0};
     uint64_t at = position_;
-    WriteIndexedMovie(Tracks(), index_, large_offsets, [&](std::span<const uint8_t> piece) {
+    WriteIndexedMovie(Tracks(), index_, NeedsLargeOffsets(position_), [&](std::span<const uint8_t> piece) {
         at += EmitExactAt(piece.data(), static_cast<uint32_t>(piece.size()), at, note);
     });
 }
 
 // The last step, and the one that makes a plain file of it: until then the one in front counts.
 void CHmp4Packet::EmitMediaHeader() {
-    const uint64_t size = position_ - kFileTypeSize;
-    const bool large = size > std::numeric_limits<uint32_t>::max();
-    uint8_t area[kLargeBoxHead];
-    ByteCursor out(area);
-    out.BE32(large ? 1 : static_cast<uint32_t>(size)).Text("mdat");
-    if (large) out.BE64(size);
-    EmitExactAt(area, out.Size(), kFileTypeSize, {MX_BLOCK_PATCH, 0, 0, 0, 0});
+    uint8_t area[kMediaHeadSize];
+    const uint32_t length = WriteMediaHead(area, position_);
+    EmitExactAt(area, length, kHybridFileTypeSize, {MX_BLOCK_PATCH, 0, 0, 0, 0});
 }
 
 }  // namespace Orvane::Muxora

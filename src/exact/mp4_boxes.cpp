@@ -253,7 +253,9 @@ void WriteSampleDescriptions(BoxWriter& out, const Mp4Track& track, bool all) {
     const auto stsd = out.FullBox("stsd", 0, 0);
     out.BE32(static_cast<uint32_t>(entries.size()));
     for (const Mp4Entry& entry : entries) {
-        if (track.video) {
+        if (!entry.box.empty()) {
+            out.Bytes(entry.box.data(), entry.box.size());
+        } else if (track.video) {
             WriteVisualEntry(out, entry);
         } else {
             WriteAudioEntry(out, entry);

@@ -29,6 +29,8 @@ struct Mp4Entry {
     uint32_t sample_rate = 0;
     uint32_t channels = 0;
     uint32_t bits_per_sample = 16;
+    // The whole box, of an entry that was read from a file; of the rest only the size counts then.
+    std::vector<uint8_t> box;
 
     bool operator==(const Mp4Entry&) const = default;
 };

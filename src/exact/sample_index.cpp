@@ -34,17 +34,17 @@ SampleIndex::Sample SampleIndex::operator[](size_t index) const {
             (first & kChunk) != 0};
 }
 
-void RecordingIndex::Reserve(std::span<const FragmentPart> parts) {
+void RecordingIndex::Reserve(std::span<const FragmentSamples> parts) {
     fragments_.Reserve(1);
-    for (const FragmentPart& part : parts)
-        (part.track->video ? video_ : audio_).Reserve(part.samples->Samples().size());
+    for (const FragmentSamples& part : parts)
+        (part.video ? video_ : audio_).Reserve(part.samples.size());
 }
 
-void RecordingIndex::Add(std::span<const FragmentPart> parts, uint64_t position) {
+void RecordingIndex::Add(std::span<const FragmentSamples> parts, uint64_t position) {
     uint32_t entry = static_cast<uint32_t>(position - last_position_) & kDistance;
-    for (const FragmentPart& part : parts) {
-        entry |= part.track->video ? kHasVideo : kHasAudio;
-        (part.track->video ? video_ : audio_).Add(part.samples->Samples(), part.description);
+    for (const FragmentSamples& part : parts) {
+        entry |= part.video ? kHasVideo : kHasAudio;
+        (part.video ? video_ : audio_).Add(part.samples, part.description);
     }
     fragments_.Append(entry);
     last_position_ = position;

@@ -47,13 +47,21 @@ class SampleIndex {
     int64_t last_ = 0;  // the media's time of the last sample
 };
 
+// The samples that one fragment has of one track.
+struct FragmentSamples {
+    bool video = false;
+    std::span<const Mp4Sample> samples;
+    uint32_t description = 1;
+};
+
 // The index of a recording: both tracks, and where each fragment's media lies.
 class RecordingIndex {
   public:
     // Room for a fragment; Add then cannot fail. Throws std::bad_alloc.
-    void Reserve(std::span<const FragmentPart> parts);
-    // `position` of the first byte of the fragment's media; the parts lie one behind the other.
-    void Add(std::span<const FragmentPart> parts, uint64_t position);
+    void Reserve(std::span<const FragmentSamples> parts);
+    // `position` of the first byte of the fragment's media, below 1 GiB behind that of the one before; the parts lie
+    // one behind the other.
+    void Add(std::span<const FragmentSamples> parts, uint64_t position);
 
     const SampleIndex& Track(bool video) const { return video ? video_ : audio_; }
     // Calls `use` with the position of each chunk of a track.

@@ -9,7 +9,7 @@ FUNCTIONS = {
     "MX_CreateHandle", "MX_DestroyHandle", "MX_CreateHeader", "MX_InputFrame", "MX_CreateTailer", "MX_SetParam",
     "MX_GetParam", "MX_SetEncryptType", "MX_GetPacketCapacity", "MX_GetVersion", "MX_GetBackup",
     "MX_CreateAccessUnits", "MX_DestroyAccessUnits", "MX_PutBytes", "MX_PutNal", "MX_EndAccessUnits",
-    "MX_GetAccessUnit", "MX_SetMessageFunction",
+    "MX_GetAccessUnit", "MX_SetMessageFunction", "MX_RepairHybrid",
 }
 CLASSES = {
     "Orvane::Muxora": [
