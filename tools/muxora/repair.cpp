@@ -1,4 +1,4 @@
-// muxora repair: completes a killed MP4 or MOV recording from its last snapshot.
+// muxora repair: completes a killed MP4 or MOV recording from its last snapshot, and a hybrid MP4 from itself.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+#include "MuxoraExt.h"
 #include "common/file_lock.h"
 #include "common/format_list.h"
 #include "common/json.h"
@@ -72,6 +73,18 @@ class RecordingFile {
             box.size = BigEndian(bytes + 8, 8);
         }
         return box;
+    }
+
+    void Read(uint64_t at, void* data, size_t size) const {
+        auto* bytes = static_cast<uint8_t*>(data);
+        while (size != 0) {
+            const ssize_t got = pread(descriptor_, bytes, size, static_cast<off_t>(at));
+            if (got < 0 && errno == EINTR) continue;
+            if (got <= 0) Fail("read");
+            bytes += got;
+            at += static_cast<uint64_t>(got);
+            size -= static_cast<size_t>(got);
+        }
     }
 
     void Write(uint64_t at, const void* data, size_t size) {
@@ -152,28 +165,72 @@ struct RepairArguments {
     bool json = false;
 };
 
-void Report(const RepairArguments& arguments, const std::string& state, uint64_t bytes, uint64_t cut) {
+// For calls by the library, which takes a number.
+template <typename Work>
+uint32_t Try(Work work) noexcept {
+    try {
+        work();
+        return 0;
+    } catch (...) {
+        return 1;
+    }
+}
+
+void Report(const RepairArguments& arguments, const std::string& state, uint64_t bytes, uint64_t cut,
+            const char* behind) {
     if (arguments.json) {
         const Json json{{"file", arguments.path}, {"state", state}, {"bytes", bytes}, {"cut", cut}};
         std::printf("%s\n", JsonLine(json).c_str());
     } else if (!arguments.quiet && state == "complete") {
         std::printf("%s is complete; there is nothing to repair\n", arguments.path.c_str());
     } else if (!arguments.quiet) {
-        std::printf("%s: completed, %" PRIu64 " bytes; %" PRIu64 " bytes behind the last snapshot are cut off\n",
-                    arguments.path.c_str(), bytes, cut);
+        std::printf("%s: completed, %" PRIu64 " bytes; %" PRIu64 " bytes behind the last %s are cut off\n",
+                    arguments.path.c_str(), bytes, cut, behind);
     }
+}
+
+// A hybrid MP4 needs no snapshot: its fragments tell everything. False if the file is something else.
+bool RepairHybrid(const RepairArguments& arguments, RecordingFile& file, uint64_t size) {
+    MXHybridFile access{};
+    access.size = sizeof access;
+    access.user = &file;
+    access.length = size;
+    access.read = [](void* user, uint64_t position, void* data, uint32_t length) {
+        return Try([&] { static_cast<RecordingFile*>(user)->Read(position, data, length); });
+    };
+    access.write = [](void* user, uint64_t position, const void* data, uint32_t length) {
+        return Try([&] { static_cast<RecordingFile*>(user)->Write(position, data, length); });
+    };
+    access.cut = [](void* user, uint64_t length) {
+        return Try([&] {
+            static_cast<RecordingFile*>(user)->Cut(length);
+            static_cast<RecordingFile*>(user)->Flush();
+        });
+    };
+    MXHybridRepair repair{};
+    repair.size = sizeof repair;
+    if (MX_RepairHybrid(&access, &repair) == MX_NO_RESOURCES) throw Failure("out of memory");
+    if (repair.state == MX_HYBRID_OTHER) return false;
+    if (repair.state != MX_HYBRID_REPAIRED) {
+        throw Failure("cannot repair " + arguments.path + ": " + repair.message + ", at byte " +
+                      std::to_string(repair.position));
+    }
+    file.Flush();
+    Report(arguments, "repaired", repair.length, size - repair.media_end, "fragment");
+    return true;
 }
 
 void Repair(const RepairArguments& arguments) {
     const std::string snapshot_path = SnapshotPath(arguments.path);
     RecordingFile file(arguments.path, O_RDWR);
     const uint64_t size = file.Size();
+    if (RepairHybrid(arguments, file, size)) return;
     const Layout layout = ReadLayout(file, size);
     const std::optional<Snapshot> snapshot = ReadSnapshot(snapshot_path);
     if (layout.complete) {
         // Killed between the last byte and the removal of the snapshot, or repaired before.
         RemoveSnapshot(snapshot_path);
-        Report(arguments, "complete", size, 0);
+        Report(arguments, "complete", size, 0, "");
         return;
     }
     if (!snapshot) {
@@ -195,15 +252,18 @@ void Repair(const RepairArguments& arguments) {
     PatchMediaSize(file, *snapshot, *layout.mdat);
     file.Flush();
     RemoveSnapshot(snapshot_path);
-    Report(arguments, "repaired", end, size - snapshot->position);
+    Report(arguments, "repaired", end, size - snapshot->position, "snapshot");
 }
 
 }  // namespace
 
 void AddRepair(CLI::App& app) {
-    CLI::App* command = app.add_subcommand("repair", "Complete a killed MP4 or MOV recording from its last snapshot");
+    CLI::App* command = app.add_subcommand("repair", "Complete a killed MP4 or MOV recording");
     auto arguments = std::make_shared<RepairArguments>();
-    command->add_option("FILE", arguments->path, "The recording; its snapshot is FILE.snapshot")->required();
+    command
+        ->add_option("FILE", arguments->path,
+                     "The recording; its snapshot, which a hybrid MP4 does without, is FILE.snapshot")
+        ->required();
     command->add_flag("--quiet", arguments->quiet, "Say nothing");
     command->add_flag("--json", arguments->json, "Print JSON");
     command->footer(

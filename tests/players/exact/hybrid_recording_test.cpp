@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <random>
 
 #include "exact/exact_clip.h"
@@ -102,6 +103,72 @@ TEST(HybridRecording, KilledAtAnyMomentItPlaysUpToItsLastWholeFragment) {
         if (i % 4 != 0) continue;
         EXPECT_GE(test::DecodeVideo(path).frames.size(), whole) << count;
     }
+}
+
+// The packets that the whole fragments of a killed file hold, as ffprobe lists them of the file cut there.
+void ExpectRepaired(const std::string& path) {
+    const ByteVector killed = test::ReadFile(path);
+    const uint64_t whole = WholePictures(killed);
+    const auto before = test::ListPackets(path, "v:0").packets;
+    const auto sound = test::ListPackets(path, "a:0").packets;
+    const auto run = test::Run({MUXORA_TOOL, "repair", path});
+    ASSERT_TRUE(run.Ok()) << run.err;
+    EXPECT_NE(run.out.find("completed"), std::string::npos) << run.out;
+    const test::IsoFile file(test::ReadFile(path));
+    EXPECT_EQ(file.Layout(), "ftyp mdat moov");
+    EXPECT_FALSE(file.Has("moov/mvex"));
+    const auto after = test::ListPackets(path, "v:0").packets;
+    const auto sound_after = test::ListPackets(path, "a:0").packets;
+    ASSERT_EQ(after.size(), whole);
+    ASSERT_LE(after.size(), before.size());
+    for (size_t i = 0; i < after.size(); ++i) {
+        EXPECT_EQ(after[i].dts, before[i].dts) << i;
+        EXPECT_EQ(after[i].pts, before[i].pts) << i;
+        EXPECT_EQ(after[i].size, before[i].size) << i;
+        EXPECT_EQ(after[i].key, before[i].key) << i;
+    }
+    ASSERT_LE(sound_after.size(), sound.size());
+    for (size_t i = 0; i < sound_after.size(); ++i) {
+        EXPECT_EQ(sound_after[i].dts, sound[i].dts) << i;
+        EXPECT_EQ(sound_after[i].size, sound[i].size) << i;
+    }
+    const test::Decoded decoded = test::DecodeVideo(path);
+    EXPECT_TRUE(decoded.ok) << decoded.errors;
+    EXPECT_EQ(decoded.frames.size(), whole);
+    // Once more does no harm.
+    const ByteVector repaired = test::ReadFile(path);
+    EXPECT_TRUE(test::Run({MUXORA_TOOL, "repair", path}).Ok());
+    EXPECT_EQ(test::ReadFile(path), repaired);
+}
+
+TEST(HybridRecording, RepairedItIsAPlainFileOfItsWholeFragments) {
+    const auto frames = test::ReadExact(test::MakeEncode(test::EncodeNamed("stereo_22050")));
+    for (const uint32_t count : {150u, 333u, 520u}) {
+        const std::string path = test::WorkPath("repaired.mp4");
+        RecordAndKill(frames, path, count);
+        ExpectRepaired(path);
+    }
+    // In the middle of its last fragment.
+    const std::string path = test::WorkPath("torn.mp4");
+    RecordAndKill(frames, path, 400);
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) - 1);
+    ExpectRepaired(path);
+}
+
+TEST(HybridRecording, ADamagedOneIsRefusedAndStaysAsItWas) {
+    const auto frames = test::ReadExact(test::MakeEncode(test::EncodeNamed("stereo_22050")));
+    const std::string path = test::WorkPath("damaged.mp4");
+    RecordAndKill(frames, path, 400);
+    ByteVector bytes = test::ReadFile(path);
+    const std::string run = "trun";
+    const auto place = std::search(bytes.begin(), bytes.end(), run.begin(), run.end());
+    ASSERT_NE(place, bytes.end());
+    place[8] = 0x7F;  // two billion samples
+    test::WriteFile(path, bytes);
+    const auto repair = test::Run({MUXORA_TOOL, "repair", path});
+    EXPECT_EQ(repair.exit_code, 1);
+    EXPECT_NE(repair.err.find("the fragment does not hold together"), std::string::npos) << repair.err;
+    EXPECT_EQ(test::ReadFile(path), bytes);
 }
 
 TEST(HybridRecording, ClosedItIsAPlainFile) {
