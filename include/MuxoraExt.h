@@ -125,7 +125,7 @@ enum MXBlockKind {
                               again when parameter sets change. */
     MX_BLOCK_MEDIA = 1,  /**< Media. */
     MX_BLOCK_INDEX = 2,  /**< An index or other tail, behind the media. */
-    MX_BLOCK_PATCH = 3   /**< Bytes that replace earlier ones. */
+    MX_BLOCK_PATCH = 3   /**< Bytes that replace earlier ones, or that only a file needs. */
 };
 
 /** MXExactBlock::flags, added up. */

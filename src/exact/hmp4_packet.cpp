@@ -9,7 +9,7 @@ namespace Orvane::Muxora {
 namespace {
 
 constexpr size_t kBoxHead = 8;
-constexpr size_t kFrontRoom = 2048;  // for further sample entries
+constexpr uint32_t kFrontRoom = 16384;  // for further sample entries
 
 void WriteFileType(BoxWriter& out) {
     const auto ftyp = out.Box("ftyp");
@@ -28,10 +28,7 @@ void CHmp4Packet::EmitTracks() {
         const auto free = out.Box("free");
         out.Zeros(kMediaHeadSize - kBoxHead);
     }
-    const size_t front = bytes.size();
-    WriteFront(bytes);
-    if (!first && bytes.size() > front_size_) return;  // no more room
-    if (first) front_size_ = bytes.size() - front;
+    if (!WriteFront(bytes)) return;
     uint32_t flags = 0;
     for (const Mp4Track* track : Tracks())
         flags |= track->video ? MX_BLOCK_VIDEO : MX_BLOCK_AUDIO;
@@ -41,16 +38,19 @@ void CHmp4Packet::EmitTracks() {
     if (first) position_ = taken;
 }
 
-// moov and the room behind it: as much as the first time, if that suffices.
-void CHmp4Packet::WriteFront(std::vector<uint8_t>& bytes) {
+// moov and the room behind it; false if that is no longer enough. What lies in the room is written once: a later moov
+// is small then, and stays in the first page of the file, so that a kill finds the old one there or the new one.
+bool CHmp4Packet::WriteFront(std::vector<uint8_t>& bytes) {
     BoxWriter out(bytes);
     const size_t begin = out.Size();
     WriteFragmentedMovie(out, Tracks(), true);
     const size_t movie = out.Size() - begin;
-    const size_t wanted = front_size_ != 0 ? front_size_ : movie + kBoxHead + kFrontRoom;
-    if (movie == wanted) return;
-    const auto free = out.Box("free");
-    if (movie + kBoxHead < wanted) out.Zeros(static_cast<uint32_t>(wanted - movie - kBoxHead));
+    const bool first = front_size_ == 0;
+    if (first) front_size_ = movie + kBoxHead + kFrontRoom;
+    if (movie + kBoxHead > front_size_) return false;
+    out.BE32(static_cast<uint32_t>(front_size_ - movie)).Text("free");
+    if (first) out.Zeros(kFrontRoom);
+    return true;
 }
 
 void CHmp4Packet::EmitFragment(std::span<const FragmentPart> parts, const BlockNote& note) {
@@ -62,9 +62,19 @@ void CHmp4Packet::EmitFragment(std::span<const FragmentPart> parts, const BlockN
     BoxWriter out(head_);
     WriteFragmentHead(out, ++sequence_number_, parts);
     const std::span<const uint8_t> block = Assemble(parts, head_);
-    const uint64_t position = position_;
-    position_ += EmitExactAt(block.data(), static_cast<uint32_t>(block.size()), position_, note);
-    index_.Add({samples, parts.size()}, position + head_.size());
+    const uint64_t guard = position_;
+    const uint64_t begin = guard + kGuardSize;
+    EmitGuard(guard, kOpenGuard);
+    position_ = begin + EmitExactAt(block.data(), static_cast<uint32_t>(block.size()), begin, note);
+    EmitGuard(guard, kGuardSize);
+    index_.Add({samples, parts.size()}, begin + head_.size());
+}
+
+// A patch as well, though it goes behind what is there: a sink that only goes forward has no use for it.
+void CHmp4Packet::EmitGuard(uint64_t position, uint32_t size) {
+    uint8_t guard[kGuardSize];
+    ByteCursor(guard).BE32(size).Text("free");
+    EmitExactAt(guard, kGuardSize, position, {MX_BLOCK_PATCH, 0, 0, 0, 0});
 }
 
 uint32_t CHmp4Packet::Finish() {

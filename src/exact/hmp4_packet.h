@@ -11,11 +11,11 @@ namespace Orvane::Muxora {
 // fragment; the tail writes an index of all samples behind it, and turns everything between the file type and that into
 // one mdat. What is left then is a plain MP4.
 //
-//     while it grows:  ftyp free moov free  moof mdat  moof mdat ...
+//     while it grows:  ftyp free moov free  free moof mdat  free moof mdat ...
 //     finished:        ftyp mdat(           everything             ) moov
 //
-// A new sample entry goes into the moov in front, too, as long as there is room: for half a dozen changes. Behind that,
-// a cut-off recording needs to be completed.
+// A new sample entry goes into the moov in front, too, as long as there is room: for a hundred different ones. What
+// comes behind that is right in the index of the tail, and lost to a recording that is cut off.
 class CHmp4Packet final : public CFragmentedMp4 {
   public:
     explicit CHmp4Packet(uint32_t format, const MXCreateParam* param = nullptr)
@@ -28,7 +28,8 @@ class CHmp4Packet final : public CFragmentedMp4 {
     void EmitTracks() override;
     void EmitFragment(std::span<const FragmentPart> parts, const BlockNote& note) override;
     uint32_t Finish() override;
-    void WriteFront(std::vector<uint8_t>& bytes);
+    void EmitGuard(uint64_t position, uint32_t size);
+    bool WriteFront(std::vector<uint8_t>& bytes);
     void EmitIndex();
     void EmitMediaHeader();
 

@@ -12,6 +12,13 @@ namespace Orvane::Muxora {
 constexpr uint32_t kHybridFileTypeSize = 36;
 constexpr uint32_t kMediaHeadSize = 16;
 
+// A box free stands ahead of each fragment. It is written first and reaches over everything behind it; once the
+// fragment is there to its last byte, it ends where the fragment begins. So players, some of which refuse a file for
+// one torn moof, do not see a fragment of which a part is missing.
+// Both sizes differ in one byte: nothing lies between them, wherever a write is cut off.
+constexpr uint32_t kGuardSize = 8;
+constexpr uint32_t kOpenGuard = 0x7F000000 | kGuardSize;
+
 // `end` is where the last fragment ends.
 inline bool NeedsLargeOffsets(uint64_t end) {
     return end > std::numeric_limits<uint32_t>::max();

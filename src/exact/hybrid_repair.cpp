@@ -78,33 +78,42 @@ bool HybridRepair::ReadFragments() {
     return true;
 }
 
+// The guard ahead of a fragment, which is open where the recording ended before it was told to end.
+uint64_t HybridRepair::BehindGuard(uint64_t at) {
+    if (file_.length - at < kGuardSize) return at;
+    const BoxHead guard = HeadAt(at);
+    const bool is_guard = guard.Is("free") && (guard.size == kGuardSize || guard.size == kOpenGuard);
+    return is_guard ? at + kGuardSize : at;
+}
+
 HybridRepair::Found HybridRepair::ReadFragment() {
-    const uint64_t rest = file_.length - position_;
+    const uint64_t begin = BehindGuard(position_);
+    const uint64_t rest = file_.length - begin;
     if (rest < BoxView::kHead) return Found::kEnd;
-    const BoxHead moof = HeadAt(position_);
+    const BoxHead moof = HeadAt(begin);
     if (result_.state == MX_HYBRID_FAILED) return Found::kTrouble;
     // The tail had begun; or a file system gave the file its length, and lost its bytes.
     if (moof.Is("moov") || moof.IsZero()) return Found::kEnd;
     if (!moof.Is("moof")) {
-        Refuse(position_, "there is something else than a fragment");
+        Refuse(begin, "there is something else than a fragment");
         return Found::kTrouble;
     }
     if (moof.size > rest) return Found::kEnd;
-    if (moof.size > kLargestMoof || !ReadFragmentHead(BytesAt(position_, moof.size), head_)) {
-        Refuse(position_, "the fragment does not hold together");
+    if (moof.size > kLargestMoof || !ReadFragmentHead(BytesAt(begin, moof.size), head_)) {
+        Refuse(begin, "the fragment does not hold together");
         return Found::kTrouble;
     }
     if (moof.size + BoxView::kHead > rest) return Found::kEnd;
-    const BoxHead mdat = HeadAt(position_ + moof.size);
+    const BoxHead mdat = HeadAt(begin + moof.size);
     if (result_.state == MX_HYBRID_FAILED) return Found::kTrouble;
     if (mdat.IsZero()) return Found::kEnd;
     if (!mdat.Is("mdat") || mdat.size != head_.media_size + BoxView::kHead) {
-        Refuse(position_ + moof.size, "the fragment's media does not follow its index");
+        Refuse(begin + moof.size, "the fragment's media does not follow its index");
         return Found::kTrouble;
     }
     if (mdat.size > rest - moof.size) return Found::kEnd;
-    if (!Remember(position_ + moof.size + BoxView::kHead)) return Found::kTrouble;
-    position_ += moof.size + mdat.size;
+    if (!Remember(begin + moof.size + BoxView::kHead)) return Found::kTrouble;
+    position_ = begin + moof.size + mdat.size;
     ++result_.fragments;
     return Found::kFragment;
 }

@@ -33,6 +33,7 @@ class HybridRepair {
     bool ReadFront();
     bool ReadFragments();
     enum class Found { kFragment, kEnd, kTrouble };
+    uint64_t BehindGuard(uint64_t at);
     Found ReadFragment();
     bool Remember(uint64_t media);
     void Write();

@@ -135,13 +135,11 @@ struct FileSink {
         auto& self = *static_cast<FileSink*>(user);
         if (block->size < sizeof(MXExactBlock)) throw std::logic_error("a block without a note");
         MXExactBlock note = *reinterpret_cast<const MXExactBlock*>(block);
-        if (note.kind == MX_BLOCK_PATCH) {
-            if (self.kind == Sink::kForwardOnly) return 0;
-            self.file.seekp(static_cast<std::streamoff>(block->offset));
-        } else {
-            self.file.seekp(static_cast<std::streamoff>(self.end));
-            self.end += block->length;
-        }
+        if (self.kind == Sink::kForwardOnly && note.kind == MX_BLOCK_PATCH) return 0;
+        const bool absolute = self.kind == Sink::kFile && block->seek_type == MX_SEEK_ABSOLUTE;
+        const uint64_t at = absolute ? static_cast<uint64_t>(block->offset) : self.end;
+        self.file.seekp(static_cast<std::streamoff>(at));
+        self.end = std::max(self.end, at + block->length);
         self.file.write(static_cast<const char*>(block->data), block->length);
         note.block.data = nullptr;
         self.result->blocks.push_back(note);

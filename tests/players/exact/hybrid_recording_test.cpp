@@ -25,8 +25,13 @@ int32_t WriteBlock(const MXOutputBlock* block, void* user) {
     return written == static_cast<ssize_t>(block->length) ? 0 : 1;
 }
 
-// Records the frames over and over, with times that go on, until it is killed; tells of each through `progress`.
-[[noreturn]] void Record(std::vector<ExactFrame> frames, const std::string& path, int progress) {
+// How far the recorder runs ahead of what was asked for: the moment of its death lies somewhere in there.
+constexpr uint32_t kAhead = 12;
+
+// Records the frames over and over, with times that go on, until it is killed; tells of each through `progress`, and
+// takes a byte of `allowance` ahead of each. Nothing else bounds the file: a killer that waits for a processor would
+// find hours of video.
+[[noreturn]] void Record(std::vector<ExactFrame> frames, const std::string& path, int allowance, int progress) {
     int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     MXCreateParam param{};
     param.output = WriteBlock;
@@ -35,6 +40,8 @@ int32_t WriteBlock(const MXOutputBlock* block, void* user) {
     if (file < 0 || MX_CreateHeader(handle, nullptr) != MX_OK) _exit(1);
     for (uint32_t round = 0;; ++round) {
         for (ExactFrame& frame : frames) {
+            char byte = 0;
+            if (read(allowance, &byte, 1) != 1) _exit(4);
             MXFrameInfo record = frame.Record();
             if (MX_InputFrame(handle, &record) != MX_OK) _exit(2);
             if (write(progress, "", 1) != 1) _exit(3);
@@ -46,10 +53,14 @@ int32_t WriteBlock(const MXOutputBlock* block, void* user) {
 
 void RecordAndKill(const std::vector<ExactFrame>& frames, const std::string& path, uint32_t count) {
     int progress[2];
+    int allowance[2];
     ASSERT_EQ(pipe(progress), 0);
+    ASSERT_EQ(pipe(allowance), 0);
+    const std::string allowed(count + kAhead, ' ');
+    ASSERT_EQ(write(allowance[1], allowed.data(), allowed.size()), static_cast<ssize_t>(allowed.size()));
     const pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) Record(frames, path, progress[1]);
+    if (child == 0) Record(frames, path, allowance[0], progress[1]);
     close(progress[1]);
     char byte = 0;
     uint32_t seen = 0;
@@ -60,6 +71,8 @@ void RecordAndKill(const std::vector<ExactFrame>& frames, const std::string& pat
     int status = 0;
     waitpid(child, &status, 0);
     close(progress[0]);
+    close(allowance[0]);
+    close(allowance[1]);
     EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
 }
 
@@ -87,6 +100,72 @@ uint64_t WholePictures(const ByteVector& file) {
         at = end;
     }
     return pictures;
+}
+
+struct Written {
+    int64_t offset;
+    ByteVector bytes;
+};
+
+// Every write of a recording, without those of its tail.
+std::vector<Written> Writes(const std::vector<ExactFrame>& frames) {
+    std::vector<Written> writes;
+    MXCreateParam param{};
+    param.user = &writes;
+    param.output = [](const MXOutputBlock* block, void* user) {
+        const auto* bytes = static_cast<const uint8_t*>(block->data);
+        static_cast<std::vector<Written>*>(user)->push_back({block->offset, {bytes, bytes + block->length}});
+        return 0;
+    };
+    const MXHandle handle = MX_CreateHandle(MX_FORMAT_HMP4, &param);
+    EXPECT_EQ(MX_CreateHeader(handle, nullptr), uint32_t{MX_OK});
+    for (const ExactFrame& frame : frames) {
+        MXFrameInfo record = frame.Record();
+        EXPECT_EQ(MX_InputFrame(handle, &record), uint32_t{MX_OK});
+    }
+    const size_t growing = writes.size();
+    MX_DestroyHandle(handle);
+    writes.resize(growing);
+    return writes;
+}
+
+// A write that was cut off, by a kill or by a full disk: in the guard, anywhere in the index of the fragment, in its
+// media. Players refuse a whole file for one torn moof, if they see it.
+TEST(HybridRecording, TornInAnyWriteItPlaysUpToItsLastWholeFragment) {
+    const auto writes = Writes(test::ReadExact(test::MakeEncode(test::EncodeNamed("stereo_22050"))));
+    // The head; then guard, fragment, release, three times.
+    ASSERT_GE(writes.size(), 7u);
+    const std::string path = test::WorkPath("torn_write.mp4");
+    ByteVector file;
+    const auto put = [&file](const Written& write, size_t size) {
+        const auto at = static_cast<size_t>(write.offset);
+        file.resize(std::max(file.size(), at + size));
+        std::copy_n(write.bytes.begin(), size, file.begin() + write.offset);
+    };
+    for (size_t i = 0; i < 4; ++i)
+        put(writes[i], writes[i].bytes.size());
+    const uint64_t whole = WholePictures(file);
+    ASSERT_GT(whole, 0u);
+    const ByteVector before = file;
+    put(writes[4], writes[4].bytes.size());
+    const ByteVector guarded = file;
+    const size_t index = BE32(writes[5].bytes, 0);
+    for (const size_t size : {size_t{1}, size_t{4}, size_t{7}}) {
+        file = before;
+        put(writes[4], size);
+        test::WriteFile(path, file);
+        EXPECT_EQ(test::ListPackets(path, "v:0").packets.size(), whole) << size;
+    }
+    for (const size_t size : {size_t{4}, size_t{8}, index / 4, index / 2, index * 3 / 4, index - 1, index, index + 8,
+                              index + 500, writes[5].bytes.size()}) {
+        file = guarded;
+        put(writes[5], size);
+        test::WriteFile(path, file);
+        EXPECT_EQ(test::ListPackets(path, "v:0").packets.size(), whole) << size;
+    }
+    put(writes[6], writes[6].bytes.size());
+    test::WriteFile(path, file);
+    EXPECT_GT(test::ListPackets(path, "v:0").packets.size(), whole);
 }
 
 TEST(HybridRecording, KilledAtAnyMomentItPlaysUpToItsLastWholeFragment) {

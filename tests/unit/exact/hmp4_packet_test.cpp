@@ -49,7 +49,7 @@ TEST_F(Hmp4Packet, IsFragmentedWhileItGrows) {
     stream->Video(Key(), MX_SUB_I, 3600, 3600);
     stream->Video(Key(), MX_SUB_I, 7200, 7200);
     const IsoFile file(stream->File());
-    EXPECT_EQ(file.Layout(), "ftyp free moov free moof mdat moof mdat");
+    EXPECT_EQ(file.Layout(), "ftyp free moov free free moof mdat free moof mdat");
     EXPECT_EQ(file.Size("free"), 16u);
     EXPECT_EQ(file.Size("ftyp"), 36u);
     EXPECT_EQ(file.Boxes()[2].begin, 52u);
@@ -100,6 +100,50 @@ TEST_F(Hmp4Packet, IsAPlainFileInTheEnd) {
     EXPECT_FALSE(file.Has("moov/mvex"));
 }
 
+// The whole fragments that a walk over the boxes meets; one that is not whole fails the test.
+size_t FragmentsSeen(const ByteVector& file) {
+    const auto size_at = [&file](size_t at) {
+        return size_t{file.at(at)} << 24 | size_t{file.at(at + 1)} << 16 | size_t{file.at(at + 2)} << 8 |
+               file.at(at + 3);
+    };
+    size_t seen = 0;
+    for (size_t at = 0; at + 8 <= file.size();) {
+        const size_t end = at + size_at(at);
+        EXPECT_GE(end, at + 8);
+        if (end < at + 8) break;
+        if (test::Slice(file, at + 4, 4) == Text("moof")) {
+            EXPECT_LE(end + 8, file.size());
+            EXPECT_EQ(test::Slice(file, end + 4, 4), Text("mdat"));
+            EXPECT_LE(end + size_at(end), file.size());
+            ++seen;
+        }
+        at = end;
+    }
+    return seen;
+}
+
+TEST_F(Hmp4Packet, AFragmentThatIsNotWholeIsNotSeen) {
+    stream->Open();
+    for (int64_t i = 0; i < 3; ++i) {
+        stream->Video(Key(), MX_SUB_I, i * 3600, i * 3600, 3600);
+        stream->Audio(Adts(ByteVector(10)), i * 1920, 1024);
+    }
+    stream->Close();
+    ExactStream killed;
+    // The head; then guard, fragment, release, three times.
+    ASSERT_GE(stream->blocks.size(), 10u);
+    for (size_t i = 0; i < 10; ++i) {
+        const ExactStream::Block& block = stream->blocks[i];
+        killed.blocks.push_back(block);
+        const bool releases = i != 0 && i % 3 == 0;
+        EXPECT_EQ(block.note.kind, uint32_t{i == 0 ? MX_BLOCK_HEADER : i % 3 == 2 ? MX_BLOCK_MEDIA : MX_BLOCK_PATCH});
+        for (size_t size = 1; i != 0 && size <= block.data.size(); ++size) {
+            killed.blocks.back().data = test::Slice(block.data, 0, size);
+            ASSERT_EQ(FragmentsSeen(killed.File()), (i - 1) / 3 + (releases ? 1 : 0)) << i << " " << size;
+        }
+    }
+}
+
 // The last block is the one that makes a plain file of it.
 TEST_F(Hmp4Packet, TheIndexStandsBeforeTheHeadIsPatched) {
     VideoOnly();
@@ -109,10 +153,10 @@ TEST_F(Hmp4Packet, TheIndexStandsBeforeTheHeadIsPatched) {
     std::string kinds;
     for (const auto& block : stream->blocks)
         kinds += "hmip"[block.note.kind];
-    EXPECT_EQ(kinds, "hmip");
+    EXPECT_EQ(kinds, "hpmpip");
     const auto& patch = stream->Last();
     EXPECT_EQ(patch.note.block.offset, 36);
-    const size_t end = static_cast<size_t>(stream->blocks[2].note.block.offset);
+    const size_t end = static_cast<size_t>(stream->blocks[4].note.block.offset);
     ByteVector head(8);
     for (size_t i = 0; i < 4; ++i)
         head[i] = static_cast<uint8_t>((end - 36) >> (24 - 8 * i));
@@ -178,7 +222,7 @@ TEST_F(Hmp4Packet, OtherParameterSetsAreAFurtherSampleEntryInBothIndexes) {
     stream->Video(Key(), MX_SUB_I, 10800, 10800);
     {
         const IsoFile file(stream->File());
-        EXPECT_EQ(file.Layout(), "ftyp free moov free moof mdat moof mdat");
+        EXPECT_EQ(file.Layout(), "ftyp free moov free free moof mdat free moof mdat");
         EXPECT_EQ(file.Number(IsoFile::Table(0, "stsd"), 4, 4), 2u);
         // The second fragment names the second entry: tfhd with sample_description_index.
         const ByteVector second = file.Whole("moof:1");

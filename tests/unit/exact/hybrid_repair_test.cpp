@@ -200,6 +200,33 @@ TEST_F(HybridRepair, CutOffAnywhereItHasAllWholeFragments) {
     }
 }
 
+// Killed within any of its writes, the fragment that is not released yet included.
+TEST_F(HybridRepair, KilledInAnyWriteItHasAllWholeFragments) {
+    Record();
+    EXPECT_EQ(stream->Close(), 0u);
+    ExactStream killed;
+    size_t fragments = 0;
+    for (const ExactStream::Block& block : stream->blocks) {
+        if (block.note.kind == MX_BLOCK_INDEX) break;
+        killed.blocks.push_back(block);
+        // The index in front is overwritten within a page.
+        const bool front = block.note.kind == MX_BLOCK_PATCH && block.note.block.offset == 52;
+        for (size_t size = front ? block.data.size() : 0; size <= block.data.size(); size += size < 40 ? 1 : 13) {
+            killed.blocks.back().data = test::Slice(block.data, 0, size);
+            if (fragments == 0) continue;
+            MemoryFile file{killed.File()};
+            ASSERT_EQ(file.Repair().fragments, fragments) << size;
+            ASSERT_EQ(IsoFile(file.bytes).Layout(), "ftyp mdat moov") << size;
+            ASSERT_EQ(IsoFile(file.bytes).Offsets(0).size(), fragments) << size;
+        }
+        killed.blocks.back().data = block.data;
+        if (block.note.kind == MX_BLOCK_MEDIA) ++fragments;
+        if (fragments == 0) continue;
+        EXPECT_EQ(MemoryFile{killed.File()}.Repair().fragments, fragments);
+    }
+    EXPECT_EQ(fragments, 4u);
+}
+
 TEST_F(HybridRepair, ARepairThatIsCutOffCanBeRunAgain) {
     Record();
     EXPECT_EQ(stream->Close(), 0u);
