@@ -238,6 +238,31 @@ TEST_F(Hmp4Packet, OtherParameterSetsAreAFurtherSampleEntryInBothIndexes) {
         Bytes("00000000 00000003 00000001 00000001 00000001 00000002 00000002 00000002 00000003 00000001 00000001"));
 }
 
+// More different ones than the room in front takes: it stays as it was, the fragments go on, and the tail has them all.
+TEST_F(Hmp4Packet, SampleEntriesThatOutgrowTheFrontStandInTheIndex) {
+    VideoOnly();
+    stream->Open();
+    constexpr uint32_t kSets = 200;
+    for (uint32_t i = 0; i < kSets; ++i) {
+        // Their last bytes, which tell them apart, lie behind what is read of them.
+        const ByteVector pps = test::BaselinePps() + ByteVector{static_cast<uint8_t>(1 + i), 0x80};
+        stream->Video(test::Units({test::BaselineSps(), pps, Bytes("65 88 01")}), MX_SUB_I, i * 3600, i * 3600, 3600);
+    }
+    const IsoFile growing(stream->File());
+    const uint64_t in_front = growing.Number(IsoFile::Table(0, "stsd"), 4, 4);
+    EXPECT_GT(in_front, 100u);
+    EXPECT_LT(in_front, kSets);
+    std::string layout = "ftyp free moov free";
+    for (uint32_t i = 0; i + 1 < kSets; ++i)
+        layout += " free moof mdat";
+    EXPECT_EQ(growing.Layout(), layout);
+    EXPECT_EQ(stream->Close(), 0u);
+    const IsoFile file(stream->File());
+    EXPECT_EQ(file.Layout(), "ftyp mdat moov");
+    EXPECT_EQ(file.Number(IsoFile::Table(0, "stsd"), 4, 4), kSets);
+    EXPECT_EQ(file.Sizes(0), std::vector<uint64_t>(kSets, 7));
+}
+
 TEST_F(Hmp4Packet, ATrackOfEmptyFramesHasNoSamples) {
     stream->Open();
     stream->Audio(Adts({}), 0, 1024);
