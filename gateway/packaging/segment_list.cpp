@@ -157,8 +157,8 @@ uint64_t SegmentList::Bandwidth() const {
     return static_cast<uint64_t>(most);
 }
 
-MediaPlaylist SegmentList::Playlist() const {
-    MediaPlaylist playlist;
+Streaming::MediaPlaylist SegmentList::Playlist() const {
+    Streaming::MediaPlaylist playlist;
     playlist.target = settings_.segment;
     playlist.part_target = settings_.part;
     playlist.ended = ended_;
@@ -167,7 +167,7 @@ MediaPlaylist SegmentList::Playlist() const {
     for (size_t i = segments_.size() - count; i < segments_.size(); ++i) {
         const Segment& segment = segments_[i];
         if (!segment.complete && segment.parts.empty()) continue;
-        PlaylistSegment listed;
+        Streaming::PlaylistSegment listed;
         listed.number = segment.number;
         listed.duration = segment.duration;
         listed.wall_ms = segment.wall_ms;

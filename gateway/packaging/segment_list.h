@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "hub/block.h"
-#include "protocols/playlist.h"
+#include "streaming/playlist.h"
 
 namespace Orvane::Muxora::Gateway {
 
@@ -74,7 +74,7 @@ class SegmentList {
     uint64_t Bandwidth() const;
 
     // What a playlist lists; the caller adds what it knows besides. Not when Empty.
-    MediaPlaylist Playlist() const;
+    Streaming::MediaPlaylist Playlist() const;
 
   private:
     bool CutsBefore(const Block& block) const;

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "MuxoraExt.h"
-#include "protocols/codec_string.h"
+#include "streaming/codec_string.h"
 
 namespace Orvane::Muxora::Gateway {
 
@@ -74,7 +74,7 @@ void Segments::OnFrame(const FramePtr& frame) {
 void Segments::Take(Track* track, const BlockPtr& block) {
     const bool is_video = video_ && track == &*video_;
     if (block->kind == Block::Kind::kHeader) {
-        const std::string codec = CodecString(block->bytes);
+        const std::string codec = Streaming::CodecString(block->bytes);
         if (!codec.empty()) (is_video ? about_.video_codec : about_.audio_codec) = codec;
     }
     const auto cut_before = track->list.LatestCut();

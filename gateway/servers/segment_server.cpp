@@ -7,12 +7,19 @@
 #include <utility>
 
 #include "protocols/access.h"
-#include "protocols/manifest.h"
-#include "protocols/playlist.h"
+#include "streaming/manifest.h"
+#include "streaming/playlist.h"
 
 namespace Orvane::Muxora::Gateway {
 
 namespace {
+
+using Streaming::AdaptationSet;
+using Streaming::Manifest;
+using Streaming::MasterPlaylist;
+using Streaming::MediaPlaylist;
+using Streaming::Representation;
+using Streaming::Variant;
 
 using SegmentsPtr = std::shared_ptr<Segments>;
 
@@ -102,16 +109,19 @@ bool Ready(const Segments& segments) {
 
 Reply Master(const Segments& segments, const std::string& carried) {
     const auto& about = segments.About();
+    const bool video = !about.video_codec.empty();
+    const bool audio = !about.audio_codec.empty();
     MasterPlaylist playlist;
-    playlist.carried = carried;
-    playlist.video_codec = about.video_codec;
-    playlist.audio_codec = about.audio_codec;
-    playlist.width = about.width;
-    playlist.height = about.height;
-    playlist.frame_rate = about.frame_rate;
-    playlist.channels = about.channels;
+    playlist.version = 9;
+    if (video && audio) playlist.audio.push_back({"audio", "audio.m3u8" + carried, about.channels});
+    Variant& variant = playlist.variants.emplace_back();
+    variant.uri = (video ? "video.m3u8" : "audio.m3u8") + carried;
+    variant.codecs = about.video_codec + (video && audio ? "," : "") + about.audio_codec;
+    variant.width = video ? about.width : 0;
+    variant.height = about.height;
+    variant.frame_rate = video ? about.frame_rate : 0;
     for (const SegmentList* list : {segments.Video(), segments.Audio()})
-        playlist.bandwidth += list != nullptr ? std::max<uint64_t>(list->Bandwidth(), 1000) : 0;
+        variant.bandwidth += list != nullptr ? std::max<uint64_t>(list->Bandwidth(), 1000) : 0;
     return Playlist(PrintMasterPlaylist(playlist), "no-cache");
 }
 
@@ -149,8 +159,10 @@ Reply Dash(const Segments& segments, const std::string& carried, double target) 
     for (const bool video : {true, false}) {
         const SegmentList* list = ListOf(segments, video);
         if (list == nullptr) continue;
-        ManifestTrack track;
-        track.video = video;
+        AdaptationSet& set = manifest.sets.emplace_back();
+        set.video = video;
+        Representation& track = set.representations.emplace_back();
+        track.id = video ? "video" : "audio";
         track.prefix = std::string(video ? "video-" : "audio-") + segments.Generation() + "-";
         track.codec = video ? about.video_codec : about.audio_codec;
         track.bandwidth = std::max<uint64_t>(list->Bandwidth(), 1000);
@@ -177,7 +189,6 @@ Reply Dash(const Segments& segments, const std::string& carried, double target) 
         if (track.segments.empty()) return Busy();
         manifest.depth = std::max(manifest.depth, depth);
         manifest.ended = manifest.ended || list->Ended();
-        manifest.tracks.push_back(std::move(track));
     }
     Reply reply = Reply::Text(200, PrintManifest(manifest), "application/dash+xml");
     reply.headers = {{"Cache-Control", "public, max-age=1"}};

@@ -34,13 +34,13 @@ void CatchInterrupts() {
     sigaction(SIGTERM, &action, nullptr);
 }
 
-void Pace::WaitFor(int64_t ms) {
-    if (first_ms_ < 0) {
-        first_ms_ = ms;
+void Pace::WaitForUs(int64_t us) {
+    if (first_us_ < 0) {
+        first_us_ = us;
         start_ns_ = NowNs();
         return;
     }
-    const auto due = start_ns_ + static_cast<int64_t>(static_cast<double>(ms - first_ms_) * 1e6 / speed_);
+    const auto due = start_ns_ + static_cast<int64_t>(static_cast<double>(us - first_us_) * 1e3 / speed_);
     while (!Interrupted()) {
         const int64_t left = due - NowNs();
         if (left <= 0) return;

@@ -13,11 +13,12 @@ void CatchInterrupts();
 class Pace {
   public:
     explicit Pace(double speed) : speed_(speed) {}
-    void WaitFor(int64_t ms);
+    void WaitFor(int64_t ms) { WaitForUs(ms * 1000); }
+    void WaitForUs(int64_t us);
 
   private:
     double speed_;
-    int64_t first_ms_ = -1;
+    int64_t first_us_ = -1;
     int64_t start_ns_ = 0;
 };
 

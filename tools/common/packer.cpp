@@ -48,6 +48,9 @@ Packer::Packer(const Format& format, const PackerSettings& settings, const Media
     if (format.number == MX_FORMAT_RTP) {
         MX_SetParam(handle_.get(), MX_PARAM_RTP, &settings_.rtp, sizeof settings_.rtp);
     }
+    if (settings_.fragment && MXSetFragmentParam(handle_.get(), &*settings_.fragment) != MX_OK) {
+        throw Failure("the library does not cut " + std::string(format.key) + " like that");
+    }
     if (!settings_.key.empty()) {
         MX_SetEncryptType(handle_.get(), MX_ENCRYPT_AES, settings_.key.data(),
                           static_cast<uint32_t>(settings_.key.size()));

@@ -5,6 +5,7 @@
 #include "muxora/batch.h"
 #include "muxora/command.h"
 #include "muxora/pack_run.h"
+#include "muxora/presentation.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -65,6 +66,11 @@ void Pack(const PackArguments& arguments) {
         PackBatch(arguments);
         return;
     }
+    if (IsPresentation(arguments)) {
+        const OwnStdout out;
+        PackPresentation(arguments, out);
+        return;
+    }
     const Format& format = ChooseFormat(arguments);
     CheckArguments(arguments, format);
     const OwnStdout out;
@@ -79,7 +85,11 @@ void AddPack(CLI::App& app) {
     CLI::App* command = app.add_subcommand("pack", "Pack media files or raw streams into a format");
     auto arguments = std::make_shared<PackArguments>();
     arguments->input.AddTo(*command);
-    command->add_option("-o,--output", arguments->output, "The file to write; - is the standard output")->required();
+    command
+        ->add_option(
+            "-o,--output", arguments->output,
+            "The file to write; - is the standard output; .m3u8 and .mpd make HLS and DASH, each INPUT a rendition")
+        ->required();
     command->add_option("-f,--format", arguments->format_key, "Format key (see muxora formats); else by extension");
     command->add_flag("--realtime", arguments->realtime, "As fast as the media plays, not faster");
     command->add_option("--reserve", arguments->reserve, "mp4, mov: room in front for the index, in bytes");
@@ -109,6 +119,7 @@ void AddPack(CLI::App& app) {
         "  muxora pack film.mkv -f ts -o - | ffplay -\n"
         "  muxora pack camera.ts -o 'part-%03d.mp4' --segment 10min\n"
         "  muxora pack --jobs 4 -f ts -o converted/ *.mp4\n"
+        "  muxora pack high.mp4 low.mp4 -o site/index.m3u8 --segment 6s\n"
         "  muxora pack rtsp://camera/1 -o recording.mp4 --realtime --backup 1");
     command->callback([arguments] { Pack(*arguments); });
 }

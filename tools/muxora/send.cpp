@@ -1,4 +1,6 @@
-// muxora send: paced RTP to a receiver.
+// muxora send --to rtp://HOST:PORT, and the choice between the three ways to send.
+#include "muxora/send.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cinttypes>
@@ -14,25 +16,14 @@
 #include "common/packer.h"
 #include "common/rtp_sender.h"
 #include "common/sdp.h"
+#include "common/ts_link.h"
 #include "muxora/command.h"
-#include "muxora/options.h"
 
 namespace Orvane::Muxora::Tools {
 
 namespace {
 
 constexpr size_t kRtpHeaderSize = 12;
-
-struct SendArguments {
-    InputArguments input;
-    RtpArguments rtp;
-    std::string to;
-    std::string sdp;
-    double speed = 1;
-    double wait = 0;
-    bool quiet = false;
-    bool json = false;
-};
 
 class SendRun {
   public:
@@ -185,6 +176,10 @@ class SendRun {
 
 void Send(const SendArguments& arguments) {
     const OwnStdout out;
+    if (TsLink::Takes(arguments.to)) {
+        SendTs(arguments, out);
+        return;
+    }
     SendRun run(arguments);
     run.Run();
     run.Report(out);
@@ -193,20 +188,26 @@ void Send(const SendArguments& arguments) {
 }  // namespace
 
 void AddSend(CLI::App& app) {
-    CLI::App* command = app.add_subcommand("send", "Send media as paced RTP to a receiver");
+    CLI::App* command = app.add_subcommand(
+        "send", "Send media to a receiver at its own pace: RTP, or a transport stream over UDP or SRT");
     auto arguments = std::make_shared<SendArguments>();
     arguments->input.AddTo(*command);
-    command->add_option("--to", arguments->to, "rtp://HOST:PORT: video goes there, audio two ports above")->required();
-    command->add_option("--sdp", arguments->sdp, "Write the description that a player opens to this file");
+    command
+        ->add_option("--to", arguments->to,
+                     "rtp://HOST:PORT (video goes there, audio two ports above), udp://HOST:PORT, or srt://HOST:PORT")
+        ->required();
+    command->add_option("--sdp", arguments->sdp, "rtp: write the description that a player opens to this file");
     command->add_option("--speed", arguments->speed, "Times the speed of the media (1)")
         ->check(CLI::Range(0.01, 1000.0));
-    command->add_option("--wait", arguments->wait, "Seconds between the description and the first packet")
+    command->add_option("--wait", arguments->wait, "Seconds before the first packet, behind the description of RTP")
         ->check(CLI::Range(0.0, 3600.0));
     command->add_flag("--quiet", arguments->quiet, "No progress and no summary");
     command->add_flag("--json", arguments->json, "Print the summary as JSON");
     arguments->rtp.AddTo(*command);
     command->footer(
-        "Example:\n"
+        "Examples:\n"
+        "  muxora send film.mp4 --to udp://239.1.2.3:5000?ttl=4\n"
+        "  muxora send film.mp4 --to 'srt://receiver:9000?latency=200000'\n"
         "  muxora send film.mp4 --to rtp://127.0.0.1:5004 --sdp film.sdp --wait 2 &\n"
         "  ffplay -protocol_whitelist file,udp,rtp film.sdp");
     command->callback([arguments] { Send(*arguments); });

@@ -3,20 +3,28 @@
 //     node numbers.mjs MODULES FILE HOW RATE COUNT OFFSET
 //
 // HOW is native (the file as the source of a video element), mse (fragmented MP4 through Media Source), mpegts or flv
-// (through mpegts.js). Picture n is shown from OFFSET + n / RATE seconds on. The number stands in the picture's top rows: ten squares of 32 pixels, white for a 1,
-// the lowest bit first. Standard output gets one line of JSON: the numbers while it plays, the number at the middle of
-// each picture's time, those at 20 random places in time, and every error.
-import { createReadStream, statSync } from 'node:fs';
+// (through mpegts.js), hls (a playlist, through hls.js) or shaka (a manifest or playlist, through shaka-player). Picture n
+// is shown from OFFSET + n / RATE seconds on. The number stands along the picture's top: ten squares over its width,
+// white for a 1, the lowest bit first. Standard output gets one line of JSON: the numbers while it plays, the number at
+// the middle of each picture's time, those at 20 random places in time, the picture's widths, and every error. A
+// presentation plays its largest rendition first, and is sought in its smallest.
+import { createReadStream, existsSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
-import { join } from 'node:path';
+import { basename, dirname, join } from 'node:path';
 
 import { withChromium } from './chromium.mjs';
 
 const [modules, file, how, rate, count, offset] = process.argv.slice(2);
 
 const page_text = '<!doctype html><meta charset="utf-8"><title>Muxora</title>' +
-    '<video id="video" muted></video><script src="/mpegts.js"></script>';
+    '<video id="video" muted></video>';
 const types = { native: 'video/x-matroska', mse: 'video/mp4', mpegts: 'video/mp2t', flv: 'video/x-flv' };
+const players = {
+    mpegts: 'mpegts.js/dist/mpegts.js',
+    flv: 'mpegts.js/dist/mpegts.js',
+    hls: 'hls.js/dist/hls.min.js',
+    shaka: 'shaka-player/dist/shaka-player.compiled.js',
+};
 
 // Files have ranges, so that the browser can seek in them.
 function sendFile(request, response, path, type) {
@@ -35,8 +43,15 @@ const server = createServer((request, response) => {
     const path = new URL(request.url, 'http://localhost').pathname;
     if (path === '/') {
         response.setHeader('Content-Type', 'text/html').end(page_text);
-    } else if (path === '/mpegts.js') {
-        sendFile(request, response, join(modules, 'node_modules', 'mpegts.js', 'dist', 'mpegts.js'), 'text/javascript');
+    } else if (path.startsWith('/site/') && !path.includes('..')) {
+        // A presentation: the playlist's folder and those beside it.
+        const wanted = join(dirname(file), decodeURIComponent(path.slice('/site/'.length)));
+        if (existsSync(wanted)) {
+            sendFile(request, response, wanted, path.endsWith('.m3u8') ? 'application/vnd.apple.mpegurl'
+                : path.endsWith('.mpd') ? 'application/dash+xml' : 'video/mp4');
+        } else {
+            response.writeHead(404).end();
+        }
     } else if (path === '/media') {
         sendFile(request, response, file, types[how]);
     } else {
@@ -47,7 +62,7 @@ await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
 const address = `http://127.0.0.1:${server.address().port}`;
 
 // Runs in the page.
-async function watch({ how, rate, count, offset }) {
+async function watch({ how, rate, count, offset, site }) {
     const video = document.getElementById('video');
     const errors = [];
     video.addEventListener('error', () => errors.push(`video: ${video.error.message}`));
@@ -59,7 +74,8 @@ async function watch({ how, rate, count, offset }) {
         context.drawImage(video, 0, 0);
         let value = 0;
         for (let bit = 0; bit < 10; ++bit) {
-            if (context.getImageData(bit * 32 + 16, 16, 1, 1).data[0] > 128) value += 1 << bit;
+            const middle = Math.floor(canvas.width / 10 * (bit + 0.5));
+            if (context.getImageData(middle, Math.floor(canvas.width / 20), 1, 1).data[0] > 128) value += 1 << bit;
         }
         return value;
     };
@@ -71,6 +87,7 @@ async function watch({ how, rate, count, offset }) {
         if (!condition()) errors.push(`waited in vain at ${video.currentTime}`);
     };
 
+    let smallest = () => {};
     if (how === 'native') {
         video.src = '/media';
     } else if (how === 'mse') {
@@ -82,6 +99,28 @@ async function watch({ how, rate, count, offset }) {
             buffer.addEventListener('updateend', () => source.endOfStream(), { once: true });
             buffer.appendBuffer(await (await fetch('/media')).arrayBuffer());
         }, { once: true });
+    } else if (how === 'hls') {
+        const player = new Hls({ enableWorker: false, startLevel: 1 });
+        player.on(Hls.Events.ERROR, (_, data) => {
+            // A busy machine may be late; a hole between segments, or bytes that it cannot read, are the stream's.
+            const late = /TimeOut$|^bufferStalledError$|^bufferNudgeOnStall$/.test(data.details) && !data.fatal;
+            if (!late) errors.push(`${data.type} ${data.details} ${data.reason ?? ''}`);
+        });
+        player.attachMedia(video);
+        player.loadSource(site);
+        await until(() => player.levels.length > 0);
+        player.currentLevel = player.levels.length - 1;
+        smallest = () => { player.currentLevel = 0; };
+    } else if (how === 'shaka') {
+        shaka.polyfill.installAll();
+        const player = new shaka.Player();
+        await player.attach(video);
+        player.addEventListener('error', (event) => errors.push(`shaka ${event.detail.code} ${event.detail.data}`));
+        player.configure({ abr: { enabled: false } });
+        await player.load(site).catch((error) => errors.push(`load: ${error.code} ${error.data}`));
+        const bySize = () => player.getVariantTracks().sort((a, b) => a.width - b.width);
+        if (errors.length === 0) player.selectVariantTrack(bySize().at(-1), true);
+        smallest = () => player.selectVariantTrack(bySize()[0], true);
     } else {
         const player = mpegts.createPlayer({ type: how, url: '/media', isLive: false },
             { enableWorker: false, lazyLoad: false, accurateSeek: true, autoCleanupSourceBuffer: false });
@@ -116,19 +155,25 @@ async function watch({ how, rate, count, offset }) {
     };
     const stepped = [];
     for (let n = 0; n < count && errors.length === 0; ++n) stepped.push(await at(n));
+    const widths = [video.videoWidth];
+    smallest();
     const sought = [];
     for (let i = 0; i < 20 && errors.length === 0; ++i) {
         const wanted = Math.floor(Math.random() * count);
         sought.push({ wanted, got: await at(wanted) });
     }
-    return { played, stepped, sought, errors };
+    widths.push(video.videoWidth);
+    return { played, stepped, sought, widths, errors };
 }
 
 try {
     await withChromium(modules, async (browser) => {
         const page = await browser.newPage();
         await page.goto(address);
-        const result = await page.evaluate(watch, { how, rate: Number(rate), count: Number(count), offset: Number(offset) });
+        if (how in players) await page.addScriptTag({ path: join(modules, 'node_modules', players[how]) });
+        const result = await page.evaluate(watch, {
+            how, rate: Number(rate), count: Number(count), offset: Number(offset), site: `/site/${basename(file)}`,
+        });
         console.log(JSON.stringify(result));
     });
 } finally {

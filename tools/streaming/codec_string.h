@@ -5,9 +5,9 @@
 #include <span>
 #include <string>
 
-namespace Orvane::Muxora::Gateway {
+namespace Orvane::Muxora::Streaming {
 
 // Reads it out of an initialisation segment (ISO/IEC 14496-12) with one track; empty when there is no sample entry.
 std::string CodecString(std::span<const uint8_t> init);
 
-}  // namespace Orvane::Muxora::Gateway
+}  // namespace Orvane::Muxora::Streaming

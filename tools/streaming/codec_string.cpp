@@ -1,9 +1,9 @@
-#include "protocols/codec_string.h"
+#include "streaming/codec_string.h"
 
 #include <cstdio>
 #include <string_view>
 
-namespace Orvane::Muxora::Gateway {
+namespace Orvane::Muxora::Streaming {
 
 namespace {
 
@@ -106,4 +106,4 @@ std::string CodecString(Bytes init) {
     return entry;
 }
 
-}  // namespace Orvane::Muxora::Gateway
+}  // namespace Orvane::Muxora::Streaming

@@ -1,11 +1,11 @@
-#include "protocols/playlist.h"
+#include "streaming/playlist.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <ctime>
 
-namespace Orvane::Muxora::Gateway {
+namespace Orvane::Muxora::Streaming {
 
 namespace {
 
@@ -17,6 +17,15 @@ std::string Seconds(double value) {
 
 std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
+}
+
+// 4.2: a quoted string has no quotation mark and no line's end in it.
+std::string QuotedName(std::string text) {
+    for (char& c : text) {
+        if (c == '"') c = '\'';
+        if (static_cast<unsigned char>(c) < ' ') c = ' ';
+    }
+    return Quoted(text);
 }
 
 void AddParts(const MediaPlaylist& playlist, const PlaylistSegment& segment, std::string& text) {
@@ -53,14 +62,21 @@ std::string DateText(int64_t ms) {
 }
 
 std::string PrintMediaPlaylist(const MediaPlaylist& playlist) {
-    // 4.4.3.1: no segment is longer, when rounded to whole seconds.
+    const bool live = playlist.part_target.has_value();
+    // 4.3.3.1: no segment is longer, when rounded to whole seconds.
     double longest = playlist.target;
     for (const PlaylistSegment& segment : playlist.segments)
         longest = std::max(longest, segment.duration);
-    std::string text = "#EXTM3U\n#EXT-X-VERSION:9\n";
-    text += "#EXT-X-TARGETDURATION:" + std::to_string(std::llround(std::ceil(longest - 0.5))) + "\n";
-    text += "#EXT-X-SERVER-CONTROL:CAN-BLOCK-RELOAD=YES,PART-HOLD-BACK=" + Seconds(playlist.part_target * 3) + "\n";
-    text += "#EXT-X-PART-INF:PART-TARGET=" + Seconds(playlist.part_target) + "\n";
+    // Parts want version 9; initialisation segments of fragmented MP4 are of version 7.
+    std::string text = live ? "#EXTM3U\n#EXT-X-VERSION:9\n" : "#EXTM3U\n#EXT-X-VERSION:7\n";
+    text += "#EXT-X-TARGETDURATION:" + std::to_string(std::max(1LL, std::llround(std::ceil(longest - 0.5)))) + "\n";
+    if (live) {
+        text += "#EXT-X-SERVER-CONTROL:CAN-BLOCK-RELOAD=YES,PART-HOLD-BACK=" + Seconds(*playlist.part_target * 3) +
+                "\n#EXT-X-PART-INF:PART-TARGET=" + Seconds(*playlist.part_target) + "\n";
+    } else {
+        text += "#EXT-X-PLAYLIST-TYPE:VOD\n";
+    }
+    if (playlist.independent) text += "#EXT-X-INDEPENDENT-SEGMENTS\n";
     text += "#EXT-X-MEDIA-SEQUENCE:" + std::to_string(playlist.segments.front().number) + "\n";
     if (playlist.discontinuities != 0) {
         text += "#EXT-X-DISCONTINUITY-SEQUENCE:" + std::to_string(playlist.discontinuities) + "\n";
@@ -71,7 +87,7 @@ std::string PrintMediaPlaylist(const MediaPlaylist& playlist) {
         if (before == nullptr || before->init != segment.init) {
             text += "#EXT-X-MAP:URI=" + Quoted(playlist.prefix + InitName(segment.init) + playlist.carried) + "\n";
         }
-        text += "#EXT-X-PROGRAM-DATE-TIME:" + DateText(segment.wall_ms) + "\n";
+        if (segment.wall_ms) text += "#EXT-X-PROGRAM-DATE-TIME:" + DateText(*segment.wall_ms) + "\n";
         AddParts(playlist, segment, text);
         if (segment.complete) {
             text += "#EXTINF:" + Seconds(segment.duration) + ",\n" + playlist.prefix + SegmentName(segment.number) +
@@ -92,25 +108,30 @@ std::string PrintMediaPlaylist(const MediaPlaylist& playlist) {
 }
 
 std::string PrintMasterPlaylist(const MasterPlaylist& playlist) {
-    std::string text = "#EXTM3U\n#EXT-X-VERSION:9\n#EXT-X-INDEPENDENT-SEGMENTS\n";
-    const bool video = !playlist.video_codec.empty();
-    const bool audio = !playlist.audio_codec.empty();
-    if (video && audio) {
-        text += "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"audio\",NAME=\"audio\",DEFAULT=YES,AUTOSELECT=YES,CHANNELS=\"" +
-                std::to_string(playlist.channels) + "\",URI=" + Quoted("audio.m3u8" + playlist.carried) + "\n";
+    std::string text = "#EXTM3U\n#EXT-X-VERSION:" + std::to_string(playlist.version) + "\n";
+    if (playlist.independent) text += "#EXT-X-INDEPENDENT-SEGMENTS\n";
+    for (const AudioRendition& audio : playlist.audio) {
+        text += "#EXT-X-MEDIA:TYPE=AUDIO,GROUP-ID=\"audio\",NAME=" + QuotedName(audio.name) +
+                (&audio == &playlist.audio.front() ? ",DEFAULT=YES" : "") +
+                ",AUTOSELECT=YES,CHANNELS=" + Quoted(std::to_string(audio.channels)) + ",URI=" + Quoted(audio.uri) +
+                "\n";
     }
-    text += "#EXT-X-STREAM-INF:BANDWIDTH=" + std::to_string(playlist.bandwidth) +
-            ",CODECS=" + Quoted(playlist.video_codec + (video && audio ? "," : "") + playlist.audio_codec);
-    if (video) {
-        text += ",RESOLUTION=" + std::to_string(playlist.width) + "x" + std::to_string(playlist.height);
-        if (playlist.frame_rate > 0) {
+    for (const Variant& variant : playlist.variants) {
+        text += "#EXT-X-STREAM-INF:BANDWIDTH=" + std::to_string(variant.bandwidth);
+        if (variant.average != 0) text += ",AVERAGE-BANDWIDTH=" + std::to_string(variant.average);
+        text += ",CODECS=" + Quoted(variant.codecs);
+        if (variant.width != 0) {
+            text += ",RESOLUTION=" + std::to_string(variant.width) + "x" + std::to_string(variant.height);
+        }
+        if (variant.frame_rate > 0) {
             char rate[32];
-            std::snprintf(rate, sizeof rate, ",FRAME-RATE=%.3f", playlist.frame_rate);
+            std::snprintf(rate, sizeof rate, ",FRAME-RATE=%.3f", variant.frame_rate);
             text += rate;
         }
-        if (audio) text += ",AUDIO=\"audio\"";
+        if (!playlist.audio.empty()) text += ",AUDIO=\"audio\"";
+        text += "\n" + variant.uri + "\n";
     }
-    return text + "\n" + (video ? "video" : "audio") + ".m3u8" + playlist.carried + "\n";
+    return text;
 }
 
-}  // namespace Orvane::Muxora::Gateway
+}  // namespace Orvane::Muxora::Streaming

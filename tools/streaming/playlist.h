@@ -1,11 +1,12 @@
-// HLS playlists (RFC 8216bis) as text.
+// HLS playlists (RFC 8216, and RFC 8216bis where they are live) as text.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
-namespace Orvane::Muxora::Gateway {
+namespace Orvane::Muxora::Streaming {
 
 struct PlaylistPart {
     double duration = 0;       // seconds
@@ -15,8 +16,8 @@ struct PlaylistPart {
 struct PlaylistSegment {
     uint64_t number = 0;
     double duration = 0;
-    int64_t wall_ms = 0;  // when it began, since 1970
-    unsigned init = 0;    // which initialisation segment
+    std::optional<int64_t> wall_ms;  // when it began, since 1970
+    unsigned init = 0;               // which initialisation segment
     bool complete = true;
     bool discontinuity = false;
     std::vector<PlaylistPart> parts;  // empty: not listed
@@ -32,8 +33,10 @@ struct RenditionReport {
 struct MediaPlaylist {
     std::string prefix;   // of the files' names: "video-GENERATION-"
     std::string carried;  // query of all addresses, with its '?', or empty
-    double target = 2;
-    double part_target = 0.25;
+    double target = 2;    // of a segment, in seconds; it becomes longer where a segment is
+    // Parts at the live edge of a stream that grows; without, the playlist is whole and will not change.
+    std::optional<double> part_target;
+    bool independent = false;      // every segment can be decoded by itself
     uint64_t discontinuities = 0;  // that have left the playlist
     bool ended = false;
     std::vector<PlaylistSegment> segments;  // at least one; the last one may be incomplete
@@ -47,15 +50,28 @@ std::string InitName(unsigned init);                 // "init0.mp4"
 
 std::string PrintMediaPlaylist(const MediaPlaylist& playlist);
 
-struct MasterPlaylist {
-    std::string carried;
-    std::string video_codec;  // RFC 6381; empty: there is none
-    std::string audio_codec;
-    uint64_t bandwidth = 0;  // bits a second
-    uint32_t width = 0;
-    uint32_t height = 0;
-    double frame_rate = 0;
+// Sound that goes with every variant of pictures.
+struct AudioRendition {
+    std::string name;  // no two have the same
+    std::string uri;
     uint32_t channels = 0;
+};
+
+struct Variant {
+    std::string uri;
+    std::string codecs;      // RFC 6381, of the sound that goes with it as well
+    uint64_t bandwidth = 0;  // bits a second, of the sound as well: at most
+    uint64_t average = 0;    // and on average; 0: not stated
+    uint32_t width = 0;      // 0: sound alone
+    uint32_t height = 0;
+    double frame_rate = 0;  // 0: not known
+};
+
+struct MasterPlaylist {
+    int version = 7;
+    bool independent = true;            // every segment of every playlist can be decoded by itself
+    std::vector<AudioRendition> audio;  // the first one is the default
+    std::vector<Variant> variants;
 };
 
 std::string PrintMasterPlaylist(const MasterPlaylist& playlist);
@@ -63,4 +79,4 @@ std::string PrintMasterPlaylist(const MasterPlaylist& playlist);
 // "2026-11-22T00:12:33.480Z"
 std::string DateText(int64_t ms);
 
-}  // namespace Orvane::Muxora::Gateway
+}  // namespace Orvane::Muxora::Streaming
