@@ -126,7 +126,7 @@ void AvformatMuxer::State::Write(const MXFrameInfo& frame) {
 }
 
 AvformatMuxer::AvformatMuxer(const GeneralPurpose& format, Codecs codecs) {
-    av_log_set_level(AV_LOG_ERROR);
+    av_log_set_level(AV_LOG_FATAL);
     if (std::strcmp(format.name, "rtp") == 0) {
         contexts_.push_back(std::make_unique<State>(format, Codecs{codecs.video, 0}));
         contexts_.push_back(std::make_unique<State>(format, Codecs{0, codecs.audio}));

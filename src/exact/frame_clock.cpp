@@ -56,7 +56,7 @@ FrameTime FrameClock::Apply(Stream& stream, const MXFrameTimes& times, Counters 
     if (!stream.started) Begin(stream, times);
     const auto convert = [&](int64_t value) { return Rescale(value, times.time_scale, stream.scale); };
     const int64_t given_dts = convert(times.dts);
-    const int64_t given_pts = convert(times.pts);
+    const int64_t given_pts = times.pts == times.dts ? given_dts : convert(times.pts);
 
     if (stream.started && IsJump(stream, given_dts + stream.offset)) {
         Jump(stream, given_dts);
