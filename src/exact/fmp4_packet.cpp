@@ -6,8 +6,9 @@ namespace Orvane::Muxora {
 
 void CFmp4Packet::EmitTracks() {
     const std::vector<const Mp4Track*> tracks = Tracks();
-    std::vector<uint8_t> bytes;
-    BoxWriter out(bytes);
+    // Kept: the stream component hands these bytes out after the call.
+    head_.clear();
+    BoxWriter out(head_);
     {
         const auto ftyp = out.Box("ftyp");
         out.Text("iso6").BE32(0).Text("iso6").Text("mp41").Text("dash");
@@ -17,7 +18,7 @@ void CFmp4Packet::EmitTracks() {
     uint32_t flags = 0;
     for (const Mp4Track* track : tracks)
         flags |= track->video ? MX_BLOCK_VIDEO : MX_BLOCK_AUDIO;
-    EmitExact(bytes.data(), static_cast<uint32_t>(bytes.size()),
+    EmitExact(head_.data(), static_cast<uint32_t>(head_.size()),
               {MX_BLOCK_HEADER, flags, tracks.front()->time_scale, 0, 0});
 }
 
