@@ -194,6 +194,25 @@ TEST(Mp4v, AConfigurationOfMoreThan256BytesIsNotTaken) {
     EXPECT_EQ(Written(stsd), before);
 }
 
+TEST(Mp4v, AConfigurationOf256BytesIsWrittenWhole) {
+    ByteVector config = Bytes("00 00 01 B0");
+    config.resize(256, 0x55);
+    const ByteVector frame = config + Bytes("00 00 01 B6 10 11 12 13 14");
+    const TrackInfo info = Video(frame, 1);
+    CBox_stsd stsd(BoxVariant::kMp4);
+    stsd.Init(1, &info);
+    stsd.Update(Sample(frame));
+    testing::internal::CaptureStdout();
+    CGrowBuffer buffer;
+    stsd.Write(&buffer);
+    testing::internal::GetCapturedStdout();
+    const ByteVector bytes(buffer.Data(), buffer.Data() + buffer.Size());
+    // Lengths in groups of seven bits: 288, 274 and 256.
+    EXPECT_EQ(test::Slice(bytes, 102, bytes.size() - 102),
+              Bytes("00 00 01 31 65 73 64 73  00 00 00 00  03 80 80 80 82 20  00 01 10  04 80 80 80 82 12  20 11") +
+                  ByteVector(11) + Bytes("05 80 80 80 82 00") + config + Bytes("06 80 80 80 01 02"));
+}
+
 TEST(Mp4v, ADescriptorOf128BytesAndMoreOutgrowsItsBoxAndThatIsSaid) {
     ByteVector frame = Bytes("00 00 01 B0");
     frame.resize(128, 0x55);
