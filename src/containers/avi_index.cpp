@@ -40,7 +40,7 @@ bool AviStandardIndex::Reserve() {
 }
 
 void AviStandardIndex::Add(uint32_t offset, uint32_t size) {
-    if (chunk_.Size() == 0 && !Reserve()) return;
+    if (!Reserve()) return;
     ByteCursor(chunk_.Extend(kStandardEntrySize), kStandardEntrySize)
         .LE32(offset)  // dwOffset
         .LE32(size);   // dwSize
@@ -71,7 +71,7 @@ bool AviLegacyIndex::Reserve() {
 }
 
 void AviLegacyIndex::Add(AviStream stream, uint32_t flags, uint32_t offset, uint32_t length) {
-    if (chunk_.Size() == 0 && !Reserve()) return;
+    if (!Reserve()) return;
     ByteCursor(chunk_.Extend(kLegacyEntrySize), kLegacyEntrySize)
         .Bytes(AviChunkId(stream), kFourCCSize)  // ckid
         .LE32(flags)                             // dwFlags
