@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: serve-demo page-test help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean
+.PHONY: serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -33,6 +33,12 @@ page-test: build ## The gateway's page watched in Chromium for a minute; the scr
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench
 	@build/bench/bin/muxora_bench --benchmark_out=build/bench/bench.json --benchmark_out_format=json
+
+matrix: build ## Odd inputs times every format: each cell a right output, or a refusal with a reason
+	@MUXORA_TOOL=build/release/bin/muxora tests/players/matrix.py
+
+process-bench: build ## muxora pack against ffmpeg -c copy, the whole process, at 1, 18 and 317 MB
+	@bench/process_speed.py build/release/bin/muxora
 
 faults: setup build/release/build.ninja ## Every allocation and every write of a stream fails in turn, format by format
 	@cmake --build --preset release --target fault_tests

@@ -16,7 +16,7 @@ packages=(g++ cmake ninja-build make git pkg-config python3
 # The tests, their other players, and the checks.
 [ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind
     clang clang-format clang-tidy libclang-rt-14-dev binutils
-    flvmeta tshark chromium
+    flvmeta tshark chromium parallel
     doxygen abigail-tools dpkg-dev fish zsh bc
     libspdlog-dev prometheus-cpp-dev
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)

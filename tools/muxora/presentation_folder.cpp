@@ -55,7 +55,12 @@ PresentationFolder::PresentationFolder(const std::string& playlist, const std::s
 }
 
 PresentationFolder::~PresentationFolder() {
-    if (!kept_) RemoveMedia(path_);
+    if (kept_) return;
+    try {
+        RemoveMedia(path_);
+    } catch (...) {
+        // The next run takes it away.
+    }
 }
 
 std::string PresentationFolder::Address() const {

@@ -1,0 +1,358 @@
+#!/usr/bin/env python3
+"""Odd inputs times every format of the tool.
+
+    MUXORA_TOOL=build/release/bin/muxora tests/players/matrix.py [--part 0] [--inputs a,b] [--formats x,y] [--jobs 2]
+
+Each cell is a right output (ok), in which every picture and all sound decode as those of the input, or a refusal with a
+reason that leaves nothing behind (-). Anything else is an error. What an output lacks against its input (further tracks, a
+turn, the lower bits of samples) must be told in its notes. Two formats have a fixed header for sound: where it is not that
+of the input, players take the sound for something else, and the note must say so (told). --part takes a fixed part of the cells, without those of RTP.
+"""
+
+import argparse
+import array
+import collections
+import concurrent.futures
+import json
+import os
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+import zlib
+
+TOOL = os.environ.get('MUXORA_TOOL', 'muxora')
+PARTS = 9  # one cell of so many in a part
+
+FILM = ['-f', 'lavfi', '-i', 'testsrc2=s=192x144:r=25:d=2']
+TONE = ['-f', 'lavfi', '-i', 'sine=440:r=48000:d=2']
+X264 = ['-c:v', 'libx264', '-preset', 'ultrafast', '-pix_fmt', 'yuv420p', '-g', '25']
+B_PICTURES = ['-bf', '2', '-x264-params', 'b-adapt=0:keyint=25:min-keyint=25:scenecut=0']
+# Without the noise that a decoder makes up: a frame sounds the same wherever the decoder began.
+AAC = ['-c:a', 'aac', '-aac_pns', '0']
+
+
+class Trouble(Exception):
+    """What is wrong with a cell."""
+
+
+def run(*words, limit=300):
+    return subprocess.run([str(word) for word in words], stdin=subprocess.DEVNULL, capture_output=True, timeout=limit,
+                          check=False)
+
+
+def ffmpeg(*words):
+    done = run('ffmpeg', '-v', 'error', '-nostdin', '-y', *words)
+    if done.returncode != 0:
+        raise Trouble('ffmpeg: ' + (done.stderr.decode(errors='replace').splitlines() or ['failed'])[0])
+    return done.stdout
+
+
+class Input:
+    """A file, how to decode what is in it, and what must be told of it."""
+
+    def __init__(self, path, told='', words=(), raw=(), sound=None, video=True, inputs=None):
+        self.path = path
+        self.told = told          # a part of a note that every output of it has
+        self.words = list(words)  # for the tool
+        self.raw = list(raw)      # for ffmpeg, ahead of the file
+        self.sound = sound        # None: there is none; else the bare sound's file type
+        self.video = video
+        self.inputs = inputs or [path]
+        self.pictures, self.samples = [], b''
+
+    def decode(self, folder):
+        if self.video:
+            self.pictures = pictures(*self.raw, '-i', self.path)
+        if self.sound:
+            # The bare frames: a container may say that some samples are not to be heard.
+            bare = folder / f'{self.path.name}.{self.sound}'
+            if self.sound == 's16':
+                self.samples = samples('-i', self.path)
+            else:
+                ffmpeg('-i', self.path, '-map', '0:a:0', '-c', 'copy', bare)
+                self.samples = samples('-i', bare)
+
+
+def pictures(*source):
+    text = ffmpeg(*source, '-map', '0:v:0', '-fps_mode', 'passthrough', '-f', 'framemd5', '-').decode()
+    return [line.split(',')[-1].strip() for line in text.splitlines() if line and not line.startswith('#')]
+
+
+def samples(*source):
+    return ffmpeg(*source, '-map', '0:a:0', '-f', 's16le', '-')
+
+
+def make_inputs(folder):
+    def film(name, *words, **about):
+        path = folder / name
+        ffmpeg(*FILM, *TONE, *words, path)
+        return Input(path, **about)
+
+    made = {}
+    made['h264b'] = film('h264b.mp4', *X264, *B_PICTURES, *AAC, sound='aac')
+    made['ntsc'] = film('ntsc.mp4', '-r', '30000/1001', *X264, *AAC, sound='aac')
+    made['vfr'] = film('vfr.mkv', *X264, '-vf', "select='not(eq(mod(n,5),3))'", '-fps_mode', 'vfr', *AAC, sound='aac')
+    made['hevc'] = film('hevc.mp4', '-c:v', 'libx265', '-preset', 'ultrafast', '-x265-params', 'log-level=none', *AAC,
+                        sound='aac')
+    made['mpeg4'] = film('mpeg4.avi', '-c:v', 'mpeg4', '-bf', '0', '-g', '25', '-c:a', 'libmp3lame', sound='mp3')
+    made['mpeg4b'] = film('mpeg4b.mp4', '-c:v', 'mpeg4', '-bf', '2', '-g', '25', *AAC, sound='aac')
+    made['mpeg2'] = film('mpeg2.ts', '-c:v', 'mpeg2video', '-g', '12', '-c:a', 'mp2', sound='mp2')
+    made['m4a'] = film('sound.m4a', '-map', '1', *AAC, sound='aac', video=False)
+    made['aac51'] = film('aac51.mp4', *X264, *AAC, '-ac', '6', sound='aac')
+    made['mulaw'] = film('mulaw.mov', *X264, '-c:a', 'pcm_mulaw', '-ar', '8000', sound='s16')
+    made['pcm16'] = film('pcm16.wav', '-map', '1', '-c:a', 'pcm_s16le', '-ar', '8000', '-ac', '1', sound='s16', video=False)
+    made['pcm24'] = film('pcm24.mov', *X264, '-c:a', 'pcm_s24le', sound='s16', told='narrowed')
+    made['pcmf32'] = film('pcmf32.mkv', *X264, '-c:a', 'pcm_f32le', sound='s16', told='narrowed')
+    made['ac3'] = film('ac3.mp4', *X264, '-c:a', 'ac3')
+    made['opus'] = film('opus.mkv', *X264, '-c:a', 'libopus')
+    made['ac3silent'] = Input(made['ac3'].path, words=['--no-audio'])
+    made['rotated'] = film('rotated.mp4', *X264, *AAC, sound='aac', told='turned')
+    turned = folder / 'turned.mp4'
+    ffmpeg('-i', made['rotated'].path, '-c', 'copy', '-metadata:s:v:0', 'rotate=90', turned)
+    made['rotated'].path, made['rotated'].inputs, made['rotated'].raw = turned, [turned], ['-noautorotate']
+    words = folder / 'words.srt'
+    words.write_text('1\n00:00:00,000 --> 00:00:01,000\nwords\n', encoding='utf-8')
+    subtitles = folder / 'subtitles.mp4'
+    ffmpeg('-i', made['h264b'].path, '-i', words, '-c', 'copy', '-c:s', 'mov_text', subtitles)
+    made['subtitles'] = Input(subtitles, sound='aac', told='left out')
+    tracks = folder / 'tracks.mkv'
+    ffmpeg('-i', made['ntsc'].path, '-i', made['mpeg4b'].path, '-map', '0', '-map', '1', '-c', 'copy', tracks)
+    made['tracks'] = Input(tracks, sound='aac', told='left out')
+    raw = folder / 'raw.h264'
+    ffmpeg('-i', made['h264b'].path, '-an', '-c', 'copy', raw)
+    made['rawh264'] = Input(raw, words=['--fps', '25'])
+    # As cameras and image libraries write it: two DQT segments, with a table each.
+    jpeg = folder / 'pictures.mov'
+    ffmpeg(*FILM, '-frames:v', '10', folder / 'picture%03d.png')
+    shots = sorted(folder.glob('picture*.png'))
+    for shot in shots:
+        done = run('convert', shot, '-sampling-factor', '2x2,1x1,1x1', '-quality', '85', '-strip', shot.with_suffix('.jpg'))
+        if done.returncode != 0 or shot.with_suffix('.jpg').read_bytes().count(b'\xff\xdb') != 2:
+            raise Trouble('ImageMagick makes no JPEG with two DQT segments')
+    ffmpeg('-framerate', '25', '-i', folder / 'picture%03d.jpg', '-c', 'copy', jpeg)
+    made['mjpeg'] = Input(jpeg)
+    ovx = folder / 'native.ovx'
+    done = run(TOOL, 'pack', made['h264b'].path, '-o', ovx)
+    if done.returncode != 0:
+        raise Trouble(done.stderr.decode())
+    made['ovx'] = Input(ovx, sound='aac')
+    with concurrent.futures.ThreadPoolExecutor(2) as pool:
+        list(pool.map(lambda name: made[name].decode(folder), [name for name in made if name != 'ovx']))
+    made['ovx'].pictures, made['ovx'].samples = made['h264b'].pictures, made['h264b'].samples
+    return made
+
+
+# ------------------------------------------------------------------------------------------------ what readers find
+
+
+def program_stream_sound(path):
+    """What the PES packets of stream C0 carry (ISO/IEC 13818-1 2.4.3.7)."""
+    data, sound, at = path.read_bytes(), bytearray(), 0
+    while at + 6 <= len(data):
+        if data[at:at + 3] != b'\0\0\1':
+            raise Trouble(f'no start code at byte {at}')
+        if data[at + 3] == 0xBA:
+            at += 14 + (data[at + 13] & 7)
+            continue
+        size = int.from_bytes(data[at + 4:at + 6], 'big')
+        if data[at + 3] == 0xC0:
+            sound += data[at + 9 + data[at + 8]:at + 6 + size]
+        at += 6 + size
+    return bytes(sound)
+
+
+class Reader:
+    """Gives the sources for ffmpeg in which pictures and sound of an output are found."""
+
+    def __init__(self, source, key, out, folder):
+        self.source, self.key, self.out, self.folder = source, key, out, folder
+
+    def find(self):
+        if self.key in ('ovx', 'ovxalt'):
+            return self.from_ovx()
+        if self.key in ('gaysps', 'gdps') and self.source.sound == 's16':
+            return self.from_dialect()
+        plain = ['-i', self.out]
+        return plain, plain
+
+    def from_ovx(self):
+        prefix = self.folder / 'unpacked'
+        done = run(TOOL, 'unpack', self.out, '-o', prefix, '--quiet')
+        if done.returncode != 0:
+            raise Trouble('unpack: ' + done.stderr.decode())
+        found = {path.suffix[1:]: path for path in self.folder.glob('unpacked.*')}
+        video = [path for kind, path in found.items() if kind in ('h264', 'h265', 'm4v', 'm2v', 'mpeg2', 'mpeg4', 'mjpeg', 'mjpg')]
+        sound = [path for path in found.values() if path not in video]
+        words = []
+        if sound and self.source.sound == 's16':
+            about = about_sound(self.source.path)
+            form = {'pcm_mulaw': 'mulaw', 'pcm_alaw': 'alaw'}.get(about[0], 's16le')
+            words = ['-f', form, '-ar', about[1], '-ac', about[2]]
+        return (['-r', '25', '-i', video[0]] if video else None), ([*words, '-i', sound[0]] if sound else None)
+
+    def from_dialect(self):
+        about = about_sound(self.source.path)
+        bare = self.folder / 'bare'
+        bare.write_bytes(program_stream_sound(self.out))
+        form = {'pcm_mulaw': 'mulaw', 'pcm_alaw': 'alaw'}.get(about[0], 's16le')
+        return ['-i', self.out], ['-f', form, '-ar', about[1], '-ac', about[2], '-i', bare]
+
+
+def about_sound(path):
+    """Codec, sample rate and channels, as stated."""
+    text = run('ffprobe', '-v', 'error', '-select_streams', 'a:0', '-show_entries', 'stream=codec_name,sample_rate,channels',
+               '-of', 'csv=p=0', path).stdout.decode()
+    # A transport stream lists its streams twice, as its program's and by themselves.
+    return text.split()[0].rstrip(',').split(',')
+
+
+def check_pictures(expected, found, report):
+    dropped = report['video']['dropped']
+    if found != expected[dropped:]:
+        same = sum(a == b for a, b in zip(found, expected[dropped:]))
+        raise Trouble(f'{len(found)} pictures, {same} in their places, of {len(expected)} with {dropped} left out')
+
+
+def nearly(found, expected):
+    """Samples that were rounded from wider ones may differ by the last bit."""
+    a, b = array.array('h', found), array.array('h', expected)
+    return len(a) == len(b) and all(abs(x - y) <= 1 for x, y in zip(a, b))
+
+
+def check_sound(source, found, report):
+    whole, frame = source.samples, 4096
+    if source.told == 'narrowed':
+        if not nearly(found, whole[len(whole) - len(found):]) or len(found) < 0.9 * len(whole):
+            raise Trouble('the sound is not the input\'s, rounded')
+        return
+    # The first frames of a codec depend on where the decoder began; a container may say that they are not to be heard.
+    coded = source.sound != 's16'
+    settle = 8 * frame if coded else 0
+    at = whole.find(found[settle:]) if len(found) > settle else -1
+    if at < 0:
+        raise Trouble(f'{len(found)} bytes of sound are not among the {len(whole)} of the input')
+    missing_end = len(whole) - (at + len(found) - settle)
+    missing_start = at - settle
+    allowed = frame * 3 * (report['audio']['dropped'] + 2) if coded else 12800 * report['audio']['dropped']
+    if missing_start > allowed or missing_end > (2 * frame * 3 if coded else 0):
+        raise Trouble(f'{missing_start} bytes of sound are missing at its start, {missing_end} at its end')
+
+
+def through_rtp(source, folder, port):
+    sdp, received = folder / 'x.sdp', folder / 'received.mkv'
+    with subprocess.Popen([TOOL, 'send', *map(str, source.inputs), *source.words, '--to', f'rtp://127.0.0.1:{port}',
+                           '--sdp', str(sdp), '--wait', '2', '--speed', '2', '--json'], stdout=subprocess.PIPE,
+                          stderr=subprocess.PIPE, stdin=subprocess.DEVNULL) as sender:
+        until = time.monotonic() + 60
+        while not sdp.exists() and sender.poll() is None and time.monotonic() < until:
+            time.sleep(0.02)
+        if sdp.exists():
+            ffmpeg('-protocol_whitelist', 'file,udp,rtp', '-i', sdp, '-map', '0', '-c', 'copy', received)
+        out, error = sender.communicate(timeout=120)
+    return sender.returncode, out.decode(), error.decode(), received
+
+
+def cell(source, key, port):
+    """'right', 'told' (its note says that players take the sound for something else), or 'refused'; throws Trouble."""
+    with tempfile.TemporaryDirectory(prefix='muxora-cell-') as name:
+        folder = pathlib.Path(name)
+        out = folder / 'out' / f'out.{key}'
+        out.parent.mkdir()
+        done = run(TOOL, 'pack', *source.inputs, *source.words, '-f', key, '-o', out, '--json')
+        if done.returncode != 0:
+            try:
+                reason = json.loads(done.stderr)['error']
+            except (ValueError, KeyError):
+                raise Trouble(f'exit code {done.returncode} and no reason: {done.stderr[:200]}') from None
+            if done.returncode not in (1, 2) or len(reason) < 20 or '\n' in reason:
+                raise Trouble(f'exit code {done.returncode}: {reason}')
+            if list(out.parent.iterdir()):
+                raise Trouble('refused, and something is left behind')
+            return 'refused', reason
+        report = json.loads(done.stdout)
+        notes = '; '.join(report['notes'])
+        if source.told not in notes:
+            raise Trouble(f'nothing is told of "{source.told}": {notes}')
+        for kind in ('video', 'audio'):
+            tally = report.get(kind)
+            if tally and tally['given'] != tally['written'] + tally['dropped']:
+                raise Trouble(f'{kind}: {tally}')
+        if key == 'rtp':
+            code, _, error, received = through_rtp(source, folder, port)
+            if code != 0:
+                raise Trouble('send: ' + error)
+            video = sound = ['-i', received]
+        else:
+            video, sound = Reader(source, key, out, folder).find()
+        told = 'always states 16 bit PCM' in notes
+        if 'video' in report:
+            check_pictures(source.pictures, pictures(*source.raw, *video) if video else [], report)
+        if 'audio' in report and not told:
+            check_sound(source, samples(*sound) if sound else b'', report)
+        if source.video != ('video' in report):
+            raise Trouble('the pictures are missing')
+        if bool(source.sound) != ('audio' in report):
+            raise Trouble('the sound is missing')
+        # Two forms have a fixed header for sound, which their notes say.
+        if told:
+            return 'told', notes
+        if 'audio' in report and key not in ('gaysps', 'gdps', 'ovx', 'ovxalt'):
+            stated, expected = about_sound(sound[-1])[1:], about_sound(source.path)[1:]
+            if stated != expected:
+                raise Trouble(f'{stated} stated of sound that is {expected}')
+        return 'right', notes
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument('--part', type=int, choices=range(PARTS), help='only a fixed part of the cells')
+    parser.add_argument('--inputs', default='')
+    parser.add_argument('--formats', default='')
+    parser.add_argument('--jobs', type=int, default=os.cpu_count() or 2)
+    parser.add_argument('--reasons', action='store_true', help='print every reason and note')
+    arguments = parser.parse_args()
+    keys = [row['key'] for row in json.loads(run(TOOL, 'formats', '--json').stdout)]
+    keys = [key for key in keys if not arguments.formats or key in arguments.formats.split(',')]
+    with tempfile.TemporaryDirectory(prefix='muxora-matrix-') as name:
+        inputs = make_inputs(pathlib.Path(name))
+        names = [one for one in inputs if not arguments.inputs or one in arguments.inputs.split(',')]
+        cells = [(one, key) for one in names for key in keys]
+        if arguments.part is not None:
+            cells = [where for where in cells if zlib.crc32(' '.join(where).encode()) % PARTS == arguments.part]
+            # Receivers of RTP want a machine that has time for them.
+            cells = [where for where in cells if where[1] != 'rtp']
+        results = {}
+
+        def work(number):
+            one, key = cells[number]
+            try:
+                # Even ports, four a cell, below those that the system gives away.
+                return cells[number], cell(inputs[one], key, 10000 + 4 * ((os.getpid() * 64 + number) % 5000))
+            except Trouble as trouble:
+                return cells[number], ('WRONG', str(trouble))
+            except Exception as error:  # an answer of another shape: the cell is not right
+                return cells[number], ('WRONG', f'{type(error).__name__}: {error}')
+
+        with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
+            for where, result in pool.map(work, range(len(cells))):
+                results[where] = result
+                if result[0] == 'WRONG':
+                    print('WRONG', *where, result[1], flush=True)
+    width = max(map(len, names))
+    print(' ' * width + ' ' + ' '.join(keys))
+    marks = {'right': 'ok', 'told': 'told', 'refused': '-', 'WRONG': 'BAD'}
+    for one in names:
+        print(f'{one:<{width}} ' + ' '.join(f'{marks[results[one, key][0]] if (one, key) in results else ".":<{len(key)}}'
+                                            for key in keys))
+    for (one, key), (kind, text) in results.items():
+        if arguments.reasons and text:
+            print(f'{kind} {one} {key}: {text}')
+    counts = collections.Counter(kind for kind, _ in results.values())
+    print(', '.join(f'{count} {kind}' for kind, count in counts.items()))
+    return 1 if counts['WRONG'] or not counts['right'] else 0
+
+
+if __name__ == '__main__':
+    sys.exit(main())
