@@ -3,7 +3,7 @@
 #include <cmath>
 #include <utility>
 
-#include "common/annexb_units.h"
+#include "media_input/nal_units.h"
 
 namespace Orvane::Muxora::Gateway {
 
@@ -86,7 +86,7 @@ bool RtpPackager::Give(const Frame& frame) {
     MXFrameInfo info = const_cast<Tools::MediaFrame&>(media).Record();
     if (media.codec == MX_AUDIO_PCM16) {
         // Its bytes are swapped in place: not in the frame that all share.
-        copy_ = media.bytes;
+        copy_.assign(media.bytes.begin(), media.bytes.end());
         info.frame_pointer = copy_.data();
     }
     // RTP cuts large pictures of the other kinds into packets that no receiver puts together.
@@ -126,10 +126,10 @@ bool RtpPackager::Give(const Frame& frame) {
 bool RtpPackager::Input(MXFrameInfo& info, const Frame& frame) {
     const auto units = frame.IsVideo() && frame.media.codec == MX_VIDEO_H264
                            ? Tools::AnnexBUnits({frame.media.bytes.data(), frame.media.Size()})
-                           : std::vector<Tools::AnnexBUnit>{};
+                           : std::vector<Tools::NalUnit>{};
     if (units.size() < 2) return MX_InputFrame(handle_.get(), &info) == MX_OK;
     auto* bytes = static_cast<uint8_t*>(info.frame_pointer);
-    for (const Tools::AnnexBUnit& unit : units) {
+    for (const Tools::NalUnit& unit : units) {
         MXFrameInfo part = info;
         part.frame_pointer = bytes + unit.at;
         part.frame_size = static_cast<uint32_t>(unit.size);

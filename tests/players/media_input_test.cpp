@@ -7,9 +7,11 @@
 #include <map>
 
 #include "media_input/elementary.h"
+#include "media_input/nal_units.h"
 #include "support/clip.h"
 #include "support/decoded.h"
 #include "support/hex.h"
+#include "support/process.h"
 
 namespace Orvane::Muxora::Tools {
 namespace {
@@ -262,54 +264,116 @@ TEST(MediaInput, SaysWhatIsWrongWithAnInput) {
     EXPECT_EQ(message(text), text + ": is no media file that can be read");
 }
 
-TEST(Elementary, ParameterSetsGoBehindTheDelimiter) {
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 00 01 09 10 00 00 00 01 65 88")), 6u);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 01 09 10 00 00 01 65 88")), 5u);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 01 65 88")), 0u);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, Bytes("00 00 01 67 42 00 00 01 65 88")), std::nullopt);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H265, Bytes("00 00 01 46 01 50 00 00 01 26 01")), 6u);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H265, Bytes("00 00 01 42 01 00 00 01 26 01")), std::nullopt);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_MPEG4, Bytes("00 00 01 B6 10")), 0u);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_MPEG4, Bytes("00 00 01 20 08 00 00 01 B6 10")), std::nullopt);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_MPEG2, Bytes("00 00 01 B3 14 00 00 01 00 10")), std::nullopt);
-    EXPECT_EQ(ParameterSetPlace(MX_VIDEO_H264, {}), 0u);
+TEST(NalUnits, ParameterSetsGoBehindTheDelimiter) {
+    struct Case {
+        uint32_t codec;
+        const char* frame;
+        bool has_sets;
+        size_t place;
+    };
+    for (const Case& known : {
+             Case{MX_VIDEO_H264, "00 00 00 01 09 10 00 00 00 01 65 88", false, 1},
+             Case{MX_VIDEO_H264, "00 00 01 09 10 00 00 01 65 88", false, 1},
+             Case{MX_VIDEO_H264, "00 00 01 65 88", false, 0},
+             Case{MX_VIDEO_H264, "00 00 01 67 42 00 00 01 65 88", true, 0},
+             Case{MX_VIDEO_H265, "00 00 01 46 01 50 00 00 01 26 01", false, 1},
+             Case{MX_VIDEO_H265, "00 00 01 42 01 00 00 01 26 01", true, 0},
+             Case{MX_VIDEO_MPEG4, "00 00 01 B6 10", false, 0},
+             Case{MX_VIDEO_MPEG4, "00 00 01 20 08 00 00 01 B6 10", true, 0},
+             Case{MX_VIDEO_MPEG2, "00 00 01 B3 14 00 00 01 00 10", true, 0},
+             Case{MX_VIDEO_H264, "", false, 0},
+         }) {
+        const ByteVector frame = Bytes(known.frame);
+        const NalUnits units = AnnexBUnits(frame);
+        EXPECT_EQ(HasParameterSets(known.codec, frame, units), known.has_sets) << known.frame;
+        EXPECT_EQ(ParameterSetPlace(known.codec, frame, units), known.place) << known.frame;
+    }
+    const ByteVector frame = Bytes("00 00 01 09 10 00 00 00 01 65 88");
+    const FrameBytes joined = WithLongStartCodes(frame, AnnexBUnits(frame), Bytes("00 00 00 01 67 42"), 1, 2);
+    EXPECT_EQ(ByteVector(joined.begin(), joined.end()),
+              Bytes("00 00 00 01 09 10 00 00 00 01 67 42 00 00 00 01 65 88 00 00"));
 }
 
-TEST(Elementary, LongStartCodes) {
+TEST(NalUnits, LongStartCodes) {
     const auto convert = [](const char* hex) {
-        ByteVector out;
         const ByteVector in = Bytes(hex);
-        AppendWithLongStartCodes(in, out);
-        return out;
+        const NalUnits units = AnnexBUnits(in);
+        const FrameBytes out = WithLongStartCodes(in, units, {}, 0, 0);
+        ByteVector bytes(out.begin(), out.end());
+        EXPECT_EQ(HaveLongCodes(in, units), bytes == in) << hex;
+        return bytes;
     };
     EXPECT_EQ(convert("00 00 01 67 42 00 00 01 68 CE 00 00 00 01 65 88 80"),
               Bytes("00 00 00 01 67 42 00 00 00 01 68 CE 00 00 00 01 65 88 80"));
     EXPECT_EQ(convert("00 00 00 00 01 65 88 00 00 00 00 01 41 9A"), Bytes("00 00 00 01 65 88 00 00 00 01 41 9A"));
     EXPECT_EQ(convert("00 00 01 65 88 00 00 01"), Bytes("00 00 00 01 65 88"));
+    EXPECT_EQ(convert("00 00 00 01 65 01 01 00 01 88"), Bytes("00 00 00 01 65 01 01 00 01 88"));
     EXPECT_EQ(convert("65 88 00 00"), ByteVector{});
 }
 
-TEST(MediaInput, StartCodesHaveFourBytes) {
-    ClipSpec spec;
-    spec.container = "mp4";
-    spec.slices = 4;
-    InputOptions as_they_come;
-    as_they_come.long_start_codes = false;
-    const auto before = Only(ReadAllFrames({test::MakeClip(spec)}, as_they_come), MX_FRAME_VIDEO);
-    const auto after = Only(test::ClipFrames(spec), MX_FRAME_VIDEO);
-    ASSERT_EQ(before.size(), after.size());
-    const auto short_codes = [](const MediaFrame& frame) {
-        int count = 0;
-        for (size_t i = 0; i + 3 < frame.Size(); ++i) {
-            const bool code = frame.bytes[i] == 0 && frame.bytes[i + 1] == 0 && frame.bytes[i + 2] == 1;
-            count += code && (i == 0 || frame.bytes[i - 1] != 0) ? 1 : 0;
+TEST(NalUnits, BehindLengths) {
+    const auto convert = [](const char* hex, size_t length_size) {
+        ByteVector frame = Bytes(hex);
+        const auto units = LengthUnits(frame, length_size);
+        if (!units) return Bytes("EE");
+        if (!HaveLongCodes(frame, *units)) {
+            const FrameBytes out = WithLongStartCodes(frame, *units, {}, 0, 0);
+            return ByteVector(out.begin(), out.end());
         }
-        return count;
+        WriteStartCodes(frame, *units);
+        return frame;
     };
-    EXPECT_GE(short_codes(before[1]), 3);
-    for (size_t i = 0; i < after.size(); ++i) {
-        EXPECT_EQ(short_codes(after[i]), 0);
-        EXPECT_EQ(UnitTypes(after[i]), UnitTypes(before[i]));
+    EXPECT_EQ(convert("00 00 00 02 67 42 00 00 00 03 65 88 80", 4), Bytes("00 00 00 01 67 42 00 00 00 01 65 88 80"));
+    EXPECT_EQ(convert("00 02 67 42 00 01 65", 2), Bytes("00 00 00 01 67 42 00 00 00 01 65"));
+    EXPECT_EQ(convert("02 67 42 00 01 65", 1), Bytes("00 00 00 01 67 42 00 00 00 01 65")) << "an empty one between";
+    EXPECT_EQ(convert("00 00 00 03 67 42", 4), Bytes("EE")) << "over the end";
+    EXPECT_EQ(convert("FF FF FF FF 67 42", 4), Bytes("EE"));
+    EXPECT_EQ(convert("00 00 00", 4), Bytes("EE"));
+}
+
+TEST(MediaInput, StartCodesHaveFourBytes) {
+    for (const std::string container : {"mp4", "ts", "h264"}) {
+        ClipSpec spec;
+        spec.container = container;
+        spec.slices = 4;
+        if (container == "h264") spec.audio = "";
+        const auto frames = Only(test::ClipFrames(spec), MX_FRAME_VIDEO);
+        ASSERT_EQ(frames.size(), 50u) << container;
+        for (const MediaFrame& frame : frames) {
+            const NalUnits units = AnnexBUnits({frame.bytes.data(), frame.Size()});
+            EXPECT_GE(units.size(), 4u) << container;
+            EXPECT_TRUE(HaveLongCodes({frame.bytes.data(), frame.Size()}, units)) << container;
+        }
+    }
+}
+
+TEST(MediaInput, RawStreamsAreShownInThePicturesOwnOrder) {
+    for (const std::string codec : {"h264", "hevc"}) {
+        for (const int b_frames : {0, 2}) {
+            ClipSpec spec;
+            spec.audio = "";
+            spec.video = codec;
+            spec.b_frames = b_frames;
+            spec.container = "mp4";
+            const auto expected = test::ClipFrames(spec);
+            const std::string raw = test::WorkPath("order." + codec);
+            ASSERT_TRUE(test::Run({"ffmpeg", "-v", "error", "-y", "-i", test::MakeClip(spec), "-c", "copy", raw}).Ok());
+            const auto found = ReadAllFrames({raw});
+            ASSERT_EQ(found.size(), expected.size()) << codec;
+            // The file's times are those of the encoder; a stream that has none begins at 0.
+            const auto seconds = [](const MediaFrame& frame, int64_t ticks) {
+                return static_cast<double>(ticks) / frame.time_scale;
+            };
+            for (size_t i = 0; i < found.size(); ++i) {
+                EXPECT_NEAR(seconds(found[i], found[i].pts - found[0].pts),
+                            seconds(expected[i], expected[i].pts - expected[0].pts), 1e-4)
+                    << codec << b_frames << " picture " << i;
+                EXPECT_NEAR(seconds(found[i], found[i].dts - found[0].dts),
+                            seconds(expected[i], expected[i].dts - expected[0].dts), 1e-4);
+                EXPECT_LE(found[i].dts, found[i].pts);
+                EXPECT_EQ(found[i].sub_type, expected[i].sub_type) << codec << " picture " << i;
+            }
+        }
     }
 }
 

@@ -388,7 +388,7 @@ TEST(RtpDepartures, AnH265UnitBehindAShortStartCodeHasTheWrongNalHeader) {
     frames.resize(1);
     // The first start code of the frame becomes a short one, the others stay long.
     ASSERT_EQ(frames[0].bytes[3], 1);
-    frames[0].bytes.erase(frames[0].bytes.begin());
+    frames[0].SetBytes(frames[0].bytes.data() + 1, frames[0].Size() - 1);
     const auto datagrams = test::PackRtp(frames, h265, Param(h265, 90));
     ASSERT_GT(datagrams.size(), 3u);
     EXPECT_EQ(datagrams[0].bytes[kHeader] >> 1, 32) << "the VPS";

@@ -15,20 +15,20 @@ constexpr bool kForward = false;
 
 // By number, so that a format stands where a reader looks for it.
 constexpr Format kFormats[] = {
-    {MX_FORMAT_MP4, "mp4", "mp4 m4v m4a", kFile, kSeeks, "MP4"},
+    {MX_FORMAT_MP4, "mp4", "", kFile, kSeeks, "MP4, classic"},
     {MX_FORMAT_ASF, "asf", "asf wmv wma", kFile, kSeeks, "ASF with index"},
     {MX_FORMAT_AVI, "avi", "avi", kFile, kSeeks, "AVI, OpenDML past 1 GiB"},
     {MX_FORMAT_OVX, "ovx", "ovx", kStream, kForward, "OVX, the native format"},
-    {MX_FORMAT_FLV, "flv", "flv", kFile, kSeeks, "FLV"},
+    {MX_FORMAT_FLV, "flv", "", kFile, kSeeks, "FLV, classic"},
     {MX_FORMAT_ASF_STREAM, "asfstream", "", kStream, kForward, "ASF, forward only"},
     {MX_FORMAT_MOV, "mov", "mov qt", kFile, kSeeks, "QuickTime movie"},
     {MX_FORMAT_3GP, "3gp", "3gp", kFile, kSeeks, "3GP: the bytes of mp4"},
     {MX_FORMAT_FLV_STREAM, "flvstream", "", kStream, kForward, "FLV, forward only"},
     {MX_FORMAT_RTP, "rtp", "rtp", kStream, kForward, "RTP packets, each behind its 16-bit length"},
-    {MX_FORMAT_TS, "ts", "ts m2ts mts", kStream, kForward, "MPEG-2 transport stream"},
+    {MX_FORMAT_TS, "ts", "", kStream, kForward, "MPEG-2 transport stream, classic"},
     {MX_FORMAT_PS, "ps", "ps mpg mpeg vob", kStream, kForward, "MPEG-2 program stream"},
     {MX_FORMAT_MP4_NOSEEK, "mp4noseek", "", kFile, kForward, "MP4, forward only"},
-    {MX_FORMAT_MKV, "mkv", "mkv mka", kFile, kSeeks, "Matroska"},
+    {MX_FORMAT_MKV, "mkv", "", kFile, kSeeks, "Matroska, classic"},
     {MX_FORMAT_MP4_64, "mp464", "", kFile, kSeeks, "MP4 with 64-bit offsets"},
     {MX_FORMAT_MOV_64, "mov64", "", kFile, kSeeks, "QuickTime movie with 64-bit offsets"},
     {MX_FORMAT_WAV, "wav", "wav", kFile, kSeeks, "WAV"},
@@ -37,8 +37,10 @@ constexpr Format kFormats[] = {
     {MX_FORMAT_OVX_ALT, "ovxalt", "", kStream, kForward, "OVX under its second number"},
     {MX_FORMAT_PS_GD, "gdps", "", kStream, kForward, "program stream, GD dialect"},
     {MX_FORMAT_FMP4, "fmp4", "m4s cmfv cmfa", kStream, kForward, "fragmented MP4 with exact times"},
-    {MX_FORMAT_XFLV, "xflv", "", kFile, kSeeks, "FLV with exact times"},
-    {MX_FORMAT_XTS, "xts", "", kStream, kForward, "MPEG-2 transport stream with exact times"},
+    {MX_FORMAT_HMP4, "hmp4", "mp4 m4v m4a", kFile, kSeeks, "MP4 with exact times, plays while it grows"},
+    {MX_FORMAT_XMKV, "xmkv", "mkv mka", kFile, kForward, "Matroska with exact times"},
+    {MX_FORMAT_XFLV, "xflv", "flv", kFile, kForward, "FLV with exact times"},
+    {MX_FORMAT_XTS, "xts", "ts m2ts mts", kStream, kForward, "MPEG-2 transport stream with exact times"},
 };
 
 std::string Lower(std::string_view text) {
@@ -71,6 +73,29 @@ bool Format::IsIso() const {
         default:
             return false;
     }
+}
+
+std::string_view Format::ExactKin() const {
+    switch (number) {
+        case MX_FORMAT_FLV:
+        case MX_FORMAT_FLV_STREAM:
+            return "xflv";
+        case MX_FORMAT_TS:
+        case MX_FORMAT_PS:
+        case MX_FORMAT_PS_OV:
+        case MX_FORMAT_PS_GAYS:
+        case MX_FORMAT_PS_GD:
+            return "xts";
+        case MX_FORMAT_MP4_NOSEEK:
+            return "fmp4";
+        default:
+            return IsIso() ? "hmp4" : "xmkv";
+    }
+}
+
+bool Format::StatesRotation(uint32_t degrees) const {
+    const bool mp4 = number == MX_FORMAT_FMP4 || number == MX_FORMAT_HMP4;
+    return number == MX_FORMAT_XMKV || (mp4 && degrees % 90 == 0);
 }
 
 std::span<const Format> Formats() {

@@ -24,6 +24,10 @@ struct Format {
     bool IsIso() const;
     // Keeps every time exactly.
     bool IsExact() const { return number >= MX_FORMAT_FMP4; }
+    // Key of the format that keeps what a classic one cannot say of times.
+    std::string_view ExactKin() const;
+    // Can it say that pictures are to be turned, clockwise, when they are shown?
+    bool StatesRotation(uint32_t degrees) const;
 };
 
 std::span<const Format> Formats();

@@ -2,9 +2,9 @@
 
 #include <utility>
 
-#include "common/annexb_units.h"
 #include "common/errors.h"
 #include "common/rtp_jpeg_frame.h"
+#include "media_input/nal_units.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -59,8 +59,9 @@ Packer::Packer(const Format& format, const PackerSettings& settings, const Media
     info.size = sizeof info;
     info.start_time_ms = MX_NO_START_TIME;
     info.reserved_gap = settings_.reserve;
-    // The transport stream's first map then names both streams. AVI learns more of them from the frames themselves.
-    if (format.number == MX_FORMAT_TS || format.number == MX_FORMAT_XTS) {
+    // The transport stream's first map then names both streams, and the exact formats need not wait for the second one
+    // to show itself. AVI learns more of them from the frames themselves.
+    if (format.number == MX_FORMAT_TS || format.IsExact()) {
         if (video != nullptr) {
             info.video_present = 1;
             info.video_encode_type = video->codec;
@@ -96,6 +97,7 @@ void Packer::Give(MediaFrame& frame) {
     if (TakesPresentationTimes(format_)) record.timestamp = static_cast<uint32_t>(frame.pts_ms);
     // RTP cuts large pictures of the other kinds into packets that no receiver puts together.
     if (format_.number == MX_FORMAT_RTP && frame.IsVideo() && !frame.IsKey()) record.frame_sub_type = MX_SUB_P;
+    if (format_.StatesRotation(frame.rotation)) record.rotation_angle = frame.rotation;
     record.encrypt_offset = settings_.encrypt_offset;
     record.encrypt_length = settings_.encrypt_length;
     Tally& tally = frame.IsVideo() ? video_tally_ : audio_tally_;
@@ -120,10 +122,10 @@ void Packer::Give(MediaFrame& frame) {
 
 uint32_t Packer::Input(const MediaFrame& frame, MXFrameInfo& record) {
     const bool split = settings_.split_units && frame.IsVideo() && frame.codec == MX_VIDEO_H264;
-    const auto units = split ? AnnexBUnits({frame.bytes.data(), frame.Size()}) : std::vector<AnnexBUnit>{};
+    const auto units = split ? AnnexBUnits({frame.bytes.data(), frame.Size()}) : std::vector<NalUnit>{};
     if (units.size() < 2) return MX_InputFrame(handle_.get(), &record);
     auto* bytes = static_cast<uint8_t*>(record.frame_pointer);
-    for (const AnnexBUnit& unit : units) {
+    for (const NalUnit& unit : units) {
         MXFrameInfo part = record;
         part.frame_pointer = bytes + unit.at;
         part.frame_size = static_cast<uint32_t>(unit.size);

@@ -27,7 +27,7 @@ struct PackerSettings {
     uint16_t encrypt_offset = 0;
     uint32_t encrypt_length = 0;
     MXRtpParam rtp{};
-    std::optional<MXFragmentParam> fragment;  // fmp4
+    std::optional<MXFragmentParam> fragment;  // fmp4, hmp4
     // RTP of H.264: give each unit of a frame by itself, because a unit behind one that was cut into fragments loses
     // its first byte. The sink then has to put the markers right.
     bool split_units = false;

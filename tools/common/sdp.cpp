@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "common/annexb_units.h"
+#include "media_input/nal_units.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -29,7 +29,7 @@ std::string Hex(Bytes bytes) {
 std::string H264Parameters(const MediaFrame& frame) {
     std::string sets;
     std::string profile;
-    for (const AnnexBUnit& place : AnnexBUnits(BytesOf(frame))) {
+    for (const NalUnit& place : AnnexBUnits(BytesOf(frame))) {
         const Bytes unit = place.Body(BytesOf(frame));
         const int type = unit[0] & 0x1F;
         if (type != 7 && type != 8) continue;
@@ -43,7 +43,7 @@ std::string H264Parameters(const MediaFrame& frame) {
 std::string H265Parameters(const MediaFrame& frame) {
     static constexpr const char* kNames[] = {"sprop-vps", "sprop-sps", "sprop-pps"};
     std::string text;
-    for (const AnnexBUnit& place : AnnexBUnits(BytesOf(frame))) {
+    for (const NalUnit& place : AnnexBUnits(BytesOf(frame))) {
         const Bytes unit = place.Body(BytesOf(frame));
         const int type = unit[0] >> 1 & 0x3F;
         if (type < 32 || type > 34) continue;

@@ -18,6 +18,7 @@ struct AvRelease {
     void operator()(AVBSFContext* p) const { av_bsf_free(&p); }
     void operator()(AVPacket* p) const { av_packet_free(&p); }
     void operator()(AVCodecParserContext* p) const { av_parser_close(p); }
+    void operator()(AVCodecParameters* p) const { avcodec_parameters_free(&p); }
 };
 
 template <typename T>

@@ -4,8 +4,6 @@
 #include <bit>
 #include <cmath>
 
-#include "MuxoraAPI.h"
-
 namespace Orvane::Muxora::Tools {
 
 namespace {
@@ -16,40 +14,6 @@ constexpr uint8_t kExplicitRate = 15;
 constexpr uint8_t kSbr = 5;
 constexpr uint8_t kParametricStereo = 29;
 constexpr uint8_t kEscape = 31;
-
-// The offset behind the next 00 00 01 at or behind `from`, or the end.
-size_t NextStart(ByteSpan data, size_t from) {
-    for (size_t i = from; i + 3 <= data.size(); ++i) {
-        if (data[i] == 0 && data[i + 1] == 0 && data[i + 2] == 1) return i + 3;
-    }
-    return data.size();
-}
-
-template <typename IsHeader>
-bool HasUnit(ByteSpan frame, IsHeader is_header) {
-    for (size_t at = NextStart(frame, 0); at < frame.size(); at = NextStart(frame, at)) {
-        if (is_header(frame[at])) return true;
-    }
-    return false;
-}
-
-// Behind the first unit when that is an access unit delimiter; the zero of a 4-byte start code goes with the next one.
-size_t BehindDelimiter(ByteSpan frame, uint8_t first_byte_mask, uint8_t delimiter) {
-    const size_t first = NextStart(frame, 0);
-    if (first >= frame.size() || (frame[first] & first_byte_mask) != delimiter) return 0;
-    size_t next = NextStart(frame, first);
-    if (next >= frame.size()) return 0;
-    next -= 3;
-    while (next > first + 1 && frame[next - 1] == 0)
-        --next;
-    return next;
-}
-
-// Is the frame's end a start code with nothing behind it?
-bool EndsInStartCode(ByteSpan data, size_t from) {
-    const size_t size = data.size();
-    return size >= from + 3 && data[size - 3] == 0 && data[size - 2] == 0 && data[size - 1] == 1;
-}
 
 class Bits {
   public:
@@ -98,39 +62,6 @@ int32_t FromFloat(const uint8_t* p) {
 }
 
 }  // namespace
-
-std::optional<size_t> ParameterSetPlace(uint32_t video_codec, ByteSpan frame) {
-    switch (video_codec) {
-        case MX_VIDEO_H264:
-            if (HasUnit(frame, [](uint8_t b) { return (b & 0x1F) == 7; })) return std::nullopt;
-            return BehindDelimiter(frame, 0x1F, 9);
-        case MX_VIDEO_H265:
-            if (HasUnit(frame, [](uint8_t b) { return (b & 0x7E) == 33 << 1; })) return std::nullopt;
-            return BehindDelimiter(frame, 0x7E, 35 << 1);
-        case MX_VIDEO_MPEG4:  // video_object_layer_start_code
-            if (HasUnit(frame, [](uint8_t b) { return (b & 0xF0) == 0x20; })) return std::nullopt;
-            return 0;
-        case MX_VIDEO_MPEG2:  // sequence_header_code
-            if (HasUnit(frame, [](uint8_t b) { return b == 0xB3; })) return std::nullopt;
-            return 0;
-        default:
-            return std::nullopt;
-    }
-}
-
-void AppendWithLongStartCodes(ByteSpan frame, std::vector<uint8_t>& out) {
-    for (size_t at = NextStart(frame, 0); at < frame.size();) {
-        const size_t next = NextStart(frame, at);
-        size_t end = next < frame.size() || EndsInStartCode(frame, at) ? next - 3 : frame.size();
-        // Zeros in front of a start code are part of no unit (trailing_zero_8bits).
-        while (end > at && frame[end - 1] == 0)
-            --end;
-        out.insert(out.end(), {0, 0, 0, 1});
-        out.insert(out.end(), frame.begin() + static_cast<std::ptrdiff_t>(at),
-                   frame.begin() + static_cast<std::ptrdiff_t>(end));
-        at = next;
-    }
-}
 
 uint32_t AdtsConfig::Rate() const {
     return rate_index < std::size(kAdtsRates) ? kAdtsRates[rate_index] : 0;

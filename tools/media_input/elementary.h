@@ -1,24 +1,16 @@
-// Small steps from what a file holds to what the library takes: parameter sets, ADTS headers, PCM samples.
+// Small steps from what a file holds to what the library takes: ADTS headers, PCM samples.
 #pragma once
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
+#include "media_input/nal_units.h"
+
 namespace Orvane::Muxora::Tools {
-
-using ByteSpan = std::span<const uint8_t>;
-
-// Where in a key frame the parameter sets of `video_codec` (MXVideoCodec) are to be put in, or nothing if the frame
-// has its own. H.264 and H.265 want them behind an access unit delimiter, the others in front.
-std::optional<size_t> ParameterSetPlace(uint32_t video_codec, ByteSpan frame);
-
-// Appends the NAL units of an Annex-B frame to `out`, each behind 00 00 00 01.
-void AppendWithLongStartCodes(ByteSpan frame, std::vector<uint8_t>& out);
 
 // What an ADTS header says of the stream.
 struct AdtsConfig {

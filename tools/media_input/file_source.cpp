@@ -5,11 +5,13 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string_view>
 
 #include "media_input/av_handles.h"
 #include "media_input/media_source.h"
+#include "media_input/raw_video.h"
 #include "media_input/stream_reader.h"
 
 namespace Orvane::Muxora::Tools {
@@ -133,13 +135,24 @@ class FileSource : public MediaSource {
         if (about.duration_ms == 0 && format_->duration > 0) {
             about.duration_ms = format_->duration / (AV_TIME_BASE / 1000);
         }
-        chosen_.push_back(std::make_unique<StreamReader>(*stream, std::move(about), options_));
+        if (RawVideo::Takes(*format_, *stream)) {
+            // A file that can be read twice is read as it lies there.
+            const bool regular = !pipe_ && std::filesystem::is_regular_file(path_);
+            auto raw = std::make_unique<RawVideo>(*stream, std::move(about), options_.frame_rate, regular ? path_ : "");
+            raw_ = raw.get();
+            reads_file_ = regular;
+            chosen_.push_back(std::move(raw));
+        } else {
+            auto reader = std::make_unique<StreamReader>(*stream, std::move(about), options_);
+            readers_.push_back(reader.get());
+            chosen_.push_back(std::move(reader));
+        }
         return chosen_.back().get();
     }
 
     void Begin() override {
         for (unsigned i = 0; i < format_->nb_streams; ++i) {
-            if (ReaderOf(static_cast<int>(i)) == nullptr) format_->streams[i]->discard = AVDISCARD_ALL;
+            if (!IsChosen(static_cast<int>(i))) format_->streams[i]->discard = AVDISCARD_ALL;
         }
     }
 
@@ -148,7 +161,7 @@ class FileSource : public MediaSource {
     std::vector<std::string> Notes() const override {
         std::string left_out;
         for (unsigned i = 0; i < format_->nb_streams; ++i) {
-            if (ReaderOf(static_cast<int>(i)) != nullptr) continue;
+            if (IsChosen(static_cast<int>(i))) continue;
             const AVStream& stream = *format_->streams[i];
             // What the user left out by an option is no news.
             if (stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO && options_.video == StreamChoice::kNone) continue;
@@ -182,6 +195,10 @@ class FileSource : public MediaSource {
     }
 
     void Fill() override {
+        if (reads_file_) {
+            raw_->Fill();
+            return;
+        }
         while (!ended_) {
             bool waiting = false;
             size_t held = 0;
@@ -195,9 +212,11 @@ class FileSource : public MediaSource {
     }
 
   private:
+    // A raw stream is the only one of its file.
+    bool IsChosen(int index) const { return raw_ != nullptr || ReaderOf(index) != nullptr; }
+
     StreamReader* ReaderOf(int index) const {
-        for (const auto& chosen : chosen_) {
-            auto* reader = static_cast<StreamReader*>(chosen.get());
+        for (StreamReader* reader : readers_) {
             if (reader->Index() == index) return reader;
         }
         return nullptr;
@@ -223,11 +242,13 @@ class FileSource : public MediaSource {
             ended_ = true;
             // The index came last, when the media had gone by.
             if (pipe_ && !read_) throw InputError(path_ + Unreadable("-", pipe_.get()));
-            for (const auto& reader : chosen_)
-                static_cast<StreamReader*>(reader.get())->Take(nullptr);
+            for (StreamReader* reader : readers_)
+                reader->Take(nullptr);
+            if (raw_ != nullptr) raw_->End();
             return;
         }
         read_ = true;
+        if (raw_ != nullptr) raw_->Put({packet_->data, static_cast<size_t>(packet_->size)});
         if (StreamReader* reader = ReaderOf(packet_->stream_index)) reader->Take(packet_.get());
         av_packet_unref(packet_.get());
     }
@@ -239,7 +260,10 @@ class FileSource : public MediaSource {
     AvPtr<AVFormatContext> format_;
     AvPtr<AVPacket> packet_{av_packet_alloc()};
     std::vector<std::unique_ptr<StreamQueue>> chosen_;
-    bool read_ = false;  // a packet at least
+    std::vector<StreamReader*> readers_;  // of the chosen ones, those of a container
+    RawVideo* raw_ = nullptr;             // the other kind
+    bool reads_file_ = false;             // by itself
+    bool read_ = false;                   // a packet at least
     bool ended_ = false;
 };
 

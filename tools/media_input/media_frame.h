@@ -4,14 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <vector>
 
 #include "MuxoraExt.h"
+#include "media_input/frame_bytes.h"
 
 namespace Orvane::Muxora::Tools {
 
 struct MediaFrame {
-    // Readable zero bytes behind the frame: RTP sends one byte from behind the end, libavcodec's parsers read up to 64.
+    // Readable bytes behind the frame: RTP sends one byte from behind the end, libavcodec's parsers read up to 64.
     static constexpr size_t kSpare = 64;
 
     uint32_t type = MX_FRAME_VIDEO;  // MXFrameType
@@ -31,7 +31,8 @@ struct MediaFrame {
     uint32_t bits_per_sample = 0;
     uint32_t channels = 0;
     uint32_t bitrate = 0;
-    std::vector<uint8_t> bytes;  // the frame and kSpare zeros behind it
+    uint32_t rotation = 0;  // degrees clockwise by which the picture is to be turned when it is shown
+    FrameBytes bytes;       // the frame and kSpare bytes behind it
 
     bool IsVideo() const { return type == MX_FRAME_VIDEO; }
     bool IsKey() const { return IsVideo() && sub_type == MX_SUB_I; }
@@ -46,11 +47,13 @@ struct MediaFrame {
         pts -= ticks;
     }
 
-    // Puts `head` and then `body` into the frame, and the spare zeros behind.
+    // Puts `head` and then `body` into the frame, and spare zeros behind.
     void SetBytes(const uint8_t* body, size_t size, const uint8_t* head = nullptr, size_t head_size = 0) {
-        bytes.assign(head_size + size + kSpare, 0);
-        if (head_size != 0) std::memcpy(bytes.data(), head, head_size);
-        if (size != 0) std::memcpy(bytes.data() + head_size, body, size);
+        FrameBytes joined(head_size + size + kSpare);
+        if (head_size != 0) std::memcpy(joined.data(), head, head_size);
+        if (size != 0) std::memcpy(joined.data() + head_size, body, size);
+        std::memset(joined.data() + head_size + size, 0, kSpare);
+        bytes = std::move(joined);
     }
 
     // The library's record of this frame; it points into `bytes`, which some formats change.

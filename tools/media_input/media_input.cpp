@@ -224,7 +224,7 @@ std::vector<MediaFrame> ReadAllFrames(const std::vector<std::string>& paths, con
     std::vector<MediaFrame> frames;
     MediaFrame frame;
     while (input.Next(frame))
-        frames.push_back(std::move(frame));
+        frames.push_back(frame);  // a copy, which outlives the input
     return frames;
 }
 

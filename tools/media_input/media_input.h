@@ -36,8 +36,6 @@ struct InputOptions {
     int64_t duration_ms = 0;
     // Length of the blocks into which PCM and G.711 are cut.
     int64_t block_ms = 40;
-    // Start codes of H.264 and H.265 become 00 00 00 01, which Matroska asks for; false leaves them as they come.
-    bool long_start_codes = true;
     // Gives the AES key of encrypted OVX units when one is met; unset, or giving nothing, there is none.
     std::function<std::vector<uint8_t>()> ovx_key;
 };
@@ -51,6 +49,7 @@ struct MediaStream {
     uint32_t height = 0;
     uint32_t frame_rate = 0;  // whole frames per second, as the library takes it
     double exact_rate = 0;    // what the file says
+    uint32_t rotation = 0;    // degrees clockwise by which the pictures are to be turned when they are shown
     uint32_t samples_per_sec = 0;
     uint32_t bits_per_sample = 0;
     uint32_t channels = 0;

@@ -335,11 +335,13 @@ class OvxSource : public MediaSource {
             ++begins_late_;
             return;
         }
-        std::vector<uint8_t> longer;
         const bool nal_units = frame.codec == MX_VIDEO_H264 || frame.codec == MX_VIDEO_H265;
-        if (nal_units && options_.long_start_codes) AppendWithLongStartCodes(bytes, longer);
-        const std::vector<uint8_t>& whole = longer.empty() ? bytes : longer;
-        frame.SetBytes(whole.data(), whole.size());
+        const NalUnits units = nal_units ? AnnexBUnits(bytes) : NalUnits{};
+        if (units.empty() || HaveLongCodes(bytes, units)) {
+            frame.SetBytes(bytes.data(), bytes.size());
+        } else {
+            frame.bytes = WithLongStartCodes(bytes, units, {}, 0, MediaFrame::kSpare);
+        }
         queue->PushPicture(std::move(frame), us);
     }
 

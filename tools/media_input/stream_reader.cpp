@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <new>
 #include <utility>
 
 namespace Orvane::Muxora::Tools {
@@ -12,7 +13,6 @@ constexpr AVRational kMicroseconds{1, 1000000};
 constexpr AVRational kMilliseconds{1, 1000};
 constexpr uint32_t kDefaultFrameRate = 25;
 constexpr int64_t kClockJumpUs = 500000;
-constexpr size_t kRoomForStartCodes = 64;
 
 std::optional<PcmForm> FormOf(AVCodecID id) {
     switch (id) {
@@ -31,18 +31,29 @@ std::optional<PcmForm> FormOf(AVCodecID id) {
     }
 }
 
-const char* FilterName(uint32_t type, uint32_t codec) {
-    if (type != MX_FRAME_VIDEO) return nullptr;
-    switch (codec) {
-        case MX_VIDEO_H264:
-            return "h264_mp4toannexb";
-        case MX_VIDEO_H265:
-            return "hevc_mp4toannexb";
-        case MX_VIDEO_MPEG4:  // AVI files may hold a B picture in the packet of another one
-            return "mpeg4_unpack_bframes";
-        default:
-            return nullptr;
-    }
+bool HasNalUnits(uint32_t codec) {
+    return codec == MX_VIDEO_H264 || codec == MX_VIDEO_H265;
+}
+
+// ISO/IEC 14496-15 5.3.3.1.2 and 8.3.3.1.2: where the records of a file's configuration tell how long lengths are.
+size_t LengthSize(uint32_t codec, ByteSpan record) {
+    const size_t place = codec == MX_VIDEO_H264 ? 4 : 21;
+    const bool annex_b = record.size() >= 4 && record[0] == 0 && record[1] == 0 && record[2] <= 1;
+    return annex_b || record.size() <= place ? 0 : (record[place] & 3u) + 1;
+}
+
+// The packet's bytes and libav's padding behind them, which is as long as the spare of a frame.
+FrameBytes TakeOver(AVPacket& packet) {
+    static_assert(AV_INPUT_BUFFER_PADDING_SIZE >= MediaFrame::kSpare);
+    if (av_packet_make_writable(&packet) < 0) throw std::bad_alloc();
+    FrameBytes bytes(packet.data, static_cast<size_t>(packet.size) + MediaFrame::kSpare,
+                     {std::exchange(packet.buf, nullptr), [](void* buffer) {
+                          auto* reference = static_cast<AVBufferRef*>(buffer);
+                          av_buffer_unref(&reference);
+                      }});
+    packet.data = nullptr;
+    packet.size = 0;
+    return bytes;
 }
 
 ByteSpan Bytes(const AVPacket& packet) {
@@ -67,6 +78,14 @@ uint32_t ScaleOf(const AVStream& stream) {
     const AVRational base = stream.time_base;
     if (base.num <= 0 || base.den <= 0) return 0;
     return static_cast<uint32_t>(base.den % base.num == 0 ? base.den / base.num : base.den);
+}
+
+// Degrees clockwise.
+uint32_t RotationOf(const AVStream& stream) {
+    const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
+    if (matrix == nullptr) return 0;
+    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
+    return std::isnan(degrees) ? 0 : static_cast<uint32_t>((std::lround(degrees) % 360 + 360) % 360);
 }
 
 uint32_t SampleBits(uint32_t codec) {
@@ -129,6 +148,7 @@ MediaStream DescribeStream(const AVStream& stream, const std::string& path, int 
         about.frame_rate = frame_rate != 0 ? frame_rate : RoundedRate(stream);
         if (about.frame_rate == 0) about.frame_rate = kDefaultFrameRate;
         const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
+        about.rotation = RotationOf(stream);
         about.exact_rate = frame_rate == 0 && rate.num > 0 && rate.den > 0 ? av_q2d(rate) : about.frame_rate;
     } else {
         about.samples_per_sec = static_cast<uint32_t>(std::max(par.sample_rate, 0));
@@ -146,17 +166,16 @@ StreamReader::StreamReader(const AVStream& stream, MediaStream about, const Inpu
       index_(stream.index),
       time_base_(stream.time_base),
       bitrate_(static_cast<uint32_t>(std::clamp<int64_t>(stream.codecpar->bit_rate, 0, UINT32_MAX))),
-      long_start_codes_(options.long_start_codes && (about_.codec == MX_VIDEO_H264 || about_.codec == MX_VIDEO_H265)),
       block_ms_(std::max<int64_t>(options.block_ms, 1)) {
     const AVCodecParameters& par = *stream.codecpar;
+    if (!par_ || avcodec_parameters_copy(par_.get(), &par) < 0) Fail("needs more memory");
     if (par.extradata_size > 0) parameter_sets_.assign(par.extradata, par.extradata + par.extradata_size);
     if (about_.type == MX_FRAME_VIDEO) {
         frame_length_ = {1, static_cast<int>(about_.frame_rate)};
         const AVRational rate = stream.avg_frame_rate.num > 0 ? stream.avg_frame_rate : stream.r_frame_rate;
         if (options.frame_rate == 0 && rate.num > 0 && rate.den > 0) frame_length_ = av_inv_q(rate);
-        OpenFilter(par);
-        OpenParser(par);
-        NoteRotation(stream);
+        ReadConfiguration();
+        OpenParser(filter_ ? *filter_->par_out : *par_);
         return;
     }
     if (about_.samples_per_sec == 0) Fail("does not say its sample rate");
@@ -186,30 +205,46 @@ void StreamReader::Fail(const std::string& what) const {
                      what);
 }
 
-void StreamReader::NoteRotation(const AVStream& stream) {
-    const uint8_t* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr);
-    if (matrix == nullptr) return;
-    const double degrees = -av_display_rotation_get(reinterpret_cast<const int32_t*>(matrix));
-    const long turn = std::isnan(degrees) ? 0 : (std::lround(degrees) % 360 + 360) % 360;
-    if (turn == 0) return;
-    notes.push_back("the pictures are to be shown turned by " + std::to_string(turn) +
-                    " degrees, which is not stated in the output");
-}
-
-void StreamReader::OpenFilter(const AVCodecParameters& par) {
-    const char* name = FilterName(about_.type, about_.codec);
-    if (name == nullptr) return;
+void StreamReader::OpenFilter(const char* name) {
     const AVBitStreamFilter* filter = av_bsf_get_by_name(name);
     AVBSFContext* context = nullptr;
     if (filter == nullptr || av_bsf_alloc(filter, &context) < 0) Fail(std::string("needs libavcodec's ") + name);
     filter_.reset(context);
     filter_->time_base_in = time_base_;
-    if (avcodec_parameters_copy(filter_->par_in, &par) < 0 || av_bsf_init(filter_.get()) < 0) {
+    if (avcodec_parameters_copy(filter_->par_in, par_.get()) < 0 || av_bsf_init(filter_.get()) < 0) {
         Fail("has a damaged codec configuration");
     }
     const AVCodecParameters& out = *filter_->par_out;
     parameter_sets_.clear();
     if (out.extradata_size > 0) parameter_sets_.assign(out.extradata, out.extradata + out.extradata_size);
+}
+
+// Parameter sets in Annex-B form, and how units are set apart. H.264 and H.265 need libavcodec's filter for their
+// configuration alone: their frames are brought into form in place.
+void StreamReader::ReadConfiguration() {
+    if (HasNalUnits(about_.codec)) {
+        length_size_ = LengthSize(about_.codec, {par_->extradata, static_cast<size_t>(par_->extradata_size)});
+        OpenFilter(about_.codec == MX_VIDEO_H264 ? "h264_mp4toannexb" : "hevc_mp4toannexb");
+        if (length_size_ != 0 && avcodec_parameters_copy(par_.get(), filter_->par_out) < 0) Fail("needs more memory");
+        filter_.reset();
+    } else if (about_.codec == MX_VIDEO_MPEG4) {
+        OpenFilter("mpeg4_unpack_bframes");  // AVI files may hold a B picture in the packet of another one
+    }
+}
+
+// A file with several sample entries says with a packet that another one begins.
+void StreamReader::TakeNewConfiguration(const AVPacket& packet) {
+    if (!HasNalUnits(about_.codec)) return;
+    size_t size = 0;
+    const uint8_t* data = av_packet_get_side_data(&packet, AV_PKT_DATA_NEW_EXTRADATA, &size);
+    if (data == nullptr || size == 0) return;
+    av_freep(&par_->extradata);
+    par_->extradata = static_cast<uint8_t*>(av_mallocz(size + AV_INPUT_BUFFER_PADDING_SIZE));
+    if (par_->extradata == nullptr) Fail("needs more memory");
+    std::copy_n(data, size, par_->extradata);
+    par_->extradata_size = static_cast<int>(size);
+    ReadConfiguration();
+    OpenParser(*par_);
 }
 
 void StreamReader::OpenParser(const AVCodecParameters& par) {
@@ -219,8 +254,7 @@ void StreamReader::OpenParser(const AVCodecParameters& par) {
     parser_->flags |= PARSER_FLAG_COMPLETE_FRAMES;
     parser_context_.reset(avcodec_alloc_context3(nullptr));
     if (!parser_context_) Fail("needs more memory");
-    const AVCodecParameters& source = filter_ ? *filter_->par_out : par;
-    if (avcodec_parameters_to_context(parser_context_.get(), &source) < 0) Fail("has a damaged codec configuration");
+    if (avcodec_parameters_to_context(parser_context_.get(), &par) < 0) Fail("has a damaged codec configuration");
 }
 
 void StreamReader::Take(AVPacket* packet) {
@@ -230,6 +264,7 @@ void StreamReader::Take(AVPacket* packet) {
     }
     if (!filter_) {
         if (packet != nullptr) {
+            TakeNewConfiguration(*packet);
             TakeFiltered(*packet);
         } else if (IsSampled(about_.codec)) {
             CutBlocks(true);
@@ -255,7 +290,7 @@ void StreamReader::Take(AVPacket* packet) {
     }
 }
 
-void StreamReader::TakeFiltered(const AVPacket& packet) {
+void StreamReader::TakeFiltered(AVPacket& packet) {
     if (packet.size <= 0) return;
     if (about_.type == MX_FRAME_VIDEO) {
         TakeVideo(packet);
@@ -271,37 +306,55 @@ void StreamReader::TakeFiltered(const AVPacket& packet) {
     }
 }
 
-uint32_t StreamReader::SubType(const AVPacket& packet, ByteSpan frame) {
-    const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+uint32_t StreamReader::SubType(bool key, int64_t pts, int64_t dts, ByteSpan frame) {
     if (!parser_) return key || about_.codec == MX_VIDEO_MJPEG ? MX_SUB_I : MX_SUB_P;
     uint8_t* out = nullptr;
     int out_size = 0;
     av_parser_parse2(parser_.get(), parser_context_.get(), &out, &out_size, frame.data(),
-                     static_cast<int>(frame.size()), packet.pts, packet.dts, packet.pos);
+                     static_cast<int>(frame.size()), pts, dts, -1);
     // An intra picture from which decoding cannot begin is no key frame for any container.
     if (key) return MX_SUB_I;
     return parser_->pict_type == AV_PICTURE_TYPE_B ? MX_SUB_B : MX_SUB_P;
 }
 
-void StreamReader::TakeVideo(const AVPacket& packet) {
+// Brings a packet into the form that the library takes: units of H.264 and H.265 behind start codes of four bytes, key
+// frames with parameter sets. Copies only where that moves bytes. False: the packet is damaged.
+bool StreamReader::TakeUnits(AVPacket& packet, bool key, FrameBytes& bytes) const {
+    const ByteSpan whole = Bytes(packet);
+    const bool nal_units = HasNalUnits(about_.codec);
+    const bool wants_sets = key && !parameter_sets_.empty() && about_.codec != MX_VIDEO_MJPEG;
+    NalUnits units;
+    if (length_size_ != 0) {
+        auto found = LengthUnits(whole, length_size_);
+        if (!found || found->empty()) return false;
+        units = std::move(*found);
+    } else if (nal_units || wants_sets) {
+        units = AnnexBUnits(whole);
+    }
+    const bool add_sets = wants_sets && !HasParameterSets(about_.codec, whole, units);
+    if (!nal_units && add_sets) {
+        MediaFrame joined;
+        joined.SetBytes(whole.data(), whole.size(), parameter_sets_.data(), parameter_sets_.size());
+        bytes = std::move(joined.bytes);
+    } else if (nal_units && !units.empty() && (add_sets || !HaveLongCodes(whole, units))) {
+        const size_t place = ParameterSetPlace(about_.codec, whole, units);
+        bytes = WithLongStartCodes(whole, units, add_sets ? ByteSpan(parameter_sets_) : ByteSpan(), place,
+                                   MediaFrame::kSpare);
+    } else {
+        bytes = TakeOver(packet);
+        if (length_size_ != 0) WriteStartCodes(bytes, units);
+    }
+    return true;
+}
+
+void StreamReader::TakeVideo(AVPacket& packet) {
     MediaFrame frame = Blank();
-    frame.SetBytes(packet.data, static_cast<size_t>(packet.size));
-    frame.sub_type = SubType(packet, {frame.bytes.data(), frame.Size()});
-    if (frame.sub_type == MX_SUB_I && !parameter_sets_.empty()) {
-        if (const auto place = ParameterSetPlace(about_.codec, Bytes(packet))) {
-            frame.bytes.insert(frame.bytes.begin() + static_cast<std::ptrdiff_t>(*place), parameter_sets_.begin(),
-                               parameter_sets_.end());
-        }
+    const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
+    if (!TakeUnits(packet, key, frame.bytes)) {
+        ++damaged;
+        return;
     }
-    if (long_start_codes_) {
-        std::vector<uint8_t> longer;
-        longer.reserve(frame.bytes.size() + kRoomForStartCodes);
-        AppendWithLongStartCodes({frame.bytes.data(), frame.Size()}, longer);
-        if (!longer.empty()) {
-            longer.resize(longer.size() + MediaFrame::kSpare);
-            frame.bytes = std::move(longer);
-        }
-    }
+    frame.sub_type = SubType(key, packet.pts, packet.dts, {frame.bytes.data(), frame.Size()});
     // The library wants times that rise: decoding times, moved so that the first one is when its picture is shown.
     const int64_t decode = TimeOf(packet, packet.dts);
     const int64_t show = packet.pts == AV_NOPTS_VALUE ? decode : ToUs(packet.pts);
@@ -386,6 +439,7 @@ MediaFrame StreamReader::Blank() const {
     frame.samples_per_sec = about_.samples_per_sec;
     frame.bits_per_sample = about_.bits_per_sample;
     frame.channels = about_.channels;
+    frame.rotation = about_.rotation;
     frame.bitrate = about_.type == MX_FRAME_AUDIO ? bitrate_ : 0;
     return frame;
 }

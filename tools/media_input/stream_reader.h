@@ -25,7 +25,7 @@ class StreamReader : public StreamQueue {
     // `about` describes the stream; its path and number serve the messages. Throws InputError.
     StreamReader(const AVStream& stream, MediaStream about, const InputOptions& options);
 
-    // Null flushes what is held back at the end of the file.
+    // Takes the packet's bytes over. Null flushes what is held back at the end of the file.
     void Take(AVPacket* packet);
 
     int Index() const { return index_; }
@@ -33,15 +33,17 @@ class StreamReader : public StreamQueue {
     AVRational TimeBase() const { return time_base_; }
 
   private:
-    void NoteRotation(const AVStream& stream);
-    void OpenFilter(const AVCodecParameters& par);
+    void OpenFilter(const char* name);
     void OpenParser(const AVCodecParameters& par);
-    void TakeFiltered(const AVPacket& packet);
-    void TakeVideo(const AVPacket& packet);
+    void ReadConfiguration();
+    void TakeNewConfiguration(const AVPacket& packet);
+    void TakeFiltered(AVPacket& packet);
+    void TakeVideo(AVPacket& packet);
+    bool TakeUnits(AVPacket& packet, bool key, FrameBytes& bytes) const;
     void TakeAac(const AVPacket& packet);
     void TakePcm(const AVPacket& packet);
     void CutBlocks(bool all);
-    uint32_t SubType(const AVPacket& packet, ByteSpan frame);
+    uint32_t SubType(bool key, int64_t pts, int64_t dts, ByteSpan frame);
     MediaFrame Blank() const;
     void Push(MediaFrame frame, int64_t time_us, int64_t pts_us, int64_t dts_us, int64_t duration_us);
     int64_t DurationOf(const AVPacket& packet) const;
@@ -51,14 +53,15 @@ class StreamReader : public StreamQueue {
 
     int index_;
     AVRational time_base_;
+    AvPtr<AVCodecParameters> par_{avcodec_parameters_alloc()};
     AvPtr<AVBSFContext> filter_;
     AvPtr<AVCodecContext> parser_context_;
     AvPtr<AVCodecParserContext> parser_;
-    std::vector<uint8_t> parameter_sets_;
+    std::vector<uint8_t> parameter_sets_;  // in Annex-B form
+    size_t length_size_ = 0;               // of the lengths ahead of units; 0: they have start codes
     std::optional<AdtsConfig> adts_;
     std::string adts_trouble_;
     uint32_t bitrate_ = 0;
-    bool long_start_codes_ = false;
 
     // Frames without a time follow the last one that had one by whole frame lengths.
     int64_t anchor_us_ = 0;

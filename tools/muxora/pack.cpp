@@ -32,17 +32,22 @@ void CheckArguments(const PackArguments& arguments, const Format& format) {
     const std::string key(format.key);
     if (piped && format.seeks) {
         throw WrongUsage(key + " goes back in its output and cannot be piped; write to a file, or choose " +
-                         (format.IsIso() ? "mp4noseek" : "a forward-only format (see muxora formats)"));
+                         (format.IsIso() || format.number == MX_FORMAT_HMP4
+                              ? "fmp4 (mp4noseek is a classic form without going back)"
+                              : "a forward-only format (see muxora formats)"));
     }
     const std::string extension = std::filesystem::path(arguments.output).extension().string();
     if (extension == ".m2ts" && (format.number == MX_FORMAT_TS || format.number == MX_FORMAT_XTS)) {
         throw WrongUsage(".m2ts files have packets of 192 bytes, and " + key +
                          " writes 188; name the output .ts, which every player of .m2ts opens");
     }
-    if (arguments.reserve != 0 && !format.IsIso()) throw WrongUsage("--reserve is for mp4, mov and their kin only");
+    if (arguments.reserve != 0 && !format.IsIso()) {
+        throw WrongUsage("--reserve is for the classic forms of mp4, mov and their kin only (-f mp4)");
+    }
     if (arguments.reserve != 0 && piped) throw WrongUsage("--reserve makes the format go back; write to a file");
-    if (arguments.backup > 0 && !format.IsIso()) {
-        throw WrongUsage("--backup is for mp4, mov and their kin only: " + key + " has no index to lose, or no backup");
+    if (arguments.backup > 0 && !format.IsIso() && !format.IsExact()) {
+        throw WrongUsage("--backup is for mp4, mov and their kin, and for the formats with exact times: " + key +
+                         " has no index to lose, or no backup");
     }
     if (arguments.backup > 0 && piped) throw WrongUsage("--backup needs a file; a pipe cannot be completed later");
     const bool ovx = format.number == MX_FORMAT_OVX || format.number == MX_FORMAT_OVX_ALT;
@@ -90,13 +95,14 @@ void AddPack(CLI::App& app) {
             "-o,--output", arguments->output,
             "The file to write; - is the standard output; .m3u8 and .mpd make HLS and DASH, each INPUT a rendition")
         ->required();
-    command->add_option("-f,--format", arguments->format_key, "Format key (see muxora formats); else by extension");
+    command->add_option("-f,--format", arguments->format_key,
+                        "Format key (see muxora formats); else by extension, with exact times");
     command->add_flag("--realtime", arguments->realtime, "As fast as the media plays, not faster");
-    command->add_option("--reserve", arguments->reserve, "mp4, mov: room in front for the index, in bytes");
+    command->add_option("--reserve", arguments->reserve, "Classic mp4, mov: room in front for the index, in bytes");
     command
         ->add_option("--backup", arguments->backup,
-                     "mp4, mov: keep snapshots of the index beside the file, so that a killed recording loses at most "
-                     "this many seconds (see muxora repair)")
+                     "Grow under the file's own name, so that a killed recording loses at most this many seconds; "
+                     "classic mp4, mov: with snapshots of the index beside it (see muxora repair)")
         ->check(CLI::Range(0.1, 3600.0));
     arguments->key.AddTo(*command);
     command->add_option("--encrypt", arguments->encrypt, "ovx: OFFSET:LENGTH of the stretch of each frame to encrypt");

@@ -35,36 +35,73 @@ bool StatesPresentationTimes(const Format& format) {
            format.number == MX_FORMAT_RTP;
 }
 
+// Formats that add up the lengths of AAC frames in whole milliseconds.
+bool AddsUpMilliseconds(const Format& format) {
+    return format.number == MX_FORMAT_FLV || format.number == MX_FORMAT_FLV_STREAM || format.number == MX_FORMAT_ASF;
+}
+
+template <typename... Values>
+std::string Text(const char* form, Values... values) {
+    char text[320];
+    std::snprintf(text, sizeof text, form, values...);
+    return text;
+}
+
+// What becomes of the input's times.
+std::vector<std::string> LostTimes(const Format& format, const PackFacts& facts) {
+    std::vector<std::string> lost;
+    const MediaStream* video = facts.video;
+    const MediaStream* audio = facts.audio;
+    const bool counts = video != nullptr && CountsPictures(format);
+    if (counts && std::abs(video->exact_rate - video->frame_rate) > 0.001) {
+        const double seconds = std::abs(1 - video->exact_rate / video->frame_rate) * 3600;
+        lost.push_back(Text("%.3f frames a second are written as %u, so pictures run %s of the sound by %.1f s an hour",
+                            video->exact_rate, video->frame_rate,
+                            video->exact_rate < video->frame_rate ? "ahead" : "behind", seconds));
+    } else if (counts && facts.uneven_seconds > 0.1) {
+        lost.push_back(Text("pictures that come at a varying rate are written as %u a second, up to %.1f s off",
+                            video->frame_rate, facts.uneven_seconds));
+    }
+    if (facts.has_b_pictures && !StatesPresentationTimes(format)) {
+        lost.emplace_back(
+            "the video has B pictures, and only the time of decoding is stated: players that sort pictures by the "
+            "codec's own order (ffmpeg) show them right, those that go by the file's times (browsers) do not");
+    }
+    if (audio != nullptr && audio->codec == MX_AUDIO_AAC && AddsUpMilliseconds(format) && audio->samples_per_sec != 0) {
+        const double frame_ms = 1024000.0 / audio->samples_per_sec;
+        const double seconds = (1 - std::floor(frame_ms) / frame_ms) * 3600;
+        if (seconds > 0.05) {
+            lost.push_back(Text("AAC frames of %.3f ms are counted as %.0f, so sound runs ahead by %.1f s an hour",
+                                frame_ms, std::floor(frame_ms), seconds));
+        }
+    }
+    // The block's time has 16 bits, and the cluster's starts again with it.
+    constexpr int64_t kMatroskaEnd = 65535;
+    if (format.number == MX_FORMAT_MKV && facts.media_ms > kMatroskaEnd) {
+        lost.push_back(
+            Text("time has 16 bits of milliseconds: what is past 65.5 s (this is %.1f s) starts again at 0, and "
+                 "players jump back or stop there, unless it is cut with --segment 60s",
+                 static_cast<double>(facts.media_ms) / 1000));
+    }
+    return lost;
+}
+
 }  // namespace
 
 std::vector<std::string> FormatNotes(const Format& format, const PackFacts& facts) {
     std::vector<std::string> notes;
     const std::string key(format.key);
-    char text[320];
+    std::string lost;
+    for (const std::string& one : LostTimes(format, facts))
+        lost += (lost.empty() ? "" : "; ") + one;
+    if (!lost.empty()) {
+        notes.push_back("what " + key + " loses of this input: " + lost + " (-f " + std::string(format.ExactKin()) +
+                        " keeps every time)");
+    }
     const MediaStream* video = facts.video;
-    if (video != nullptr && CountsPictures(format) && std::abs(video->exact_rate - video->frame_rate) > 0.001) {
-        const double seconds = std::abs(1 - video->exact_rate / video->frame_rate) * 3600;
-        std::snprintf(text, sizeof text,
-                      "%.3f frames a second are written as %u: %s times pictures by whole rates, so they run %s of the "
-                      "sound by %.1f s an hour",
-                      video->exact_rate, video->frame_rate, key.c_str(),
-                      video->exact_rate < video->frame_rate ? "ahead" : "behind", seconds);
-        notes.emplace_back(text);
-    }
-    if (facts.has_b_pictures && !StatesPresentationTimes(format)) {
-        notes.push_back("the video has B pictures, and " + key +
-                        " states the time of decoding alone: players that sort pictures by the codec's own order "
-                        "(ffmpeg) show them right, those that go by the file's times (browsers) do not");
-    }
-    // The block's time has 16 bits, and the cluster's starts again with it.
-    constexpr int64_t kMatroskaEnd = 65535;
-    if (format.number == MX_FORMAT_MKV && facts.media_ms > kMatroskaEnd) {
-        std::snprintf(
-            text, sizeof text,
-            "mkv counts time in 16 bits of milliseconds: what is past 65.5 s (this is %.1f s) starts again at "
-            "0, and players jump back or stop there; cut it with --segment 60s, or choose another format",
-            static_cast<double>(facts.media_ms) / 1000);
-        notes.emplace_back(text);
+    if (video != nullptr && video->rotation != 0 && !format.StatesRotation(video->rotation)) {
+        notes.push_back("the pictures are to be shown turned by " + std::to_string(video->rotation) +
+                        " degrees, which " + key + " does not state");
     }
     // Two headers are fixed, whatever the frames are.
     const uint32_t fixed_rate = format.number == MX_FORMAT_WAV ? 8000 : 16000;

@@ -14,7 +14,8 @@ struct PackFacts {
     const MediaStream* video = nullptr;  // null: none
     const MediaStream* audio = nullptr;
     bool has_b_pictures = false;
-    int64_t media_ms = 0;  // 0: not known yet
+    int64_t media_ms = 0;       // 0: not known yet
+    double uneven_seconds = 0;  // how far a picture is from where an even rate would have it
 };
 
 // Each in a line, true, and only where it bears on this input.

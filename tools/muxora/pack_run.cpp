@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 
@@ -69,6 +70,16 @@ PackRun::PackRun(const PackArguments& arguments, const Format& format, const Own
     }
     settings_.reserve = arguments.reserve;
     ReadEncryption(arguments, settings_);
+    if (format.number == MX_FORMAT_HMP4 || format.number == MX_FORMAT_FMP4) {
+        MXFragmentParam fragment{};
+        fragment.size = sizeof fragment;
+        // What is not in a whole fragment is what a killed recording loses.
+        fragment.duration_ms = static_cast<uint32_t>(arguments.backup * 500);
+        if (fragment.duration_ms != 0) fragment.mode = MX_FRAGMENT_DURATION;
+        if (input_.Audio() == nullptr) fragment.tracks = MX_TRACKS_VIDEO;
+        if (input_.Video() == nullptr) fragment.tracks = MX_TRACKS_AUDIO;
+        settings_.fragment = fragment;
+    }
     settings_.rtp = arguments.rtp.Param(input_.Video(), input_.Audio());
     if (!arguments.segment.empty()) rule_ = ParseSegmentRule(arguments.segment);
     RefuseIfStrict(false);
@@ -98,7 +109,8 @@ void PackRun::OpenPart() {
                                        [this](const MXOutputBlock& block) { return Store(block); });
     key_at_ = 0;
     largest_gap_ = 0;
-    if (arguments_.backup <= 0) return;
+    // The exact formats are whole as far as they are written.
+    if (arguments_.backup <= 0 || format_.IsExact()) return;
     // Twice as often as asked for: the last one then is on the disk in time, whenever the end comes.
     const auto period = std::chrono::milliseconds(std::max<int64_t>(static_cast<int64_t>(arguments_.backup * 500), 50));
     snapshots_ = std::make_unique<SnapshotTaker>(format_, packer_->Handle(), *output_, period);
@@ -130,6 +142,10 @@ void PackRun::Run() {
         ClosePart();
     } catch (const Failure& failure) {
         // A recording that something describes is worth more than a clean directory.
+        if (output_ && arguments_.backup > 0 && format_.IsExact() && output_->End() != 0) {
+            output_->Leave();
+            throw Failure(std::string(failure.what()) + "; what was recorded stays and plays: " + output_->Path());
+        }
         if (!snapshots_ || snapshots_->Taken() == 0) throw;
         snapshots_->Stop();
         output_->Leave();
@@ -175,6 +191,7 @@ void PackRun::PackFrames() {
             break;
         }
         codec_now_ = frame.IsVideo() ? frame.codec : 0;
+        if (frame.IsVideo()) MeasureRate(frame);
         has_b_pictures_ = has_b_pictures_ || (frame.IsVideo() && frame.sub_type == MX_SUB_B);
         frame.MoveBack(part_start_ms_ - start_ms);
         packer_->Give(frame);
@@ -185,8 +202,19 @@ void PackRun::PackFrames() {
     seconds_ = progress.Seconds();
 }
 
+// How far a picture is from where a count of pictures at the stream's rate has it.
+void PackRun::MeasureRate(const MediaFrame& frame) {
+    if (pictures_ == 0) first_picture_ms_ = frame.time_ms;
+    const double even_ms = static_cast<double>(pictures_++) * 1000 / std::max(input_.Video()->exact_rate, 1.0);
+    const auto ms = static_cast<double>(frame.time_ms - first_picture_ms_);
+    uneven_seconds_ = std::max(uneven_seconds_, std::abs(ms - even_ms) / 1000);
+}
+
 uint64_t PackRun::Store(const MXOutputBlock& block) {
     const uint64_t before = output_->End();
+    // What completes an exact format where the sink can go back, and nothing lacks where it cannot.
+    const bool exact = block.size >= sizeof(MXExactBlock);
+    if (exact && !output_->Seekable() && reinterpret_cast<const MXExactBlock&>(block).kind == MX_BLOCK_PATCH) return 0;
     if (format_.number == MX_FORMAT_RTP) {
         StorePacket(block);
     } else if (block.seek_type == MX_SEEK_ABSOLUTE) {
@@ -212,6 +240,7 @@ std::vector<std::string> PackRun::Notes() const {
     facts.video = input_.Video();
     facts.audio = input_.Audio();
     facts.has_b_pictures = has_b_pictures_;
+    facts.uneven_seconds = uneven_seconds_;
     facts.media_ms = parts_.size() > 1 ? 0 : media_ms_;
     std::vector<std::string> notes = FormatNotes(format_, facts);
     for (std::string& note : input_.Notes())
@@ -287,7 +316,7 @@ Json PackRun::JsonSummary() const {
     if (parts_.size() > 1) json["files"] = parts_;
     if (input_.Video() != nullptr) json["video"] = stream_json(*input_.Video(), video_);
     if (input_.Audio() != nullptr) json["audio"] = stream_json(*input_.Audio(), audio_);
-    if (arguments_.backup > 0) json["snapshots"] = snapshots_taken_;
+    if (arguments_.backup > 0 && !format_.IsExact()) json["snapshots"] = snapshots_taken_;
     json["notes"] = Notes();
     return json;
 }

@@ -48,6 +48,7 @@ class PackRun {
     void ClosePart();
     bool WantsNewPart(const MediaFrame& frame) const;
     void PackFrames();
+    void MeasureRate(const MediaFrame& frame);
     uint64_t Store(const MXOutputBlock& block);
     void StorePacket(const MXOutputBlock& block);
     void RefuseIfStrict(bool finished) const;
@@ -75,6 +76,9 @@ class PackRun {
     uint64_t key_at_ = 0;
     uint32_t codec_now_ = 0;
     bool has_b_pictures_ = false;
+    uint64_t pictures_ = 0;
+    int64_t first_picture_ms_ = 0;
+    double uneven_seconds_ = 0;
     int64_t media_ms_ = 0;
     double seconds_ = 0;
     std::string full_;

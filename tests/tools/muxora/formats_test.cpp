@@ -26,19 +26,20 @@ TEST(Formats, TheTableHasEveryFormat) {
         rows.push_back(number + " " + key);
     }
     const std::vector<std::string> expected{
-        "0 mp4",       "1 asf",   "2 avi",     "3 ovx",     "4 flv",        "5 asfstream", "6 mov",      "7 3gp",
-        "8 flvstream", "9 rtp",   "10 ts",     "11 ps",     "12 mp4noseek", "13 mkv",      "14 mp464",   "15 mov64",
-        "16 wav",      "17 ovps", "18 gaysps", "19 ovxalt", "20 gdps",      "65536 fmp4",  "65539 xflv", "65540 xts"};
+        "0 mp4",      "1 asf",       "2 avi",      "3 ovx",      "4 flv",     "5 asfstream",  "6 mov",
+        "7 3gp",      "8 flvstream", "9 rtp",      "10 ts",      "11 ps",     "12 mp4noseek", "13 mkv",
+        "14 mp464",   "15 mov64",    "16 wav",     "17 ovps",    "18 gaysps", "19 ovxalt",    "20 gdps",
+        "65536 fmp4", "65537 hmp4",  "65538 xmkv", "65539 xflv", "65540 xts"};
     EXPECT_EQ(rows, expected);
 }
 
 TEST(Formats, CodecsComeFromTheLibrary) {
     const std::string json = Muxora({"formats", "--json"}).out;
-    EXPECT_TRUE(Contains(json, R"({"number":0,"key":"mp4","extensions":"mp4 m4v m4a","kind":"file","seeks":true,)"
+    EXPECT_TRUE(Contains(json, R"({"number":0,"key":"mp4","extensions":"","kind":"file","seeks":true,)"
                                R"("video":[{"number":4,"name":"H.264"},{"number":1,"name":"MPEG-4"},)"
                                R"({"number":12,"name":"H.265"},{"number":3,"name":"MJPEG"}],)"
                                R"("audio":[{"number":26,"name":"AAC"},{"number":31,"name":"MPEG audio"}])"));
-    EXPECT_TRUE(Contains(json, R"("key":"ts","extensions":"ts m2ts mts","kind":"stream","seeks":false)"));
+    EXPECT_TRUE(Contains(json, R"("key":"xts","extensions":"ts m2ts mts","kind":"stream","seeks":false)"));
     EXPECT_TRUE(Contains(json, R"({"number":7,"name":"PCM 8 bit","samples_per_sec":11000,"bits_per_sample":8)"));
 }
 
@@ -63,7 +64,7 @@ TEST(Usage, WrongUsageIsOneLineAndTwo) {
         {"pack", clip, "-o", "x", "-f", "nothing"},
         {"pack", clip, "-o", "-", "-f", "mp4"},
         {"pack", clip, "-o", "-", "-f", "mp4noseek", "--reserve", "1000"},
-        {"pack", clip, "-o", "x.mkv", "--backup", "1"},
+        {"pack", clip, "-o", "x.mkv", "-f", "mkv", "--backup", "1"},
         {"pack", clip, "-o", "x.ts", "--reserve", "100"},
         {"pack", clip, "-o", "x.mp4", "--key", "00", "--encrypt", "0:16"},
         {"pack", clip, "-o", "x.ovx", "--key", "00112233445566778899aabbccddeeff"},

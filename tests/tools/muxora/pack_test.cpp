@@ -1,8 +1,10 @@
 // muxora pack of inputs that nobody made ready: right output, or a clear error and nothing left behind.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <sstream>
 #include <thread>
 
 #include "support/hex.h"
@@ -27,8 +29,8 @@ ClipSpec Clip(const std::string& container, int b_frames = 0) {
 }
 
 // Files in which ffmpeg finds the pictures of any H.264 clip again.
-const std::vector<std::string> kContainers{"mp4", "mov", "mp464", "mov64", "mp4noseek", "mkv",
-                                           "avi", "asf", "flv",   "ts",    "ps",        "ovps"};
+const std::vector<std::string> kContainers{"mp4", "mov", "mp464", "mov64", "mp4noseek", "mkv",  "avi",  "asf", "flv",
+                                           "ts",  "ps",  "ovps",  "fmp4",  "hmp4",      "xmkv", "xflv", "xts"};
 
 struct InputCase {
     const char* name;
@@ -218,13 +220,14 @@ INSTANTIATE_TEST_SUITE_P(
         BadCase{"no_directory", {"CLIP", "-o", "{}/no/x.ts"}, "make the directory first"},
         BadCase{"full_device", {"CLIP", "-o", "/dev/full", "-f", "ts"}, "No space left on device"},
         BadCase{"full_device_patched", {"CLIP", "-o", "/dev/full", "-f", "mp4"}, "/dev/full"},
-        BadCase{
-            "codec_of_video", {"HEVC", "-o", "{}/x.mkv"}, "mkv does not take H.265 video; its video: H.264, MPEG-4"},
-        BadCase{"codec_of_audio", {"MP3", "-o", "{}/x.mkv"}, "mkv does not take MPEG audio"},
+        BadCase{"codec_of_video",
+                {"HEVC", "-o", "{}/x.mkv", "-f", "mkv"},
+                "mkv does not take H.265 video; its video: H.264, MPEG-4"},
+        BadCase{"codec_of_audio", {"MP3", "-o", "{}/x.mkv", "-f", "mkv"}, "mkv does not take MPEG audio"},
         BadCase{
             "codec_late", {"HEVC", "-o", "{}/x.gaysps", "-f", "gaysps", "--no-audio"}, "gaysps does not take H.265"},
-        BadCase{"sound_alone", {"SOUND", "-o", "{}/x.mp4"}, "begins with a video key frame"},
-        BadCase{"sound_alone_stream", {"SOUND", "-o", "{}/x.flv"}, "begins with a video key frame"},
+        BadCase{"sound_alone", {"SOUND", "-o", "{}/x.mp4", "-f", "mp4"}, "begins with a video key frame"},
+        BadCase{"sound_alone_stream", {"SOUND", "-o", "{}/x.flv", "-f", "flv"}, "begins with a video key frame"},
         BadCase{"video_into_wav", {"CLIP", "-o", "{}/x.wav", "--no-audio"}, "wav does not take H.264 video"},
         BadCase{"nothing_chosen", {"CLIP", "-o", "{}/x.ts", "--no-audio", "--no-video"}, "neither a video nor"},
         BadCase{"no_such_stream", {"CLIP", "-o", "{}/x.ts", "--audio", "9"}, "no stream 9"}),
@@ -250,7 +253,7 @@ TEST(Pack, AFullFileSystemLeavesNothing) {
 
 TEST(Pack, APipeGetsTheBytesOfTheFile) {
     const std::string clip = MakeClip(Clip("mp4"));
-    for (const std::string key : {"ts", "ps", "ovps", "flvstream", "asfstream", "mp4noseek", "ovx"}) {
+    for (const std::string key : {"ts", "ps", "ovps", "flvstream", "asfstream", "mp4noseek", "ovx", "fmp4", "xts"}) {
         const std::string out = WorkPath("piped." + key);
         ASSERT_EQ(Muxora({"pack", clip, "-o", out, "-f", key, "--quiet"}).exit_code, 0);
         const auto run = Muxora({"pack", clip, "-o", "-", "-f", key});
@@ -268,14 +271,15 @@ TEST(Pack, APipeGetsTheBytesOfTheFile) {
 TEST(Pack, TheSummaryCountsFrames) {
     const std::string clip = MakeClip(Clip("mp4"));
     const std::string out = WorkPath("count.mp4");
-    const auto text = Muxora({"pack", clip, "-o", out});
+    const auto text = Muxora({"pack", clip, "-o", out, "-f", "mp4"});
     // The sound of the clip begins a frame ahead of the pictures.
     EXPECT_TRUE(Contains(text.out, "frames: 50 given, 50 written, 0 dropped\n")) << text.out;
     EXPECT_TRUE(Contains(text.out, "given, 94 written, 1 dropped\n")) << text.out;
     EXPECT_EQ(text.err, "");
     EXPECT_EQ(test::Probe(out, "a:0", "stream=nb_frames"), "94");
     const auto json = Muxora({"pack", clip, "-o", out, "--json"});
-    EXPECT_TRUE(Contains(json.out, "\"format\":\"mp4\",\"bytes\":" + std::to_string(fs::file_size(out)))) << json.out;
+    EXPECT_EQ(test::Probe(out, "a:0", "stream=nb_frames"), "95");
+    EXPECT_TRUE(Contains(json.out, "\"format\":\"hmp4\",\"bytes\":" + std::to_string(fs::file_size(out)))) << json.out;
     EXPECT_TRUE(Contains(json.out, "\"given\":50,\"written\":50,\"dropped\":0")) << json.out;
     EXPECT_EQ(Muxora({"pack", clip, "-o", out, "--quiet"}).out, "");
 }
@@ -289,17 +293,121 @@ TEST(Pack, NotesTellWhatAFormatCannotSay) {
     EXPECT_TRUE(Contains(wav.out, "note: wav always states 16 bit PCM, 8000 Hz, one channel")) << wav.out;
     const auto asf = Muxora({"pack", MakeClip(Clip("mp4")), "-o", WorkPath("note.asf"), "-f", "asfstream"});
     EXPECT_TRUE(Contains(asf.out, "note: asfstream always states 16 bit PCM, 16000 Hz, one channel")) << asf.out;
-    const auto plain = Muxora({"pack", MakeClip(Clip("mp4")), "-o", WorkPath("note.mp4")});
+    const auto plain = Muxora({"pack", MakeClip(Clip("mp4")), "-o", WorkPath("note.mp4"), "-f", "mp4"});
     EXPECT_FALSE(Contains(plain.out, "note:")) << plain.out;
-    const auto b_pictures = Muxora({"pack", MakeClip(Clip("mp4", 2)), "-o", WorkPath("note.mp4")});
-    EXPECT_TRUE(Contains(b_pictures.out, "note: the video has B pictures")) << b_pictures.out;
+    const auto b_pictures = Muxora({"pack", MakeClip(Clip("mp4", 2)), "-o", WorkPath("note.mp4"), "-f", "mp4"});
+    EXPECT_TRUE(Contains(b_pictures.out, "note: what mp4 loses of this input: the video has B pictures"))
+        << b_pictures.out;
+    EXPECT_TRUE(Contains(b_pictures.out, "(-f hmp4 keeps every time)")) << b_pictures.out;
+    const auto exact = Muxora({"pack", MakeClip(Clip("mp4", 2)), "-o", WorkPath("note.mp4")});
+    EXPECT_FALSE(Contains(exact.out, "note:")) << exact.out;
+    // Frames of 21.333 ms at 48000 Hz.
+    const auto flv = Muxora({"pack", MakeClip(Clip("mp4")), "-o", WorkPath("note.flv"), "-f", "flv"});
+    EXPECT_TRUE(Contains(flv.out, "AAC frames of 21.333 ms are counted as 21, so sound runs ahead by 56.2 s an hour"))
+        << flv.out;
     // 30000/1001 pictures a second.
     const std::string film = WorkPath("film.mp4");
     ASSERT_TRUE(test::Run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
                            "testsrc2=size=160x120:rate=30000/1001:duration=1", "-c:v", "mpeg4", film})
                     .Ok());
-    const auto rate = Muxora({"pack", film, "-o", WorkPath("note.mkv")});
-    EXPECT_TRUE(Contains(rate.out, "note: 29.970 frames a second are written as 30")) << rate.out;
+    const auto rate = Muxora({"pack", film, "-o", WorkPath("note.mkv"), "-f", "mkv"});
+    EXPECT_TRUE(Contains(rate.out, "29.970 frames a second are written as 30")) << rate.out;
+}
+
+TEST(Pack, FormsByPathKeepEveryTime) {
+    struct Form {
+        const char* extension;
+        const char* key;
+        double scale;  // seconds that a tick of the form lasts
+    };
+    const std::string film = WorkPath("exact.mkv");
+    ASSERT_TRUE(test::Run({"ffmpeg",
+                           "-v",
+                           "error",
+                           "-y",
+                           "-f",
+                           "lavfi",
+                           "-i",
+                           "testsrc2=size=160x120:rate=30000/1001:duration=3",
+                           "-f",
+                           "lavfi",
+                           "-i",
+                           "sine=sample_rate=44100:duration=3",
+                           "-c:v",
+                           "libx264",
+                           "-preset",
+                           "veryfast",
+                           "-bf",
+                           "3",
+                           "-g",
+                           "30",
+                           "-c:a",
+                           "aac",
+                           "-video_track_timescale",
+                           "30000",
+                           film + ".mp4"})
+                    .Ok());
+    // Presentation times in order, in seconds from the first one.
+    const auto times = [](const std::string& path, const std::string& stream) {
+        std::istringstream lines(test::Probe(path, stream, "packet=pts_time"));
+        std::vector<double> found;
+        for (std::string line; std::getline(lines, line);) {
+            if (!line.empty() && line.find_first_not_of("-.0123456789,") == std::string::npos)
+                found.push_back(std::stod(line));
+        }
+        std::sort(found.begin(), found.end());
+        const double first = found.empty() ? 0 : found.front();
+        for (double& time : found)
+            time -= first;
+        return found;
+    };
+    for (const Form form : {Form{"mp4", "hmp4", 1e-5}, Form{"mkv", "xmkv", 1e-4}, Form{"flv", "xflv", 1e-3},
+                            Form{"ts", "xts", 1e-4}, Form{"m4s", "fmp4", 1e-5}, Form{"cmfv", "fmp4", 1e-5}}) {
+        const std::string out = WorkPath(std::string("exact.") + form.extension);
+        const auto run = Muxora({"pack", film + ".mp4", "-o", out, "--strict"});
+        ASSERT_EQ(run.exit_code, 0) << run.err;
+        EXPECT_EQ(run.out.rfind(out + ": " + form.key + ", ", 0), 0u) << run.out;
+        for (const std::string stream : {"v:0", "a:0"}) {
+            const auto expected = times(film + ".mp4", stream);
+            const auto found = times(out, stream);
+            ASSERT_EQ(found.size(), expected.size()) << out << stream;
+            for (size_t i = 0; i < found.size(); ++i)
+                EXPECT_NEAR(found[i], expected[i], form.scale + 1e-6) << out << stream << " packet " << i;
+        }
+    }
+}
+
+TEST(Pack, ThePicturesTurnIsStatedWhereTheFormCan) {
+    const std::string turned = WorkPath("turned_in.mp4");
+    ASSERT_TRUE(test::Run({"ffmpeg", "-v", "error", "-y", "-i", MakeClip(Clip("mp4")), "-c", "copy", "-metadata:s:v:0",
+                           "rotate=90", turned})
+                    .Ok());
+    const auto rotation = [](const std::string& path) {
+        return test::Probe(path, "v:0", "stream_side_data=rotation").substr(0, 3);
+    };
+    const std::string expected = rotation(turned);
+    ASSERT_FALSE(expected.empty());
+    for (const std::string name : {"turned_out.mp4", "turned_out.mkv", "turned_out.m4s"}) {
+        const auto run = Muxora({"pack", turned, "-o", WorkPath(name), "--strict"});
+        EXPECT_EQ(run.exit_code, 0) << run.err;
+        EXPECT_EQ(rotation(WorkPath(name)), expected) << name;
+    }
+    const auto classic = Muxora({"pack", turned, "-o", WorkPath("turned_out.mov")});
+    EXPECT_TRUE(Contains(classic.out, "degrees, which mov does not state")) << classic.out;
+}
+
+TEST(Pack, ExactFormsGoThroughPipes) {
+    const std::string clip = MakeClip(Clip("mp4", 2));
+    for (const std::string key : {"xmkv", "xflv", "xts", "fmp4"}) {
+        const std::string out = WorkPath("through_pipe." + key);
+        const auto run = test::Run(
+            {"sh", "-c", std::string(MUXORA_TOOL " pack ") + clip + " -f " + key + " -o - --quiet | cat > " + out});
+        ASSERT_EQ(run.exit_code, 0) << run.err;
+        EXPECT_EQ(Pictures(out), Pictures(clip)) << key;
+    }
+    const auto hybrid = Muxora({"pack", clip, "-o", "-", "-f", "hmp4"});
+    EXPECT_EQ(hybrid.exit_code, 2);
+    EXPECT_TRUE(Contains(hybrid.err, "choose fmp4")) << hybrid.err;
 }
 
 TEST(Pack, OptionsDoWhatTheySay) {
@@ -308,7 +416,7 @@ TEST(Pack, OptionsDoWhatTheySay) {
     ASSERT_EQ(Muxora({"pack", clip, "-o", out, "--duration", "1", "--no-audio"}).exit_code, 0);
     EXPECT_EQ(test::Probe(out, "", "stream=codec_name,nb_frames"), "h264\n25");
     // The index in front.
-    ASSERT_EQ(Muxora({"pack", clip, "-o", out, "--reserve", "20000"}).exit_code, 0);
+    ASSERT_EQ(Muxora({"pack", clip, "-o", out, "-f", "mp4", "--reserve", "20000"}).exit_code, 0);
     const auto bytes = test::ReadFile(out);
     const std::string text(bytes.begin(), bytes.end());
     EXPECT_LT(text.find("moov"), text.find("mdat"));

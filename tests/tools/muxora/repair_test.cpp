@@ -85,12 +85,31 @@ TEST(Repair, ARecordingKilledAtAnyMomentPlaysUpToASecondBefore) {
     EXPECT_EQ(FilesIn(folder).size(), 10u);
 }
 
+TEST(Repair, AnExactFormPlaysAsItWasKilled) {
+    const std::string folder = test::FreshDirectory("exact_killed");
+    const auto whole = test::Pictures(LongClip());
+    for (const std::string key : {"hmp4", "xmkv", "xts"}) {
+        const std::string path = folder + "/x." + key;
+        Recording recording = Start(path, key);
+        std::this_thread::sleep_for(std::chrono::milliseconds(3000));
+        recording.process->Signal(SIGKILL);
+        recording.lived = std::chrono::duration<double>(Clock::now() - recording.start).count();
+        EXPECT_EQ(recording.process->Wait(), 128 + SIGKILL);
+        const auto found = test::DecodeVideo(path).Hashes();
+        // The last one of a TS may be a half one.
+        EXPECT_GE(static_cast<double>(found.size()) / 25, recording.lived - 1.2) << key;
+        ASSERT_LE(found.size(), whole.size());
+        EXPECT_TRUE(std::equal(found.begin(), found.end() - 1, whole.begin())) << key;
+    }
+    EXPECT_EQ(FilesIn(folder), (std::vector<std::string>{"x.hmp4", "x.xmkv", "x.xts"}));
+}
+
 TEST(Repair, ARecordingThatEndsWellLeavesNoSnapshot) {
     const std::string folder = test::FreshDirectory("well");
     ClipSpec spec;
     spec.container = "mp4";
-    const auto run =
-        Muxora({"pack", test::MakeClip(spec), "-o", folder + "/x.mp4", "--realtime", "--backup", "0.2", "--json"});
+    const auto run = Muxora({"pack", test::MakeClip(spec), "-o", folder + "/x.mp4", "-f", "mp4", "--realtime",
+                             "--backup", "0.2", "--json"});
     EXPECT_EQ(run.exit_code, 0);
     EXPECT_FALSE(Contains(run.out, "\"snapshots\":0")) << run.out;
     EXPECT_TRUE(Contains(run.out, "\"snapshots\":")) << run.out;
@@ -101,8 +120,8 @@ TEST(Repair, ARecordingThatEndsWellLeavesNoSnapshot) {
 TEST(Repair, ADiskThatFillsUpLeavesARecordingThatCanBeCompleted) {
     const std::string folder = test::FreshDirectory("fills");
     const std::string path = folder + "/x.mp4";
-    const auto run = test::Run(
-        {"prlimit", "--fsize=120000", MUXORA_TOOL, "pack", LongClip(), "-o", path, "--realtime", "--backup", "1"});
+    const auto run = test::Run({"prlimit", "--fsize=120000", MUXORA_TOOL, "pack", LongClip(), "-o", path, "-f", "mp4",
+                                "--realtime", "--backup", "1"});
     EXPECT_EQ(run.exit_code, 1);
     EXPECT_TRUE(test::IsOneLine(run.err)) << run.err;
     EXPECT_TRUE(Contains(run.err, "muxora repair " + path)) << run.err;
