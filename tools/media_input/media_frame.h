@@ -38,13 +38,16 @@ struct MediaFrame {
     bool IsKey() const { return IsVideo() && sub_type == MX_SUB_I; }
     size_t Size() const { return bytes.size() < kSpare ? 0 : bytes.size() - kSpare; }
 
-    // All its times become earlier, as in a file that begins later than the input.
-    void MoveBack(int64_t ms) {
+    // All its times become earlier, as in a file that begins later than the input: by `ms`, and the exact ones by
+    // `ticks` of which a second has `scale`.
+    void MoveBack(int64_t ms, int64_t ticks, uint32_t scale) {
         time_ms -= ms;
         pts_ms -= ms;
-        const int64_t ticks = ms * static_cast<int64_t>(time_scale) / 1000;
-        dts -= ticks;
-        pts -= ticks;
+        const int64_t second = scale;
+        const int64_t own = time_scale;
+        const int64_t back = ticks / second * own + ticks % second * own / second;
+        dts -= back;
+        pts -= back;
     }
 
     // Puts `head` and then `body` into the frame, and spare zeros behind.

@@ -179,6 +179,10 @@ void PackRun::PackFrames() {
             ClosePart();
             OpenPart();
             part_start_ms_ = time_ms;
+            if (frame.time_scale != 0) {
+                part_start_ticks_ = frame.pts;
+                part_start_scale_ = frame.time_scale;
+            }
         }
         if (frame.IsKey()) {
             largest_gap_ = std::max(largest_gap_, output_->End() - key_at_);
@@ -193,7 +197,7 @@ void PackRun::PackFrames() {
         codec_now_ = frame.IsVideo() ? frame.codec : 0;
         if (frame.IsVideo()) MeasureRate(frame);
         has_b_pictures_ = has_b_pictures_ || (frame.IsVideo() && frame.sub_type == MX_SUB_B);
-        frame.MoveBack(part_start_ms_ - start_ms);
+        frame.MoveBack(part_start_ms_ - start_ms, part_start_ticks_, part_start_scale_);
         packer_->Give(frame);
         if (!output_->Trouble().empty()) throw Failure(output_->Trouble());
         media_ms_ = std::max(media_ms_, time_ms - start_ms);

@@ -72,6 +72,8 @@ class PackRun {
     Tally video_;
     Tally audio_;
     int64_t part_start_ms_ = 0;
+    int64_t part_start_ticks_ = 0;  // the same on the clock of the stream that begins the part
+    uint32_t part_start_scale_ = 1;
     uint64_t largest_gap_ = 0;  // bytes from one key frame to the next
     uint64_t key_at_ = 0;
     uint32_t codec_now_ = 0;

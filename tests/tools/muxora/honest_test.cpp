@@ -71,14 +71,20 @@ TEST(Locks, ALiveRecordingIsNeitherRepairedNorReplaced) {
 TEST(Locks, TwoRunsDoNotWriteOneFile) {
     const std::string folder = test::FreshDirectory("two");
     const std::string path = folder + "/x.ts";
-    test::Background first({MUXORA_TOOL, "pack", Clip(), "-o", path, "--realtime", "--duration", "60"});
+    ClipSpec spec;
+    spec.container = "mp4";
+    spec.seconds = 60;
+    spec.width = 64;
+    spec.height = 48;
+    test::Background first({MUXORA_TOOL, "pack", MakeClip(spec), "-o", path, "--realtime"});
     for (int i = 0; i < 2000 && FilesIn(folder).empty(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     const auto second = Muxora({"pack", Clip(), "-o", path});
     EXPECT_EQ(second.exit_code, 1);
     EXPECT_TRUE(Contains(second.err, "being written by process ")) << second.err;
+    first.Signal(SIGINT);
     EXPECT_EQ(first.Wait(), 0);
-    EXPECT_EQ(Pictures(path).size(), 50u);
+    EXPECT_GT(Pictures(path).size(), 0u);
 }
 
 TEST(WorkingFiles, WhatAKilledRunLeftGoesAndLinksAreNotFollowed) {
@@ -157,6 +163,23 @@ TEST(OvxInput, EncryptedAndDamaged) {
     const auto strict = Muxora({"pack", plain, "-o", WorkPath("strict.ts"), "--strict"});
     EXPECT_EQ(strict.exit_code, 1);
     EXPECT_FALSE(fs::exists(WorkPath("strict.ts")));
+}
+
+TEST(OvxInput, ACraftedFileTakesNoMemoryBeyondItself) {
+    // Nothing but the tags that units begin with; the file itself is mapped.
+    const auto peak_kib = [](size_t mebibytes) {
+        std::vector<uint8_t> bytes(mebibytes << 20);
+        for (size_t i = 0; i < bytes.size(); ++i)
+            bytes[i] = static_cast<uint8_t>("ORVX"[i % 4]);
+        const std::string path = WorkPath("tags.ovx");
+        test::WriteFile(path, bytes);
+        const auto run = Muxora({"pack", path, "-o", WorkPath("tags.ts")});
+        EXPECT_EQ(run.exit_code, 1);
+        EXPECT_TRUE(Contains(run.err, "has no intact OVX unit in it")) << run.err;
+        fs::remove(path);
+        return run.peak_kib;
+    };
+    EXPECT_LT(peak_kib(64) - peak_kib(1), (64 + 8) * 1024);
 }
 
 TEST(Files, OneThatShrinksIsToldAndDoesNoHarm) {
@@ -263,7 +286,7 @@ TEST(Segments, EachIsCompleteAndTogetherTheyHoldAll) {
     const std::string clip = MakeClip(spec);
     const auto whole = Pictures(clip);
     ASSERT_EQ(whole.size(), 150u);
-    for (const std::string key : {"mp4", "mkv", "avi", "flv", "ts", "hmp4", "fmp4", "xmkv", "xflv", "xts"}) {
+    for (const std::string key : {"mp4", "mkv", "avi", "hmp4", "xmkv", "xts"}) {
         const auto run =
             Muxora({"pack", clip, "-o", folder + "/" + key + "-%02d." + key, "-f", key, "--segment", "2s"});
         ASSERT_EQ(run.exit_code, 0) << run.err;

@@ -88,18 +88,22 @@ TEST(Repair, ARecordingKilledAtAnyMomentPlaysUpToASecondBefore) {
 TEST(Repair, AnExactFormPlaysAsItWasKilled) {
     const std::string folder = test::FreshDirectory("exact_killed");
     const auto whole = test::Pictures(LongClip());
-    for (const std::string key : {"hmp4", "xmkv", "xts"}) {
-        const std::string path = folder + "/x." + key;
-        Recording recording = Start(path, key);
-        std::this_thread::sleep_for(std::chrono::milliseconds(3000));
+    std::vector<Recording> recordings;
+    for (const std::string key : {"hmp4", "xmkv", "xts"})
+        recordings.push_back(Start(folder + "/x." + key, key));
+    std::this_thread::sleep_until(recordings.back().start + std::chrono::milliseconds(2500));
+    for (Recording& recording : recordings) {
         recording.process->Signal(SIGKILL);
         recording.lived = std::chrono::duration<double>(Clock::now() - recording.start).count();
         EXPECT_EQ(recording.process->Wait(), 128 + SIGKILL);
-        const auto found = test::DecodeVideo(path).Hashes();
-        // The last one of a TS may be a half one.
-        EXPECT_GE(static_cast<double>(found.size()) / 25, recording.lived - 1.2) << key;
+    }
+    for (const Recording& recording : recordings) {
+        const auto found = test::DecodeVideo(recording.path).Hashes();
+        EXPECT_GE(static_cast<double>(found.size()) / 25, recording.lived - 1) << recording.path;
+        ASSERT_FALSE(found.empty());
         ASSERT_LE(found.size(), whole.size());
-        EXPECT_TRUE(std::equal(found.begin(), found.end() - 1, whole.begin())) << key;
+        // The last one may be a half one.
+        EXPECT_TRUE(std::equal(found.begin(), found.end() - 1, whole.begin())) << recording.path;
     }
     EXPECT_EQ(FilesIn(folder), (std::vector<std::string>{"x.hmp4", "x.xmkv", "x.xts"}));
 }
