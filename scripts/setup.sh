@@ -22,7 +22,8 @@ packages=(g++ cmake ninja-build make git pkg-config python3
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
 
 # Other platforms, built here and run in emulators.
-[ "$purpose" != platforms ] || packages+=(g++-mingw-w64-x86-64-posix wine wine64 g++-aarch64-linux-gnu qemu-user bc)
+[ "$purpose" != platforms ] || packages+=(g++-mingw-w64-x86-64-posix libz-mingw-w64-dev wine wine64 libgnutls30
+    g++-aarch64-linux-gnu qemu-user googletest bc)
 [ "$purpose" != root ] || packages+=(debootstrap)
 
 missing=()

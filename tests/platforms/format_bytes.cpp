@@ -38,6 +38,10 @@ constexpr Codecs kComponentCodecs[] = {{CODEC_H264, CODEC_AAC},
                                        {CODEC_MPEG4, CODEC_ALAW},
                                        {CODEC_MJPEG, CODEC_PCM16},
                                        {CODEC_MPEG2, CODEC_MULAW}};
+constexpr const char* kFileKeys[] = {"mp4", "mov", "3gp", "mp464", "mov64", "mp4noseek", "asf",  "mkv", "avi",
+                                     "ovx", "flv", "wav", "fmp4",  "hmp4",  "xmkv",      "xflv", "xts"};
+constexpr const char* kStreamKeys[] = {"asf",    "flv",  "ovx",  "rtp",  "ts",   "ps", "ovps",
+                                       "gaysps", "gdps", "fmp4", "xmkv", "xflv", "xts"};
 constexpr uint32_t kFrames = 60;
 constexpr int64_t kClock = 1'700'000'000;
 
@@ -249,13 +253,13 @@ int Compare(const std::string& folder) {
             comparison.ByNumber(format, codecs);
     }
     for (size_t pair = 0; pair < std::size(kCodecs); ++pair) {
-        for (const char* key :
-             {"mp4", "mov", "3gp", "mp464", "mov64", "mp4noseek", "asf", "mkv", "avi", "ovx", "flv", "wav"})
+        for (const char* key : kFileKeys)
             comparison.ByFile(key, pair);
-        for (const char* key : {"asf", "flv", "ovx", "rtp", "ts", "ps", "ovps", "gaysps", "gdps"})
+        for (const char* key : kStreamKeys)
             comparison.ByPacket(key, pair);
     }
-    std::printf("%u streams by number, %zu by the components\n", comparison.formats(), std::size(kCodecs) * 21);
+    std::printf("%u streams by number, %zu by the components\n", comparison.formats(),
+                std::size(kCodecs) * (std::size(kFileKeys) + std::size(kStreamKeys)));
     return 0;
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
+#include "ovx_reader/block_cipher.h"
 #include "ovx_reader/records.h"
-
-struct evp_cipher_ctx_st;
 
 namespace Orvane::OvxReader {
 
@@ -24,15 +23,10 @@ class Decryptor {
     void Decrypt(const Extension& extension, std::vector<uint8_t>& frame);
 
   private:
-    struct Release {
-        void operator()(evp_cipher_ctx_st* context) const;
-    };
-    using Context = std::unique_ptr<evp_cipher_ctx_st, Release>;
-
-    explicit Decryptor(Context context) : context_(std::move(context)) {}
+    explicit Decryptor(BlockCipher cipher) : cipher_(std::move(cipher)) {}
     size_t StretchLength(uint16_t recorded) const;
 
-    Context context_;
+    BlockCipher cipher_;
     std::optional<uint32_t> known_length_;
 };
 
