@@ -58,6 +58,18 @@ echo "$platform: $(count PASSED) passed, $told failed, $(grep -cE '\[  SKIPPED \
 [ -z "$left_out" ] || echo "$platform: left out (tests/platforms/left_out.txt): ${left_out//:/, }"
 if [ "$failed" -ne 0 ] || [ "$told" -ne 0 ] || [ "$(count PASSED)" -le 20 ]; then exit 1; fi
 
+# What a user of Windows unpacks.
+if [ "$platform" = mingw ]; then
+    scripts/msvc.sh
+    (cd "$build" && rm -f ./*.zip && cpack >cpack.log 2>&1) || { cat "$build/cpack.log"; exit 1; }
+    python3 -m zipfile -l "$(echo "$build"/muxora-*-win64.zip)" | awk '{ print $1 }' | sed 's,^[^/]*/,,' >"$build/zip.files"
+    for file in bin/libmuxora.dll bin/libstdc++-6.dll bin/libgcc_s_seh-1.dll bin/libwinpthread-1.dll lib/libmuxora.dll.a include/MuxoraAPI.h \
+        include/Muxora.h lib/cmake/Muxora/MuxoraConfig.cmake LICENSE README.md; do
+        grep -qx "$file" "$build/zip.files" || { echo "$platform: the zip lacks $file:"; cat "$build/zip.files"; exit 1; }
+    done
+    echo "$platform: $(wc -l <"$build/zip.files") entries in the zip"
+fi
+
 # The same calls.
 rm -rf "$build/bytes"
 mkdir -p "$build/bytes/here" "$build/bytes/there"
