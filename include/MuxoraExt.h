@@ -166,13 +166,13 @@ typedef uint32_t (*MXCutFunction)(void* user, uint64_t length);
 
 /** A hybrid MP4 (MX_FORMAT_HMP4) that MX_RepairHybrid works on, through the caller's functions. */
 typedef struct MXHybridFile {
-    uint32_t size;   /**< sizeof. */
-    uint32_t unused; /**< 0. */
-    void* user;      /**< Handed to each function. */
-    uint64_t length; /**< Of the file, in bytes. */
-    MXReadFunction read;
-    MXWriteFunction write;
-    MXCutFunction cut;
+    uint32_t size;         /**< sizeof. */
+    uint32_t unused;       /**< 0. */
+    void* user;            /**< Handed to each function. */
+    uint64_t length;       /**< Of the file, in bytes. */
+    MXReadFunction read;   /**< Reads a stretch of the file. */
+    MXWriteFunction write; /**< Writes over a stretch of it. */
+    MXCutFunction cut;     /**< Sets its end. */
 } MXHybridFile;
 
 /** MXHybridRepair::state. */
