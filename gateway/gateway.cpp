@@ -7,12 +7,16 @@
 #include <filesystem>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace Orvane::Muxora::Gateway {
 
 namespace asio = boost::asio;
 
 namespace {
+
+// For an input to come back from where it reads, and for a recording to get its index.
+constexpr std::chrono::seconds kEndingTakes{10};
 
 std::unique_ptr<asio::ssl::context> Tls(const Options& options) {
     if (options.certificate.empty()) return nullptr;
@@ -75,7 +79,11 @@ GatewayRun::GatewayRun(const Options& options)
     rtsp_.Start();
     for (const auto& [name, input] : options.streams) {
         const std::string why = AddStream(name, input, true);
-        if (!why.empty()) throw std::runtime_error(name + ": " + why);
+        if (why.empty()) continue;
+        // The threads use what is about to be destroyed.
+        sources_.clear();
+        workers_.Stop();
+        throw std::runtime_error(name + ": " + why);
     }
 }
 
@@ -86,6 +94,8 @@ GatewayRun::~GatewayRun() {
 
 std::string GatewayRun::AddStream(const std::string& name, const std::string& input, bool trusted) {
     if (name == "api" || name == "page") return "that name is the gateway's own";
+    const std::lock_guard lock(mutex_);
+    if (ended_) return "the gateway ends";
     const StreamPtr stream = hub_.Add(name, WithoutSecrets(input));
     if (stream == nullptr) return "there is a stream of that name, or too many of them";
     segments_.Add(stream);
@@ -96,42 +106,34 @@ std::string GatewayRun::AddStream(const std::string& name, const std::string& in
             asio::post(stream->Home().Context(), [stream, recorder] { stream->Attach(recorder); });
         }
         auto source = OpenAvSource(stream, input, trusted);
-        const std::lock_guard lock(mutex_);
         if (recorder != nullptr) recorders_[name] = std::move(recorder);
         sources_[name] = std::move(source);
         return "";
     } catch (const std::exception& error) {
         hub_.Remove(name);
+        shelf_.Drop(*stream);
         segments_.Drop(*stream);
         return error.what();
     }
 }
 
 bool GatewayRun::RemoveStream(const std::string& name) {
-    std::unique_ptr<Source> source;
-    std::shared_ptr<Recorder> recorder;
-    {
-        const std::lock_guard lock(mutex_);
-        if (const auto recorded = recorders_.find(name); recorded != recorders_.end()) {
-            recorder = std::move(recorded->second);
-            recorders_.erase(recorded);
-        }
-        const auto found = sources_.find(name);
-        if (found != sources_.end()) {
-            source = std::move(found->second);
-            sources_.erase(found);
-        }
-    }
+    const std::lock_guard lock(mutex_);
     const StreamPtr stream = hub_.Remove(name);
     if (stream != nullptr) {
         shelf_.Drop(*stream);
         segments_.Drop(*stream);
     }
     // A source and a disk may take a moment to end: not on a worker's thread.
-    std::thread([ending = std::move(source), recording = std::move(recorder)]() mutable {
-        ending.reset();
-        recording.reset();
-    }).detach();
+    if (auto source = sources_.extract(name)) {
+        endings_.Begin([ending = std::shared_ptr<Source>(std::move(source.mapped()))]() mutable { ending.reset(); });
+    }
+    if (auto recorder = recorders_.extract(name)) {
+        endings_.Begin([ending = std::move(recorder.mapped())] {
+            ending->OnEnd();
+            ending->Wait();
+        });
+    }
     return stream != nullptr;
 }
 
@@ -174,31 +176,34 @@ std::string GatewayRun::Signs() const {
     return text;
 }
 
-void GatewayRun::End() {
-    if (ended_) return;
-    ended_ = true;
-    http_.Stop();
-    rtsp_.Stop();
-    {
-        const std::lock_guard lock(mutex_);
-        sources_.clear();
-    }
-    for (const StreamPtr& stream : hub_.All())
-        hub_.Remove(stream->Name());
-    // Each recording gets its index.
+bool GatewayRun::End() {
+    std::map<std::string, std::unique_ptr<Source>> sources;
     std::map<std::string, std::shared_ptr<Recorder>> recorders;
     {
         const std::lock_guard lock(mutex_);
+        if (ended_) return true;
+        ended_ = true;
+        sources.swap(sources_);
         recorders.swap(recorders_);
     }
+    http_.Stop();
+    rtsp_.Stop();
+    for (auto& [name, source] : sources)
+        endings_.Begin([ending = std::shared_ptr<Source>(std::move(source))]() mutable { ending.reset(); });
+    for (const StreamPtr& stream : hub_.All())
+        hub_.Remove(stream->Name());
+    // Each recording gets its index.
     for (const auto& [name, recorder] : recorders) {
-        recorder->OnEnd();
-        recorder->Wait();
+        endings_.Begin([recorder] {
+            recorder->OnEnd();
+            recorder->Wait();
+        });
     }
     // Clients hear of the end; those who do not listen are not waited for.
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
     while (http_.Counts().connections + rtsp_.Clients() > 0 && std::chrono::steady_clock::now() < patience)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return endings_.Wait(kEndingTakes);
 }
 
 }  // namespace Orvane::Muxora::Gateway

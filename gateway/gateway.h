@@ -21,6 +21,7 @@
 #include "servers/router.h"
 #include "servers/rtsp_server.h"
 #include "servers/segment_server.h"
+#include "sources/endings.h"
 #include "sources/source.h"
 
 namespace Orvane::Muxora::Gateway {
@@ -40,8 +41,9 @@ class GatewayRun final : public StreamKeeper {
     std::string Addresses() const;
     // One line a stream.
     std::string Signs() const;
-    // Ends all streams and gives the clients a moment to hear of it.
-    void End();
+    // Ends all streams and gives the clients a moment to hear of it. False when an input does not come back from where
+    // it reads (a pipe that is silent, a name that is looked up): then this object must not be destroyed.
+    bool End();
 
   private:
     Options options_;
@@ -57,7 +59,8 @@ class GatewayRun final : public StreamKeeper {
     Router router_;
     HttpServer http_;
     RtspServer rtsp_;
-    std::mutex mutex_;
+    Endings endings_;
+    std::mutex mutex_;  // of what stands below; streams come and go one at a time
     std::map<std::string, std::unique_ptr<Source>> sources_;
     std::map<std::string, std::shared_ptr<Recorder>> recorders_;
     bool ended_ = false;

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <string>
@@ -47,7 +48,10 @@ int Serve(const Options& options) {
         if (terminal) std::cerr << gateway.Signs();
     }
     LogInfo("ending");
-    gateway.End();
+    if (!gateway.End()) {
+        LogWarning("an input does not come back");
+        std::_Exit(0);
+    }
     return 0;
 }
 

@@ -38,6 +38,16 @@ void Worker::Sweep() {
     });
 }
 
+void Worker::CloseAll() {
+    sweep_.cancel();
+    for (next_ = watched_.begin(); next_ != watched_.end();) {
+        Guarded* guarded = *next_;
+        ++next_;
+        guarded->Expired();
+    }
+    next_ = watched_.end();
+}
+
 Workers::Workers(size_t count) {
     for (size_t i = 0; i < std::max<size_t>(count, 1); ++i)
         workers_.push_back(std::make_unique<Worker>(i));
@@ -57,6 +67,18 @@ void Workers::Stop() {
         worker->context_.stop();
     for (const auto& worker : workers_) {
         if (worker->thread_.joinable()) worker->thread_.join();
+    }
+    // A handler that is left over would hold timers of workers that are destroyed before its own.
+    for (const auto& worker : workers_)
+        worker->CloseAll();
+    constexpr int kRounds = 1000;
+    bool any = true;
+    for (int round = 0; any && round < kRounds; ++round) {
+        any = false;
+        for (const auto& worker : workers_) {
+            worker->context_.restart();
+            if (worker->context_.poll() != 0) any = true;
+        }
     }
 }
 

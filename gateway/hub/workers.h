@@ -50,6 +50,8 @@ class Worker {
   private:
     friend class Workers;
     void Sweep();
+    // No thread runs it any more: closes every connection.
+    void CloseAll();
 
     size_t index_;
     boost::asio::io_context context_{1};
@@ -68,7 +70,8 @@ class Workers {
     Workers& operator=(const Workers&) = delete;
 
     void Start();
-    // Ends the threads; what is posted afterwards is not run.
+    // Ends the threads, then closes all connections and runs what that leaves to be done, on the caller's thread. What
+    // is posted afterwards is not run.
     void Stop();
     size_t Count() const { return workers_.size(); }
     Worker& At(size_t index) { return *workers_[index]; }
