@@ -81,6 +81,8 @@ GatewayRun::GatewayRun(const Options& options)
         const std::string why = AddStream(name, input, true);
         if (why.empty()) continue;
         // The threads use what is about to be destroyed.
+        http_.Stop();
+        rtsp_.Stop();
         sources_.clear();
         workers_.Stop();
         throw std::runtime_error(name + ": " + why);

@@ -65,9 +65,14 @@ void Workers::Start() {
 void Workers::Stop() {
     for (const auto& worker : workers_)
         worker->context_.stop();
+    bool ran = false;
     for (const auto& worker : workers_) {
-        if (worker->thread_.joinable()) worker->thread_.join();
+        if (!worker->thread_.joinable()) continue;
+        worker->thread_.join();
+        ran = true;
     }
+    // The second time, what handlers lean on may be gone.
+    if (!ran) return;
     // A handler that is left over would hold timers of workers that are destroyed before its own.
     for (const auto& worker : workers_)
         worker->CloseAll();
