@@ -13,10 +13,15 @@ BITS, SQUARE = 12, 16  # the number's squares stand at the upper left edge, lowe
 FLASH = 3              # pictures
 
 
+def number_filters():
+    """Paint each picture's number."""
+    return [f'drawbox=x=0:y=0:w={(BITS + 2) * SQUARE}:h={SQUARE}:color=black:t=fill',
+            *(f"drawbox=x={bit * SQUARE}:y=0:w={SQUARE}:h={SQUARE}:color=white:t=fill:enable='mod(floor(n/{2 ** bit}),2)'"
+              for bit in range(BITS))]
+
+
 def filters():
-    steps = [f'drawbox=x=0:y=0:w={(BITS + 2) * SQUARE}:h={SQUARE}:color=black:t=fill']
-    steps += [f"drawbox=x={bit * SQUARE}:y=0:w={SQUARE}:h={SQUARE}:color=white:t=fill:enable='mod(floor(n/{2 ** bit}),2)'"
-              for bit in range(BITS)]
+    steps = number_filters()
     # The flash: a square behind the number, and a large one that people see.
     for x, y, size in ((BITS * SQUARE, 0, SQUARE), (WIDTH - 120, HEIGHT - 120, 100)):
         steps.append(f"drawbox=x={x}:y={y}:w={size}:h={size}:color=white:t=fill:enable='lt(mod(n,{RATE}),{FLASH})'")

@@ -7,18 +7,22 @@ import re
 import signal
 import socket
 import subprocess
+import sys
 import tempfile
 import threading
 import time
 import urllib.error
 import urllib.request
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..', 'scripts'))
+import serve_clip  # noqa: E402
+
 SERVE = os.environ.get('MUXORA_SERVE', 'muxora-serve')
 API_TOKEN = 'test-api-token'
 
 
 def make_clip(path, seconds=6, video='h264', audio='aac', gop=25, size='320x180', rate=25, bitrate='300k'):
-    """A small clip with a moving picture and a tone."""
+    """A small clip with a moving picture, the number of each painted into it, and a tone."""
     encoders = {'h264': ['-c:v', 'libx264', '-preset', 'ultrafast', '-bf', '0'],
                 'h264b': ['-c:v', 'libx264', '-preset', 'ultrafast', '-bf', '2'],
                 'hevc': ['-c:v', 'libx265', '-preset', 'ultrafast', '-x265-params', 'log-level=none'],
@@ -27,7 +31,7 @@ def make_clip(path, seconds=6, video='h264', audio='aac', gop=25, size='320x180'
     command = ['ffmpeg', '-v', 'error', '-y', '-f', 'lavfi', '-i', f'testsrc2=s={size}:r={rate}:d={seconds}']
     if audio:
         command += ['-f', 'lavfi', '-i', f'sine=440:r=48000:d={seconds}']
-    command += encoders[video] + ['-g', str(gop), '-keyint_min', str(gop), '-sc_threshold', '0', '-b:v', bitrate,
+    command += ['-vf', ','.join(serve_clip.number_filters())] + encoders[video] + ['-g', str(gop), '-keyint_min', str(gop), '-sc_threshold', '0', '-b:v', bitrate,
                                   '-pix_fmt', 'yuv420p']
     if audio:
         command += encoders[audio] + ['-ac', '1']
@@ -38,11 +42,11 @@ def make_clip(path, seconds=6, video='h264', audio='aac', gop=25, size='320x180'
 class Gateway:
     """A running gateway on a free port of the loopback."""
 
-    def __init__(self, *words, tls=False, env=None):
+    def __init__(self, *words, tls=False, env=None, stdin=None):
         self.log = tempfile.NamedTemporaryFile(mode='w+', prefix='gateway-', suffix='.log')
         self.process = subprocess.Popen(
             [SERVE, '--port', '0', '--rtsp-port', '0', '--api-token', API_TOKEN, *map(str, words)],
-            stdout=subprocess.PIPE, stderr=self.log, text=True, env={**os.environ, **(env or {})})
+            stdin=stdin, stdout=subprocess.PIPE, stderr=self.log, text=True, env={**os.environ, **(env or {})})
         self.addresses = []
         self.port = None
         line = self.process.stdout.readline()
@@ -132,18 +136,6 @@ class Gateway:
         return (int(fields[11]) + int(fields[12])) / os.sysconf('SC_CLK_TCK')
 
 
-def read_some(gateway, path, size, timeout=20):
-    """The first bytes of an endless answer."""
-    with urllib.request.urlopen(gateway.url(path), timeout=timeout) as answer:
-        data = b''
-        while len(data) < size:
-            more = answer.read1(65536)
-            if not more:
-                break
-            data += more
-        return data
-
-
 def packets(url, seconds=3, more=(), timeout=60):
     """What ffprobe reads of a live address in so many seconds of media: a list of packets with their streams."""
     done = subprocess.run(
@@ -154,3 +146,27 @@ def packets(url, seconds=3, more=(), timeout=60):
     assert done.returncode == 0, done.stderr
     answer = json.loads(done.stdout)
     return answer.get('streams', []), answer.get('packets', []), done.stderr
+
+
+def numbers(url, count=75, more=(), timeout=240):
+    """The numbers painted into so many pictures (make_clip) that ffmpeg decodes of a live address."""
+    done = subprocess.run(
+        ['ffmpeg', '-v', 'error', *more, '-i', url, '-map', '0:v:0', '-frames:v', str(count), '-vf',
+         f'crop={serve_clip.BITS * serve_clip.SQUARE}:{serve_clip.SQUARE}:0:0,scale={serve_clip.BITS}:1:flags=area,format=gray',
+         '-fps_mode', 'passthrough', '-f', 'rawvideo', '-'],
+        stdin=subprocess.DEVNULL, capture_output=True, timeout=timeout, check=False)
+    assert done.returncode == 0, done.stderr.decode(errors='replace')
+    rows = [done.stdout[i:i + serve_clip.BITS] for i in range(0, len(done.stdout), serve_clip.BITS)]
+    return [sum((value > 127) << bit for bit, value in enumerate(row)) for row in rows]
+
+
+def missing(found, total):
+    """Where pictures of a clip of so many, played again and again, are not followed by the next one: pairs of numbers."""
+    return [(a, b) for a, b in zip(found, found[1:]) if b != (a + 1) % total]
+
+
+def free_port(kind=socket.SOCK_STREAM):
+    """A port of the loopback that nobody uses now."""
+    with socket.socket(socket.AF_INET, kind) as free:
+        free.bind(('127.0.0.1', 0))
+        return free.getsockname()[1]

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import shutil
 import signal
 import socket
@@ -10,11 +11,12 @@ import tempfile
 import time
 import unittest
 
-from gateway import API_TOKEN, Gateway, make_clip, packets, read_some
+from gateway import API_TOKEN, Gateway, free_port, make_clip, missing, numbers, packets
 
 FORMS = ('ts', 'flv', 'mp4', 'mkv')
 FOLDER = tempfile.mkdtemp(prefix='gateway-test-')
 CLIP = make_clip(os.path.join(FOLDER, 'clip.mp4'))
+PICTURES = 150  # of a clip
 CLIP_B = make_clip(os.path.join(FOLDER, 'clip_b.mkv'), video='h264b', audio='aac')
 
 
@@ -54,17 +56,11 @@ class Serving(unittest.TestCase):
         for packet_list in (video, audio):
             times = [float(one['dts_time']) for one in packet_list if 'dts_time' in one]
             self.assertTrue(rises(times), f'{form}: {times}')
-        self.check_no_picture_missing(video)
         self.assertEqual(errors, '')
-
-    def check_no_picture_missing(self, video):
-        # The last ones in the order of decoding may belong between pictures that were not read any more.
-        shown = sorted(float(one['pts_time']) for one in video)[:-4]
-        steps = [b - a for a, b in zip(shown, shown[1:])]
-        self.assertGreater(min(steps), 0.037)
-        # Where the clip comes round, its sound may begin ahead of its pictures, or end behind them: once in what was read.
-        self.assertLess(sorted(steps)[-2], 0.078 if len(video) < 140 else 0.13)
-        self.assertLess(max(steps), 0.13)
+        # Every picture is there, also where the clip comes round.
+        shown = numbers(self.gateway.url(f'/{name}.{form}'))
+        self.assertEqual(len(shown), 75)
+        self.assertEqual(missing(shown, PICTURES), [])
 
     def test_every_form_begins_with_a_key_frame_and_keeps_both_times(self):
         for form in FORMS:
@@ -135,13 +131,12 @@ class SlowClients(unittest.TestCase):
                 client.sendall(b'GET /film.ts HTTP/1.1\r\nHost: x\r\n\r\n')
                 stalled.append(client)
             gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 20)
-            _, found, _ = packets(gateway.url('/film.ts'), seconds=8)
-            video = [one for one in found if one['codec_type'] == 'video']
-            self.assertGreater(len(video), 150)
-            Serving.check_no_picture_missing(self, video)
+            shown = numbers(gateway.url('/film.ts'), count=200)
+            self.assertEqual(len(shown), 200)
+            self.assertEqual(missing(shown, 100), [])
             gateway.wait_for(lambda s: s['film']['clients'].get('ts') == 0, seconds=60)
             text = gateway.get('/metrics').decode()
-            self.assertIn('muxora_stalled_clients_total 20', text)
+            self.assertGreaterEqual(int(re.search(r'muxora_stalled_clients_total (\d+)', text).group(1)), 20)
 
 
 class Interface(unittest.TestCase):
@@ -172,17 +167,12 @@ class Interface(unittest.TestCase):
 
 class Inputs(unittest.TestCase):
     def test_an_input_that_is_not_there_is_tried_again(self):
-        with socket.socket() as free:
-            free.bind(('127.0.0.1', 0))
-            port = free.getsockname()[1]
-        with Gateway(f'cam=rtsp://127.0.0.1:{port}/x') as gateway:
+        with Gateway(f'cam=rtsp://127.0.0.1:{free_port()}/x') as gateway:
             gateway.wait_for(lambda s: s['cam']['state'] == 'lost' and s['cam'].get('trouble'))
             self.assertGreaterEqual(gateway.log_text().count('input lost'), 1)
 
     def test_a_sender_killed_and_back_goes_on_in_the_same_output(self):
-        with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as free:
-            free.bind(('127.0.0.1', 0))
-            port = free.getsockname()[1]
+        port = free_port(socket.SOCK_DGRAM)
 
         def sender():
             return subprocess.Popen(['ffmpeg', '-v', 'error', '-re', '-i', CLIP, '-c', 'copy', '-f', 'mpegts',
