@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean
+.PHONY: serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean gateway-asan
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -28,7 +28,7 @@ serve-demo: build ## A live gateway with a clip that counts, flashes and beeps: 
 	@build/release/bin/muxora-serve demo=build/serve-clip.mp4
 
 page-test: build ## The gateway's page watched in Chromium for a minute; the screenshot stays in build/page
-	@MUXORA_SERVE=build/release/bin/muxora-serve PAGE_SECONDS=60 PAGE_ARTEFACTS=build/page python3 -B tests/gateway/page_test.py
+	@MUXORA_SERVE=build/release/bin/muxora-serve PAGE_SECONDS=60 PAGE_STRICT=1 PAGE_ARTEFACTS=build/page python3 -B tests/gateway/page_test.py
 
 bench: setup build/bench/build.ninja ## Each format against memcpy and a general-purpose muxer
 	@cmake --build --preset bench
@@ -43,6 +43,9 @@ process-bench: build ## muxora pack against ffmpeg -c copy, the whole process, a
 faults: setup build/release/build.ninja ## Every allocation and every write of a stream fails in turn, format by format
 	@cmake --build --preset release --target fault_tests
 	@MUXORA_FAULTS=all build/release/bin/fault_tests --gtest_brief=1
+
+gateway-asan: setup ## The gateway and its tests under AddressSanitizer (a quarter of an hour on two cores)
+	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@
 
 asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined behaviour)
 	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@

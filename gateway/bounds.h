@@ -13,9 +13,13 @@ constexpr size_t kMaxFramesUnderWay = 512;
 constexpr size_t kMaxGopFrames = 1500;
 constexpr size_t kMaxGopBytes = 32u << 20;
 
-// What waits for one client. A client beyond it loses what waits and goes on with a later key frame.
+// What waits for one client. A client beyond it loses what waits and goes on with a later key frame. The group of
+// pictures that a client begins with has its place, with as much again while it goes out.
 constexpr size_t kDefaultQueueBytes = 8u << 20;
-constexpr size_t kMaxQueueBlocks = 1024;
+constexpr size_t kMaxQueueBlocks = 4096;
+static_assert(kMaxQueueBlocks >= 2 * kMaxGopFrames);
+// Frames that wait for a recording's disk.
+constexpr size_t kRecordingQueueBytes = 64u << 20;
 // A client that took nothing for so long while something was there for it is closed.
 constexpr std::chrono::seconds kStalledFor{10};
 // Sound waits so long for the next picture, so that both go out in one write.
@@ -29,6 +33,11 @@ constexpr size_t kMaxBodyBytes = 16384;
 constexpr size_t kMaxTargetBytes = 2048;
 // From the first byte of a request, or from the end of the one before, to its last byte.
 constexpr std::chrono::seconds kRequestTakes{10};
+// A longest segment, and how many of them a request waits at most for what comes next.
+constexpr std::chrono::seconds kLongestSegment{20};
+constexpr int kSegmentsOfPatience = 3;
+// For the gateway to have an answer: more than it waits for a segment.
+constexpr std::chrono::seconds kAnswerComes = kLongestSegment * kSegmentsOfPatience + std::chrono::seconds(10);
 // For a client to take a whole answer, and for a handshake.
 constexpr std::chrono::seconds kAnswerTakes{30};
 constexpr std::chrono::seconds kHandshakeTakes{10};

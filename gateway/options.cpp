@@ -1,12 +1,24 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <boost/asio/ip/address.hpp>
 #include <iostream>
 
 #include "MuxoraAPI.h"
 #include "hub/hub.h"
+#include "sources/source.h"
 
 namespace Orvane::Muxora::Gateway {
+
+namespace {
+
+bool IsLoopback(const std::string& address) {
+    boost::system::error_code error;
+    const auto parsed = boost::asio::ip::make_address(address, error);
+    return !error && parsed.is_loopback();
+}
+
+}  // namespace
 
 int ReadOptions(int argc, char** argv, Options& options) {
     CLI::App app{"muxora serve: a live gateway. Each stream goes out by HTTP, WebSocket, HLS and DASH.",
@@ -24,6 +36,9 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.add_option("--port", options.http.port, "Port of HTTP and WebSocket (8080; 0: any)");
     app.add_option("--rtsp-port", options.rtsp.port, "Port of RTSP (8554; 0: any)");
     app.add_flag("!--no-rtsp", options.rtsp.on, "No RTSP");
+    app.add_flag(
+        "--plain-rtsp", options.plain_rtsp,
+        "RTSP, which is never encrypted, also where --cert and a token are given and --address is no loopback");
     app.add_option("--cert", options.certificate, "Certificate chain for TLS, PEM")->check(CLI::ExistingFile);
     app.add_option("--key", options.private_key, "Its private key, PEM")->check(CLI::ExistingFile);
     app.add_option("--view-token", options.access.view_token, "Needed to watch")->envname("MUXORA_VIEW_TOKEN");
@@ -40,7 +55,7 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.add_option("--keep", keep, "What is kept of each stream's recordings: 7d, or 20G (everything)");
     app.add_option("--segment-seconds", options.segments.segment,
                    "Length of HLS and DASH segments, up to the next key frame (2)")
-        ->check(CLI::Range(0.5, 20.0));
+        ->check(CLI::Range(0.5, static_cast<double>(kLongestSegment.count())));
     app.add_option("--part-seconds", options.segments.part, "Length of Low-Latency HLS parts (0.25)")
         ->check(CLI::Range(0.1, 2.0));
     app.add_option("--threads", options.threads, "Threads (one a core)")->check(CLI::Range(size_t{1}, size_t{256}));
@@ -62,6 +77,13 @@ int ReadOptions(int argc, char** argv, Options& options) {
         std::cerr << "muxora serve: --cert and --key come together\n";
         return 2;
     }
+    const bool secrets = !options.access.view_token.empty() || !options.access.sign_key.empty();
+    if (!options.certificate.empty() && secrets && options.rtsp.on && !options.plain_rtsp &&
+        !IsLoopback(options.http.address)) {
+        std::cerr << "muxora serve: RTSP is not encrypted, and tokens would go to " << options.http.address
+                  << " in the clear: --no-rtsp, or --plain-rtsp if that is meant\n";
+        return 2;
+    }
     if (!segment.empty() && !ParseSpan(segment, options.recording.segment_seconds)) {
         std::cerr << "muxora serve: --segment " << segment << ": a span is a number with s, m, h or d\n";
         return 2;
@@ -73,7 +95,7 @@ int ReadOptions(int argc, char** argv, Options& options) {
     for (const std::string& text : streams) {
         const size_t equals = text.find('=');
         if (equals == std::string::npos || !IsStreamName(text.substr(0, equals)) || equals + 1 == text.size()) {
-            std::cerr << "muxora serve: " << text
+            std::cerr << "muxora serve: " << WithoutSecrets(text)
                       << ": a stream is NAME=INPUT, the name of letters, digits, '-' and '_'\n";
             return 2;
         }

@@ -30,6 +30,7 @@ struct Options {
     size_t threads = 0;  // 0: one a core
     LogForm log = LogForm::kText;
     bool quiet = false;
+    bool plain_rtsp = false;
 };
 
 // Gives an exit code, or a negative number to go on.

@@ -38,6 +38,8 @@ class BlockReceiver {
     virtual void Offer(const BlockPtr& block) = 0;
     // What was offered should go out now.
     virtual void Flush() = 0;
+    // How many bytes may wait in it.
+    virtual size_t Room() const = 0;
     // The stream is gone; nothing more comes.
     virtual void End() = 0;
 };

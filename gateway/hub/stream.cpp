@@ -106,6 +106,7 @@ MXHeaderInfo Stream::HeaderInfo() const {
 }
 
 void Stream::End() {
+    removed_ = true;
     boost::asio::post(home_.Context(), [self = shared_from_this()] {
         if (self->ended_) return;
         self->ended_ = true;

@@ -70,6 +70,8 @@ class Stream : public std::enable_shared_from_this<Stream> {
     MXHeaderInfo HeaderInfo() const;
     // No frame comes any more: every sink is told, on the stream's thread.
     void End();
+    // End() was called.
+    bool Removed() const { return removed_; }
 
     // ---- for sinks, on the stream's thread.
 
@@ -88,6 +90,7 @@ class Stream : public std::enable_shared_from_this<Stream> {
     const std::string name_;
     Worker& home_;
     std::atomic<size_t> under_way_{0};
+    std::atomic<bool> removed_{false};
 
     // The stream's thread.
     TimeRepair repair_;

@@ -31,7 +31,10 @@ void Outlet::Deliver(const BlockPtr& block) {
             gop_.push_back(block);
             gop_bytes_ += block->bytes.size();
         }
-        if (gop_.size() > kMaxGopFrames || gop_bytes_ > kMaxGopBytes) gop_.clear();
+        if (gop_.size() > kMaxGopFrames || gop_bytes_ > kMaxGopBytes) {
+            gop_.clear();
+            gop_bytes_ = 0;
+        }
     }
     for (const auto& receiver : receivers_)
         receiver->Offer(block);
@@ -70,10 +73,16 @@ void Outlet::Join(std::shared_ptr<BlockReceiver> receiver) {
         receiver->End();
         return;
     }
-    for (const BlockPtr& block : head_)
+    size_t bytes = gop_bytes_;
+    for (const BlockPtr& block : head_) {
         receiver->Offer(block);
-    for (const BlockPtr& block : gop_)
-        receiver->Offer(block);
+        bytes += block->bytes.size();
+    }
+    // A group that would run over at once is no beginning: the next one is.
+    if (bytes <= receiver->Room()) {
+        for (const BlockPtr& block : gop_)
+            receiver->Offer(block);
+    }
     receiver->Flush();
     receivers_.insert(std::move(receiver));
 }

@@ -5,14 +5,13 @@
 #include <utility>
 
 #include "MuxoraExt.h"
+#include "bounds.h"
 #include "streaming/codec_string.h"
 
 namespace Orvane::Muxora::Gateway {
 
 namespace {
 
-// A request that waits for what comes next is answered after so many segments at the latest.
-constexpr double kPatience = 3;
 constexpr std::chrono::milliseconds kCheckEvery{250};
 
 std::string NewGeneration() {
@@ -98,7 +97,7 @@ void Segments::OnEnd() {
 void Segments::Wait(std::function<bool()> ready, std::function<void(bool)> done) {
     if (ready()) return done(true);
     if (ended_) return done(false);
-    const auto patience = std::chrono::duration<double>(settings_.segment * kPatience);
+    const auto patience = std::chrono::duration<double>(settings_.segment * kSegmentsOfPatience);
     waiters_.push_back(
         {std::move(ready), std::move(done),
          std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(patience)});

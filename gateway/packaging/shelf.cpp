@@ -4,6 +4,8 @@ namespace Orvane::Muxora::Gateway {
 
 std::shared_ptr<Broadcast> Shelf::Get(const StreamPtr& stream, const Form& form) {
     const std::lock_guard lock(mutex_);
+    // It was dropped, or is about to be: who came too late hears of the end from an output that nobody keeps.
+    if (stream->Removed()) return Broadcast::Make(workers_, stream, form);
     auto& place = outputs_[stream.get()][&form];
     if (place == nullptr) place = Broadcast::Make(workers_, stream, form);
     return place;

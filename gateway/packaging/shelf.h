@@ -19,7 +19,7 @@ class Shelf {
     std::shared_ptr<Broadcast> Get(const StreamPtr& stream, const Form& form);
     // The outputs of a stream that exist.
     std::vector<std::shared_ptr<Broadcast>> Of(const Stream& stream) const;
-    // The stream is gone.
+    // The stream is gone: End() was called for it.
     void Drop(const Stream& stream);
 
   private:

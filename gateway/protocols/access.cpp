@@ -28,6 +28,20 @@ std::string BearerOf(const Request& request) {
     return field.compare(0, kBearer.size(), kBearer) == 0 ? field.substr(kBearer.size()) : std::string();
 }
 
+std::string LowerCase(std::string_view text) {
+    std::string lower(text);
+    for (char& c : lower)
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    return lower;
+}
+
+// "host:port" without the port that the scheme has anyway.
+std::string_view WithoutDefaultPort(std::string_view host, std::string_view scheme) {
+    const std::string_view port = scheme == "https" ? ":443" : ":80";
+    if (host.size() > port.size() && host.substr(host.size() - port.size()) == port) host.remove_suffix(port.size());
+    return host;
+}
+
 }  // namespace
 
 bool SameSecret(const std::string& a, const std::string& b) {
@@ -71,16 +85,23 @@ std::string Access::Sign(const std::string& stream, int64_t expires) const {
     return "expires=" + std::to_string(expires) + "&signature=" + Hex(mac.data(), size);
 }
 
+bool Access::MayOpenSocket(const std::string& origin, const std::string& host, const std::string& cors) {
+    if (origin.empty() || cors == "*") return true;
+    const std::string page = LowerCase(origin);
+    if (!cors.empty() && page == LowerCase(cors)) return true;
+    // What stands before a proxy may speak TLS: the page's scheme says which port need not be named.
+    const size_t mark = page.find("://");
+    if (mark == std::string::npos || host.empty()) return false;
+    const std::string own = LowerCase(host);
+    const std::string_view scheme = std::string_view(page).substr(0, mark);
+    return WithoutDefaultPort(std::string_view(page).substr(mark + 3), scheme) == WithoutDefaultPort(own, scheme);
+}
+
 std::string Access::Carried(const Request& request) {
     std::string carried;
     for (const char* name : {"token", "expires", "signature"}) {
         const std::string value = request.Parameter(name);
-        // What a token or a signature cannot hold would have to be escaped.
-        if (value.empty() || value.find_first_not_of("0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                     "-_.~") != std::string::npos) {
-            continue;
-        }
-        carried += (carried.empty() ? "?" : "&") + std::string(name) + "=" + value;
+        if (!value.empty()) carried += (carried.empty() ? "?" : "&") + std::string(name) + "=" + Escape(value);
     }
     return carried;
 }

@@ -29,6 +29,10 @@ class Access {
     // What an address of the stream needs behind it to be good until `expires`: "expires=...&signature=...".
     std::string Sign(const std::string& stream, int64_t expires) const;
 
+    // May a page of this origin open a WebSocket to this host? Browsers ask no server beforehand (RFC 6455 10.2). A
+    // client that names no origin is no browser. `cors` is the origin whose pages may read, "*" for all, or empty.
+    static bool MayOpenSocket(const std::string& origin, const std::string& host, const std::string& cors);
+
     // The part of a request's query that addresses inside a playlist must carry on, beginning with '?'; or empty.
     static std::string Carried(const Request& request);
 

@@ -62,6 +62,22 @@ bool ParseTarget(std::string_view target, Request& request) {
     return true;
 }
 
+std::string Escape(std::string_view text) {
+    static constexpr std::string_view kUnreserved =
+        "0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ-._~";
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string escaped;
+    for (const char c : text) {
+        if (kUnreserved.find(c) != std::string_view::npos) {
+            escaped += c;
+        } else {
+            const auto byte = static_cast<unsigned char>(c);
+            escaped += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+        }
+    }
+    return escaped;
+}
+
 Reply Reply::Text(unsigned status, std::string text, std::string type) {
     Reply reply;
     reply.status = status;
@@ -114,8 +130,10 @@ const char* ReasonPhrase(unsigned status) {
 std::string PrintHead(const Reply& reply, std::optional<size_t> length, bool chunked, bool keep_alive) {
     std::string head = "HTTP/1.1 " + std::to_string(reply.status) + " " + ReasonPhrase(reply.status) + "\r\n";
     head += "Server: muxora\r\n";
-    if (reply.status != 204 && reply.status != 304) head += "Content-Type: " + reply.content_type + "\r\n";
-    if (length) head += "Content-Length: " + std::to_string(*length) + "\r\n";
+    // RFC 9110 8.6: an answer that never has a body has no length either.
+    const bool bodiless = reply.status == 204 || reply.status == 304;
+    if (!bodiless) head += "Content-Type: " + reply.content_type + "\r\n";
+    if (length && !bodiless) head += "Content-Length: " + std::to_string(*length) + "\r\n";
     if (chunked) head += "Transfer-Encoding: chunked\r\n";
     head += keep_alive ? "Connection: keep-alive\r\n" : "Connection: close\r\n";
     head += "X-Content-Type-Options: nosniff\r\n";

@@ -33,6 +33,9 @@ struct Request {
 // Takes a request's target apart. False when it is none: not beginning with '/', a bad escape, a byte that is no text.
 bool ParseTarget(std::string_view target, Request& request);
 
+// A text as part of an address (RFC 3986 2.1): ParseTarget gives it back.
+std::string Escape(std::string_view text);
+
 struct Reply {
     unsigned status = 200;
     std::string content_type = "text/plain; charset=utf-8";

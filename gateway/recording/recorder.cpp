@@ -17,8 +17,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Frames that wait for the disk.
-constexpr size_t kMaxWaiting = 2000;
 // After a failure, a new file is tried so many seconds later.
 constexpr double kAgainAfter = 10;
 
@@ -86,17 +84,14 @@ void Recorder::Wait() {
 }
 
 void Recorder::OnFrame(const FramePtr& frame) {
+    auto taken = FrameQueue::Taken::kLost;
     {
         const std::lock_guard lock(mutex_);
-        pictures_came_ = pictures_came_ || frame->IsVideo();
-        if (frames_.size() >= kMaxWaiting) overrun_ = true;
-        if (overrun_) {
-            const bool may_begin = frame->IsKey() && (frame->IsVideo() || !pictures_came_);
-            if (frames_.size() >= kMaxWaiting / 2 || !may_begin) return;
-            overrun_ = false;
-            LogWarning("recording lost frames: the disk is too slow", {{"stream", stream_->Name()}});
-        }
-        frames_.push_back(frame);
+        taken = frames_.Put(frame);
+    }
+    if (taken == FrameQueue::Taken::kLost) return;
+    if (taken == FrameQueue::Taken::kWaitsBehind) {
+        LogWarning("recording lost frames: the disk is too slow", {{"stream", stream_->Name()}});
     }
     changed_.notify_one();
 }
@@ -111,15 +106,16 @@ void Recorder::OnEnd() {
 
 void Recorder::Run() {
     for (;;) {
-        std::deque<FramePtr> frames;
+        FramePtr frame;
         {
             std::unique_lock lock(mutex_);
-            changed_.wait(lock, [this] { return ended_ || !frames_.empty(); });
-            frames.swap(frames_);
-            if (frames.empty()) break;
+            changed_.wait(lock, [this] { return ended_ || !frames_.Empty(); });
+            if (frames_.Empty()) break;
+            frame = frames_.Take();
         }
-        for (const FramePtr& frame : frames)
-            Take(frame);
+        Take(frame);
+        const std::lock_guard lock(mutex_);
+        frames_.Done(frame);
     }
     Finish();
 }

@@ -4,13 +4,14 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
+#include "bounds.h"
 #include "hub/stream.h"
+#include "recording/frame_queue.h"
 #include "recording/recording_file.h"
 
 namespace Orvane::Muxora::Gateway {
@@ -55,10 +56,8 @@ class Recorder final : public FrameSink {
 
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::deque<FramePtr> frames_;
+    FrameQueue frames_{kRecordingQueueBytes};
     bool ended_ = false;
-    bool pictures_came_ = false;
-    bool overrun_ = false;  // frames were lost: goes on with a key frame
 
     // The thread's own.
     std::unique_ptr<RecordingFile> file_;

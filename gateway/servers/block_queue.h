@@ -21,6 +21,7 @@ class BlockQueue {
 
     bool Empty() const { return blocks_.empty(); }
     size_t Bytes() const { return bytes_; }
+    size_t MaxBytes() const { return max_bytes_; }
 
   private:
     size_t max_bytes_;

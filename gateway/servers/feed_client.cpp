@@ -34,7 +34,18 @@ void FeedMember::Leave() {
     CloseStream();
 }
 
+// A write that is not done says little: the system holds megabytes for a client that reads slowly, and takes more only
+// when much of it is gone. What counts is whether the client took anything of it.
 void FeedMember::Expired() {
+    const uint64_t taken = Taken();
+    if (!taken_ || taken > *taken_) {
+        taken_ = taken;
+        return Expect(place_.stalled_for / 2);
+    }
+    Stall();
+}
+
+void FeedMember::Stall() {
     ++place_.counts.stalled;
     Leave();
 }
@@ -50,7 +61,7 @@ void FeedMember::Offer(const BlockPtr& block) {
 
 void FeedMember::Flush() {
     if (stay_behind_) {
-        Expired();
+        Stall();
     } else if (!writing_) {
         WriteNext();
     }

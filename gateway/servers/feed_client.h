@@ -22,6 +22,7 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
 
     void Offer(const BlockPtr& block) final;
     void Flush() final;
+    size_t Room() const final { return queue_.MaxBytes(); }
     void End() final;
 
   protected:
@@ -33,19 +34,25 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     // The next write is done; goes on with what waits.
     void Written(size_t bytes);
     // Some bytes went out.
-    void Progress() { Expect(kStalledFor); }
+    void Progress() {
+        taken_.reset();
+        Expect(place_.stalled_for / 2);
+    }
 
     // Writes `in_flight_`.
     virtual void WriteBlocks() = 0;
     // Everything was written, and the stream is at its end.
     virtual void SayGoodbye() = 0;
     virtual void CloseStream() = 0;
+    // Bytes that the client has taken so far.
+    virtual uint64_t Taken() = 0;
 
     SessionPlace place_;
     std::vector<BlockPtr> in_flight_;
 
   private:
     void Expired() override;
+    void Stall();
     void WriteNext();
 
     ConnectionCount count_;
@@ -55,6 +62,7 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     bool writing_ = true;  // the head comes first
     bool ending_ = false;
     bool stay_behind_ = false;
+    std::optional<uint64_t> taken_;  // when half of the time of a stalled client was over
     unsigned skips_ = 0;
     Clock::time_point last_skip_;
 };
@@ -72,6 +80,7 @@ class FeedClient final : public FeedMember {
     void WriteBlocks() override;
     void SayGoodbye() override;
     void CloseStream() override { stream_.Close(); }
+    uint64_t Taken() override { return stream_.Taken(); }
     void WriteSome();
     void WatchForClose();
 

@@ -91,7 +91,7 @@ void HttpSession::OnRequest() {
     request.host = field(http::field::host);
     request.body = message.body();
     request.web_socket = web_socket_ = boost::beast::websocket::is_upgrade(message);
-    Expect(kAnswerTakes);
+    Expect(kAnswerComes);
     place_.handler.Handle(std::move(request), [self = shared_from_this()](Reply reply) {
         asio::dispatch(self->place_.worker.Context(),
                        [self, answer = std::move(reply)]() mutable { self->Answer(std::move(answer)); });
@@ -100,15 +100,21 @@ void HttpSession::OnRequest() {
 
 void HttpSession::Answer(Reply reply) {
     if (!watch_) return;
-    if (reply.feed != nullptr && !head_only_) {
+    const bool endless = reply.feed != nullptr;
+    if (endless && !head_only_) {
         BecomeFeed(reply);
         return;
     }
     reply_ = std::move(reply);
-    size_t length = reply_.body.size();
-    for (const BlockPtr& block : reply_.blocks)
-        length += block->bytes.size();
-    head_ = PrintHead(reply_, length, false, keep_alive_);
+    if (endless) {
+        // RFC 9110 9.3.2: the fields that GET would have; an endless answer has no length.
+        head_ = PrintHead(reply_, std::nullopt, HasChunks(), keep_alive_);
+    } else {
+        size_t length = reply_.body.size();
+        for (const BlockPtr& block : reply_.blocks)
+            length += block->bytes.size();
+        head_ = PrintHead(reply_, length, false, keep_alive_);
+    }
     gather_.Clear();
     gather_.Add(head_.data(), head_.size());
     if (!head_only_) {
@@ -120,6 +126,11 @@ void HttpSession::Answer(Reply reply) {
     Write();
 }
 
+// HTTP/1.0 knows no chunks: there the end of the connection ends a feed.
+bool HttpSession::HasChunks() const {
+    return parser_->get().version() >= 11;
+}
+
 void HttpSession::BecomeFeed(const Reply& reply) {
     place_.worker.Forget(*watch_);
     watch_.reset();
@@ -127,8 +138,7 @@ void HttpSession::BecomeFeed(const Reply& reply) {
         std::make_shared<WebSocketClient>(place_, std::move(stream_), std::move(count_), reply.feed)
             ->Run(parser_->release());
     } else {
-        // HTTP/1.0 knows no chunks: there the end of the connection ends the feed.
-        const bool chunked = parser_->get().version() >= 11;
+        const bool chunked = HasChunks();
         std::make_shared<FeedClient>(place_, std::move(stream_), std::move(count_), reply.feed, chunked)
             ->Run(PrintHead(reply, std::nullopt, chunked, false));
     }

@@ -21,6 +21,7 @@ struct SessionPlace {
     RequestHandler& handler;
     HttpCounts& counts;
     size_t queue_bytes;
+    Guarded::Clock::duration stalled_for = kStalledFor;
 };
 
 // Counts a connection from its first to its last moment, whatever it turns into.
@@ -51,6 +52,7 @@ class HttpSession : public Guarded, public std::enable_shared_from_this<HttpSess
     void OnRead(const boost::system::error_code& error);
     void OnRequest();
     void Answer(Reply reply);
+    bool HasChunks() const;
     void BecomeFeed(const Reply& reply);
     void Write();
     void OnWritten();

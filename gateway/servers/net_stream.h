@@ -5,6 +5,7 @@
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <span>
@@ -12,6 +13,9 @@
 #include <variant>
 
 namespace Orvane::Muxora::Gateway {
+
+// Bytes of a TCP connection that were acknowledged; 0 when that is not known.
+uint64_t TakenBytes(int descriptor);
 
 class NetStream {
   public:
@@ -36,6 +40,9 @@ class NetStream {
             done({});
         }
     }
+
+    // How many bytes the other side has taken so far.
+    uint64_t Taken() { return TakenBytes(Lowest().native_handle()); }
 
     // Ends the connection at once.
     void Close() {

@@ -35,6 +35,9 @@ void Router::Handle(Request request, Responder respond) {
         };
         if (request.method == "OPTIONS") return respond(Preflight());
     }
+    if (request.web_socket && !Access::MayOpenSocket(request.origin, request.host, parts_.cors)) {
+        return respond(Reply::Text(403, "Pages of another origin may not open this.\n"));
+    }
     if (!AnswerSegments(request, respond)) respond(Answer(request));
 }
 

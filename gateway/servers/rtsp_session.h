@@ -45,6 +45,7 @@ class RtspSession : public Guarded, public BlockReceiver, public std::enable_sha
 
     void Offer(const BlockPtr& block) override;
     void Flush() override;
+    size_t Room() const override { return queue_.MaxBytes(); }
     void End() override;
 
   private:

@@ -103,4 +103,8 @@ void WebSocketClient::CloseStream() {
     socket_->ws.next_layer().Close();
 }
 
+uint64_t WebSocketClient::Taken() {
+    return socket_->ws.next_layer().Taken();
+}
+
 }  // namespace Orvane::Muxora::Gateway

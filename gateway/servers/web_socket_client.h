@@ -31,6 +31,7 @@ class WebSocketClient final : public FeedMember {
     void WriteBlocks() override;
     void SayGoodbye() override;
     void CloseStream() override;
+    uint64_t Taken() override;
 
     std::unique_ptr<Socket> socket_;
     boost::beast::flat_buffer incoming_;

@@ -72,6 +72,7 @@ class PlayerView {
         this.stop();
         this.form = form;
         this.element.dataset.form = form;
+        this.element.dataset.starts = Number(this.element.dataset.starts ?? 0) + 1;
         this.trouble.hidden = true;
         this.edge = new Edge(this.video);
         this.player = forms[form].start(this.video, this.name, (text) => this.failed(text));

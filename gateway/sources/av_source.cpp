@@ -36,6 +36,12 @@ constexpr int64_t kAnalyseUs = 1500000;
 constexpr int64_t kProbeBytes = 1 << 20;
 // A file whose clock is behind by more is not played faster to catch up: its time starts again.
 constexpr std::chrono::seconds kTooLate{1};
+// Nor is a jump of its times waited for that is bridged anyway.
+constexpr std::chrono::seconds kTooEarly{60};
+// Further from the begin no time of an input lies, and no frame lasts longer: whatever is added, nothing overflows.
+constexpr int64_t kFurthestUs = int64_t{1} << 53;
+constexpr int64_t kFurthestTicks = int64_t{1} << 61;
+constexpr int64_t kLongestFrameUs = 10000000;
 
 std::string AvText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
@@ -275,15 +281,18 @@ class AvSource final : public Source {
     // Each session goes on where the one before ended.
     void BeginTimes() {
         offset_us_.reset();
-        start_us_ = end_us_;
+        // Times that no stream comes to are the input's mistake: what follows is bridged as a jump.
+        start_us_ = end_us_ = end_us_ < kFurthestUs ? end_us_ : kBeginUs;
     }
 
     void Give(const StreamReader& reader, StreamReader::Timed timed) {
+        timed.pts_us = std::clamp(timed.pts_us, -kFurthestUs, kFurthestUs);
+        timed.dts_us = std::clamp(timed.dts_us, -kFurthestUs, kFurthestUs);
+        timed.duration_us = std::clamp<int64_t>(timed.duration_us, 0, kLongestFrameUs);
         if (!offset_us_) {
             // A source that comes back after a pause has the pause in its times: players go on where they stood.
             // It is the shown times that go on, so that pictures out of order leave no gap.
             offset_us_ = start_us_ - timed.pts_us;
-            if (kind_.paced && !clock_start_) clock_start_ = Clock::now() - std::chrono::microseconds(start_us_);
         }
         const int64_t dts_us = timed.dts_us + *offset_us_;
         end_us_ = std::max(end_us_, timed.pts_us + *offset_us_ + (timed.duration_us > 0 ? timed.duration_us : 20000));
@@ -291,7 +300,9 @@ class AvSource final : public Source {
         Frame frame;
         const auto ticks = Ticks(reader, timed.frame);
         frame.time_scale = ticks;
-        const auto convert = [ticks](int64_t us) { return av_rescale_rnd(us, ticks, 1000000, AV_ROUND_NEAR_INF); };
+        const auto convert = [ticks](int64_t us) {
+            return std::clamp(av_rescale_rnd(us, ticks, 1000000, AV_ROUND_NEAR_INF), -kFurthestTicks, kFurthestTicks);
+        };
         frame.dts = convert(dts_us);
         frame.pts = frame.dts + convert(timed.pts_us - timed.dts_us);
         frame.duration = timed.duration_us > 0 ? convert(timed.duration_us) : 0;
@@ -315,12 +326,14 @@ class AvSource final : public Source {
     }
 
     void WaitFor(int64_t dts_us) {
-        const auto due = *clock_start_ + std::chrono::microseconds(dts_us);
         const auto now = Clock::now();
-        if (now - due > kTooLate) {
-            clock_start_ = now - std::chrono::microseconds(dts_us);
+        if (!clock_start_) clock_start_ = {now, start_us_};
+        const std::chrono::microseconds due(dts_us - clock_start_->media_us);
+        const auto played = std::chrono::duration_cast<std::chrono::microseconds>(now - clock_start_->wall);
+        if (played - due > kTooLate || due - played > kTooEarly) {
+            clock_start_ = {now, dts_us};
         } else {
-            stopper_.SleepUntil(due);
+            stopper_.SleepUntil(clock_start_->wall + due);
         }
     }
 
@@ -334,7 +347,12 @@ class AvSource final : public Source {
     std::optional<int64_t> offset_us_;  // from the input's times to the stream's
     int64_t start_us_ = 0;
     int64_t end_us_ = kBeginUs;
-    std::optional<Clock::time_point> clock_start_;
+    // From which moment, and from which time of the stream on, a file is played by the clock.
+    struct ClockStart {
+        Clock::time_point wall;
+        int64_t media_us;
+    };
+    std::optional<ClockStart> clock_start_;
     std::thread thread_;
 };
 
@@ -350,14 +368,12 @@ bool IsNetworkInput(const std::string& input) {
 std::string WithoutSecrets(const std::string& input) {
     const size_t scheme = input.find("://");
     if (scheme == std::string::npos) return input;
-    const size_t host = scheme + 3;
-    const size_t path = std::min(input.find_first_of("/?#", host), input.size());
-    const size_t at = input.rfind('@', path);
-    std::string shown = input;
-    if (at != std::string::npos && at >= host) shown.erase(host, at + 1 - host);
-    const size_t query = shown.find('?');
-    if (query != std::string::npos) shown.erase(query);
-    return shown;
+    const size_t begin = scheme + 3;
+    // A password may hold whatever ends a host elsewhere: the last '@' is the one behind it.
+    const size_t at = input.rfind('@');
+    const size_t host = at == std::string::npos || at < begin ? begin : at + 1;
+    const size_t end = std::min(input.find_first_of("/?# ", host), input.size());
+    return input.substr(0, begin) + input.substr(host, end - host) + (end < input.size() ? "/..." : "");
 }
 
 std::unique_ptr<Source> OpenAvSource(const StreamPtr& stream, const std::string& input, bool trusted) {

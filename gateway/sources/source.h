@@ -23,7 +23,8 @@ std::unique_ptr<Source> OpenAvSource(const StreamPtr& stream, const std::string&
 // May a client of the interface name this input?
 bool IsNetworkInput(const std::string& input);
 
-// The input without user name and password, for what is shown.
+// The input for what is shown: of an address of the network its scheme, host and port. User name and password, and the
+// path and the query, where many senders and cameras have a key, are left out.
 std::string WithoutSecrets(const std::string& input);
 
 }  // namespace Orvane::Muxora::Gateway

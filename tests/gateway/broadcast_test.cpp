@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <boost/asio/post.hpp>
 #include <condition_variable>
 #include <mutex>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "hub/hub.h"
+#include "packaging/shelf.h"
 
 using namespace Orvane::Muxora::Gateway;
 
@@ -41,6 +43,9 @@ class Collector final : public BlockReceiver {
         blocks_.push_back(block);
     }
     void Flush() override { changed_.notify_all(); }
+    size_t Room() const override { return room; }
+    std::atomic<size_t> room{1u << 20};
+
     void End() override {
         const std::lock_guard lock(mutex_);
         ended_ = true;
@@ -140,6 +145,33 @@ TEST_F(BroadcastTest, EverybodyHearsOfTheEnd) {
     hub_.Remove("cam");
     EXPECT_TRUE(one->Ended());
     EXPECT_TRUE(two->Ended());
+    EXPECT_TRUE(Join(1)->Ended());
+}
+
+TEST_F(BroadcastTest, AGroupThatDoesNotFitIsNoBeginningAndTheNextOneIs) {
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm);
+    for (int i = 0; i < 3; ++i)
+        stream_->Push(Picture(i, i == 0));
+    ASSERT_TRUE(Join(0)->Has("picture 2;"));
+    auto small = std::make_shared<Collector>();
+    small->room = 100;
+    boost::asio::post(workers_.At(0).Context(), [this, small] { broadcast_->Join(workers_.At(0), small); });
+    for (int i = 3; i < 6; ++i)
+        stream_->Push(Picture(i, i == 4));
+    ASSERT_TRUE(small->Has("picture 5;"));
+    EXPECT_EQ(small->All().find("picture 2;"), std::string::npos);
+}
+
+// Who asks for an output while the stream is removed may come too late for Drop.
+TEST_F(BroadcastTest, AStreamThatWasRemovedLeavesNoOutputOnTheShelf) {
+    Shelf shelf(workers_);
+    ASSERT_NE(shelf.Get(stream_, kForm), nullptr);
+    EXPECT_EQ(shelf.Of(*stream_).size(), 1U);
+    hub_.Remove("cam");
+    shelf.Drop(*stream_);
+    broadcast_ = shelf.Get(stream_, kForm);
+    ASSERT_NE(broadcast_, nullptr);
+    EXPECT_TRUE(shelf.Of(*stream_).empty());
     EXPECT_TRUE(Join(1)->Ended());
 }
 

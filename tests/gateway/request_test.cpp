@@ -45,6 +45,14 @@ TEST(ReplyHead, HasStatusLengthAndFields) {
               std::string::npos);
 }
 
+TEST(ReplyHead, WithoutABodyThereIsNoLength) {
+    Reply reply;
+    reply.status = 204;
+    EXPECT_EQ(PrintHead(reply, 0, false, true),
+              "HTTP/1.1 204 No Content\r\nServer: muxora\r\nConnection: keep-alive\r\n"
+              "X-Content-Type-Options: nosniff\r\n\r\n");
+}
+
 TEST(StreamNames, AreSafeEverywhere) {
     EXPECT_TRUE(IsStreamName("door-1_A"));
     for (const std::string& bad : {std::string(), std::string("a.b"), std::string("../x"), std::string("a b"),
@@ -87,7 +95,34 @@ TEST(Access, ASignedAddressIsGoodForItsStreamUntilItExpires) {
     EXPECT_FALSE(access.MayView(Parsed("/cam.flv?expires=2000000001" + query.substr(18)), "cam", 1));
     EXPECT_FALSE(access.MayList(Parsed("/?" + query)));
     EXPECT_EQ(Access::Carried(Parsed("/cam/index.m3u8?x=1&" + query)), "?" + query);
-    EXPECT_EQ(Access::Carried(Parsed("/cam/index.m3u8?token=a%22b")), "");
+    // Base64, and whatever else a token may be, comes back as it was.
+    EXPECT_EQ(Access::Carried(Parsed("/cam/index.m3u8?token=a%2Bb%2Fc%3D%3D")), "?token=a%2Bb%2Fc%3D%3D");
+    EXPECT_EQ(Access::Carried(Parsed("/cam/index.m3u8?token=a%22b$%26%C3%A4")), "?token=a%22b%24%26%C3%A4");
+    EXPECT_EQ(Parsed("/x" + Access::Carried(Parsed("/y?token=a%22b$%26%25"))).Parameter("token"), "a\"b$&%");
+}
+
+TEST(Access, PagesOfAnotherOriginOpenNoSocket) {
+    const auto may = [](const char* origin, const char* cors = "") {
+        return Access::MayOpenSocket(origin, "Gateway.example:8080", cors);
+    };
+    EXPECT_TRUE(may(""));  // no browser
+    EXPECT_TRUE(may("http://gateway.example:8080"));
+    EXPECT_TRUE(may("https://GATEWAY.example:8080"));  // a proxy with TLS stands before it
+    for (const char* other : {"http://gateway.example", "http://evil.example:8080", "http://gateway.example:80801",
+                              "http://evil.example/gateway.example:8080", "http://gateway.example:8080.evil.example",
+                              "null", "file://", "gateway.example:8080", "https://gateway.example:808", "http://"})
+        EXPECT_FALSE(may(other)) << other;
+    EXPECT_TRUE(may("https://site.example", "https://site.example"));
+    EXPECT_FALSE(may("https://site.example.evil", "https://site.example"));
+    EXPECT_FALSE(may("null", "https://site.example"));
+    EXPECT_TRUE(may("http://gateway.example:8080", "https://site.example"));
+    EXPECT_TRUE(may("https://any.example", "*"));
+    // The port that a scheme has anyway may stand there or not.
+    EXPECT_TRUE(Access::MayOpenSocket("https://a.example", "a.example:443", ""));
+    EXPECT_TRUE(Access::MayOpenSocket("http://a.example:80", "a.example", ""));
+    EXPECT_FALSE(Access::MayOpenSocket("http://a.example", "a.example:443", ""));
+    EXPECT_TRUE(Access::MayOpenSocket("http://[::1]:8080", "[::1]:8080", ""));
+    EXPECT_FALSE(Access::MayOpenSocket("http://", "", ""));
 }
 
 TEST(Inputs, TheInterfaceOpensTheNetworkOnly) {
@@ -98,7 +133,12 @@ TEST(Inputs, TheInterfaceOpensTheNetworkOnly) {
 }
 
 TEST(Inputs, SecretsAreNotShown) {
-    EXPECT_EQ(WithoutSecrets("rtsp://user:p@ss@camera:554/1?key=2"), "rtsp://camera:554/1");
-    EXPECT_EQ(WithoutSecrets("srt://host:9000?passphrase=abc"), "srt://host:9000");
+    EXPECT_EQ(WithoutSecrets("rtsp://user:p@ss@camera:554/1?key=2"), "rtsp://camera:554/...");
+    EXPECT_EQ(WithoutSecrets("rtsp://user:p/s?s#@camera/1"), "rtsp://camera/...");
+    EXPECT_EQ(WithoutSecrets("srt://host:9000?passphrase=abc"), "srt://host:9000/...");
+    EXPECT_EQ(WithoutSecrets("listen+rtmp://0.0.0.0:1935/live/key"), "listen+rtmp://0.0.0.0:1935/...");
+    EXPECT_EQ(WithoutSecrets("rtmp://host/live playpath=key"), "rtmp://host/...");
+    EXPECT_EQ(WithoutSecrets("rtmp://host/live/key/with@sign"), "rtmp://sign");
+    EXPECT_EQ(WithoutSecrets("udp://239.0.0.1:5000"), "udp://239.0.0.1:5000");
     EXPECT_EQ(WithoutSecrets("film@home.mp4"), "film@home.mp4");
 }

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
+#include <cstdint>
+
 using Orvane::Muxora::Gateway::Frame;
 using Orvane::Muxora::Gateway::TimeRepair;
 
@@ -79,6 +82,35 @@ TEST(TimeRepair, TheOtherStreamTakesTheSameOffsetWhenItJumps) {
     EXPECT_EQ(Repaired(repair, Picture(0, 0)).dts, 10040);
     EXPECT_EQ(Repaired(repair, Sound(960)).dts, 10040 * 48 + 960);
     EXPECT_EQ(repair.Audio().jumps, 1U);
+}
+
+// Under UndefinedBehaviorSanitizer: no sum and no conversion leaves its type, and times rise all the same.
+TEST(TimeRepair, TimesAtTheEndOfTheirTypeRiseAndOverflowNothing) {
+    constexpr int64_t kTimes[] = {INT64_MIN,     INT64_MAX,    0, INT64_MAX - 1, INT64_MIN + 1, -1,
+                                  INT64_MAX / 2, INT64_MIN / 2};
+    for (const uint32_t scale : {1U, 1000U, 90000U, 1000000U, UINT32_MAX}) {
+        TimeRepair repair;
+        double last = -1e300;
+        for (int round = 0; round < 3; ++round) {
+            for (const int64_t dts : kTimes) {
+                for (const int64_t pts : kTimes) {
+                    Frame frame = Picture(dts, pts, dts);
+                    frame.time_scale = scale;
+                    const Frame repaired = Repaired(repair, frame);
+                    EXPECT_GE(repaired.DtsSeconds(), last);
+                    EXPECT_GE(repaired.pts, repaired.dts);
+                    EXPECT_LT(std::abs(repaired.DtsSeconds()), 2e11);
+                    EXPECT_LT(std::abs(static_cast<double>(repaired.pts) / scale), 4e11);
+                    last = repaired.DtsSeconds();
+                    Repaired(repair, Sound(pts, scale));
+                }
+            }
+        }
+    }
+    // A scale that changes at the far end does not leave it.
+    TimeRepair repair;
+    for (const uint32_t scale : {1U, UINT32_MAX, 1000U, UINT32_MAX})
+        EXPECT_LE(Repaired(repair, Sound(INT64_MAX, scale)).dts, INT64_MAX / 4) << scale;
 }
 
 TEST(TimeRepair, APictureShownBeforeItIsDecodedIsShownThen) {

@@ -1,19 +1,21 @@
 // Opens the gateway's page in headless Chromium with every form side by side, and tells what a viewer sees and hears.
 //
-//     node watch_page.mjs MODULES ADDRESS SECONDS SCREENSHOT
+//     node watch_page.mjs MODULES ADDRESS SECONDS SCREENSHOT PICTURES
 //
-// MODULES is a folder with playwright-core. One line of JSON goes to standard output: for each form the numbers of the
-// pictures that were shown, how long each was behind the gateway, and how far the beep was from the flash.
+// MODULES is a folder with playwright-core, PICTURES how many the clip has, which comes round. One line of JSON goes to standard
+// output: for each form the numbers of the pictures that were shown, how long each was behind the gateway, and how far the
+// beep was from the flash; or, with exit code 1, which forms did not start, and what they say of it.
 import { mkdtempSync, rmSync } from 'node:fs';
 import { createRequire } from 'node:module';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 
-const [modules, address, seconds, screenshot] = process.argv.slice(2);
+const [modules, address, seconds, screenshot, total] = process.argv.slice(2);
+const START_TAKES = 240_000;
 const { chromium } = createRequire(join(modules, 'package.json'))('playwright-core');
 
 // Runs in the page: watches every player. The clip is scripts/serve_clip.py's.
-async function watch({ seconds }) {
+async function watch({ seconds, total }) {
     const BITS = 12;
     const SQUARE = 16;
     const RATE = 25;
@@ -50,9 +52,11 @@ async function watch({ seconds }) {
     await ask();
     const asking = setInterval(() => ask().catch(() => {}), 500);
 
+    const figureOf = new Map();
     const watched = [...document.querySelectorAll('figure')].map((figure) => {
         const video = figure.querySelector('video');
         const seen = { form: figure.dataset.form, shown: [], latencies: [], beeps: [], offsets: [], wrongFlash: 0, stalls: 0 };
+        figureOf.set(seen, figure);
         const canvas = new OffscreenCanvas(BITS + 1, 1);
         const painter = canvas.getContext('2d', { willReadFrequently: true });
         const look = (now, frame) => {
@@ -62,8 +66,8 @@ async function watch({ seconds }) {
             for (let bit = 0; bit < BITS; ++bit) number += (data[bit * 4] > 127) * 2 ** bit;
             if ((data[BITS * 4] > 127) !== (number % RATE < 3)) ++seen.wrongFlash;
             const at = frame.expectedDisplayTime;
-            seen.shown.push({ number, at, rate: video.playbackRate });
-            seen.latencies.push((pictures + now * RATE / 1000 - number) / RATE);
+            seen.shown.push({ number, at, rate: video.playbackRate, life: figure.dataset.starts });
+            seen.latencies.push((((pictures + now * RATE / 1000 - number) % total) + total) % total / RATE);
             video.requestVideoFrameCallback(look);
         };
         video.requestVideoFrameCallback(look);
@@ -88,7 +92,10 @@ async function watch({ seconds }) {
         let back = 0;
         let missing = 0;
         for (let i = 1; i < seen.shown.length; ++i) {
-            const step = seen.shown[i].number - seen.shown[i - 1].number;
+            // A player that was started anew is another one.
+            if (seen.shown[i].life !== seen.shown[i - 1].life) continue;
+            // The clip may have come round: half of it ahead is far.
+            const step = (seen.shown[i].number - seen.shown[i - 1].number + total * 1.5) % total - total / 2;
             if (step < 0) ++back;
             if (step > 1) missing += step - 1;
         }
@@ -102,7 +109,7 @@ async function watch({ seconds }) {
             return beep - flash;
         }).filter((offset) => offset !== null);
         return {
-            form: seen.form, pictures: seen.shown.length, back, missing, stalls: seen.stalls,
+            form: seen.form, starts: Number(figureOf.get(seen).dataset.starts), pictures: seen.shown.length, back, missing, stalls: seen.stalls,
             first: seen.shown[0]?.number, last: seen.shown.at(-1)?.number, wrongFlash: seen.wrongFlash,
             latency: median(seen.latencies.slice(-RATE * 20)), latencyMost: Math.max(...seen.latencies.slice(RATE * 5)),
             beeps: seen.beeps.length, soundBehindPicture: median(offsets),
@@ -132,18 +139,40 @@ try {
         if (/^(https?|wss?):/.test(request.url()) && new URL(request.url()).host !== new URL(address).host) foreign.push(request.url());
     });
     await page.goto(`${address}/?forms=all`);
-    await page.waitForFunction(() => {
-        const videos = [...document.querySelectorAll('video')];
-        return videos.length >= 4 && videos.every((video) => video.readyState >= 2 && video.currentTime > 0);
-    }, null, { timeout: 180000 });
-    const forms = await page.evaluate(watch, { seconds: Number(seconds) });
-    const texts = await page.evaluate(() => ({
-        about: document.querySelector('.about').textContent,
-        latencies: [...document.querySelectorAll('figure')].map((figure) => figure.dataset.latency),
-        troubles: [...document.querySelectorAll('.trouble')].filter((one) => !one.hidden).map((one) => one.textContent),
+    const states = () => page.evaluate(() => [...document.querySelectorAll('figure')].map((figure) => {
+        const video = figure.querySelector('video');
+        return {
+            form: figure.dataset.form, starts: Number(figure.dataset.starts), begun: video.readyState >= 2 && video.currentTime > 0,
+            readyState: video.readyState, currentTime: video.currentTime, paused: video.paused, error: video.error?.message ?? null,
+            buffered: Array.from(video.buffered, (_, i) => [video.buffered.start(i), video.buffered.end(i)]),
+            trouble: figure.querySelector('.trouble').textContent,
+        };
     }));
-    await page.screenshot({ path: screenshot });
-    console.log(JSON.stringify({ forms, ...texts, errors, foreign }));
+    const end = Date.now() + START_TAKES;
+    let players = await states();
+    while (players.length < 4 || players.some((player) => !player.begun)) {
+        if (Date.now() > end) {
+            await page.screenshot({ path: screenshot });
+            console.log(JSON.stringify({
+                notStarted: players.filter((player) => !player.begun), players: players.length, errors, foreign,
+                summary: await page.textContent('#summary'),
+            }));
+            process.exitCode = 1;
+            break;
+        }
+        await new Promise((resolve) => setTimeout(resolve, 250));
+        players = await states();
+    }
+    if (process.exitCode !== 1) {
+        const forms = await page.evaluate(watch, { seconds: Number(seconds), total: Number(total) });
+        const texts = await page.evaluate(() => ({
+            about: document.querySelector('.about').textContent,
+            latencies: [...document.querySelectorAll('figure')].map((figure) => figure.dataset.latency),
+            troubles: [...document.querySelectorAll('.trouble')].filter((one) => !one.hidden).map((one) => one.textContent),
+        }));
+        await page.screenshot({ path: screenshot });
+        console.log(JSON.stringify({ forms, ...texts, errors, foreign }));
+    }
 } finally {
     await browser?.close();
     rmSync(profile, { recursive: true, force: true });
