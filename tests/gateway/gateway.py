@@ -95,7 +95,7 @@ class Gateway:
     def url(self, path, scheme='http'):
         return f'{scheme}://127.0.0.1:{self.port}{path}'
 
-    def ask(self, method, path, body=None, headers=None, token=None, timeout=20):
+    def ask(self, method, path, body=None, headers=None, token=None, timeout=60):
         """Gives status, headers and body."""
         connection = http.client.HTTPConnection('127.0.0.1', self.port, timeout=timeout)
         fields = dict(headers or {})
