@@ -28,7 +28,7 @@ class FrameQueue {
     bool Empty() const { return frames_.empty(); }
     size_t Bytes() const { return bytes_; }
     // What a frame counts: its bytes, and what it needs around them.
-    static size_t Weight(const Frame& frame) { return frame.media.bytes.size() + sizeof(Frame); }
+    static size_t Weight(const Frame& frame) { return frame.media.Size() + sizeof(Frame); }
 
   private:
     const size_t max_bytes_;

@@ -14,7 +14,8 @@ FramePtr Of(uint32_t type, uint32_t sub_type, size_t size) {
     auto frame = std::make_shared<Frame>();
     frame->media.type = type;
     frame->media.sub_type = sub_type;
-    frame->media.bytes.resize(size);
+    const std::vector<uint8_t> bytes(size);
+    frame->media.SetBytes(bytes.data(), size);
     return frame;
 }
 
