@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz lint format coverage docs packages windows arm root-test clean gateway-asan
+.PHONY: serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -53,6 +53,9 @@ asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined b
 fuzz: setup build/fuzz/build.ninja ## Every fuzz target for a bounded time (SECONDS_EACH=20)
 	@cmake --build --preset fuzz
 	@scripts/fuzz.sh build/fuzz/bin
+
+reproducible: setup ## The library built twice, in two folders: the same bytes
+	@scripts/reproducible.sh
 
 coverage: setup ## Line coverage of src/ by the tests
 	@cmake --preset coverage && cmake --build --preset coverage && ctest --preset coverage
