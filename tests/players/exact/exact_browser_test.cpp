@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <numeric>
 
 #include "exact/exact_clip.h"
 #include "support/clip.h"
@@ -45,21 +46,51 @@ std::vector<int> Numbers(const std::string& line, const std::string& name, char 
     return numbers;
 }
 
+enum class End { kClosed, kKilled, kRepaired };
+
 struct Case {
     const char* key;
     uint32_t format;
     const char* extension;
     const char* how;
+    End end = End::kClosed;
 };
 
+// A hybrid MP4 that was killed half way through the write of its last fragment.
+void WriteKilled(const std::vector<ExactFrame>& frames, const std::string& path) {
+    auto writes = test::HybridWrites(frames);
+    while (!writes.empty() && writes.back().kind != MX_BLOCK_MEDIA)
+        writes.pop_back();
+    ASSERT_FALSE(writes.empty());
+    writes.back().bytes.resize(writes.back().bytes.size() / 2);
+    std::vector<uint8_t> file;
+    for (const test::Written& write : writes) {
+        file.resize(std::max(file.size(), static_cast<size_t>(write.offset) + write.bytes.size()));
+        std::copy(write.bytes.begin(), write.bytes.end(), file.begin() + write.offset);
+    }
+    test::WriteFile(path, file);
+}
+
+// The pictures ahead of the last group of pictures.
+int PicturesOfWholeFragments(const std::vector<ExactFrame>& frames) {
+    int pictures = 0;
+    int whole = 0;
+    for (const ExactFrame& frame : frames) {
+        if (frame.IsKey()) whole = pictures;
+        if (frame.IsVideo()) ++pictures;
+    }
+    return whole;
+}
+
 class ExactBrowser : public testing::TestWithParam<Case> {};
-INSTANTIATE_TEST_SUITE_P(All, ExactBrowser,
-                         testing::Values(Case{"fmp4", MX_FORMAT_FMP4, "fmp4.mp4", "mse"},
-                                         Case{"hmp4", MX_FORMAT_HMP4, "hmp4.mp4", "native"},
-                                         Case{"xmkv", MX_FORMAT_XMKV, "mkv", "native"},
-                                         Case{"xflv", MX_FORMAT_XFLV, "flv", "flv"},
-                                         Case{"xts", MX_FORMAT_XTS, "ts", "mpegts"}),
-                         [](const auto& row) { return std::string(row.param.key); });
+INSTANTIATE_TEST_SUITE_P(
+    All, ExactBrowser,
+    testing::Values(Case{"fmp4", MX_FORMAT_FMP4, "fmp4.mp4", "mse"}, Case{"hmp4", MX_FORMAT_HMP4, "hmp4.mp4", "native"},
+                    Case{"hmp4_killed", MX_FORMAT_HMP4, "killed.mp4", "native", End::kKilled},
+                    Case{"hmp4_repaired", MX_FORMAT_HMP4, "repaired.mp4", "native", End::kRepaired},
+                    Case{"xmkv", MX_FORMAT_XMKV, "mkv", "native"}, Case{"xflv", MX_FORMAT_XFLV, "flv", "flv"},
+                    Case{"xts", MX_FORMAT_XTS, "ts", "mpegts"}),
+    [](const auto& row) { return std::string(row.param.key); });
 
 TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
     ASSERT_TRUE(std::filesystem::exists(std::string(BROWSER_MODULES) + "/node_modules/mpegts.js"))
@@ -67,7 +98,18 @@ TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
     const auto frames = test::ReadExact(test::MakeEncode(Numbered()));
     ASSERT_EQ(std::count_if(frames.begin(), frames.end(), [](const auto& f) { return f.IsVideo(); }), kPictures);
     const std::string path = test::WorkPath(std::string("numbered.") + GetParam().extension);
-    ASSERT_EQ(test::PackExact(GetParam().format, frames, path).refused, 0u);
+    int pictures = kPictures;
+    if (GetParam().end == End::kClosed) {
+        ASSERT_EQ(test::PackExact(GetParam().format, frames, path).refused, 0u);
+    } else {
+        pictures = PicturesOfWholeFragments(frames);
+        ASSERT_GT(pictures, 20);
+        WriteKilled(frames, path);
+        if (GetParam().end == End::kRepaired) {
+            const auto repair = test::Run({MUXORA_TOOL, "repair", path});
+            ASSERT_TRUE(repair.Ok()) << repair.err;
+        }
+    }
     // mpegts.js lets its clock begin at the first decoding time.
     double first = 0;
     const std::string how = GetParam().how;
@@ -76,7 +118,7 @@ TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
             first = std::min(first, static_cast<double>(frame.dts) / frame.scale);
     }
     const auto run = test::Run({"node", NUMBERS_SCRIPT, BROWSER_MODULES, path, GetParam().how, std::to_string(kRate),
-                                std::to_string(kPictures), std::to_string(-first)},
+                                std::to_string(pictures), std::to_string(-first)},
                                240);
     ASSERT_TRUE(run.Ok()) << run.err;
     EXPECT_NE(run.out.find("\"errors\":[]"), std::string::npos) << run.out;
@@ -84,9 +126,8 @@ TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
     const auto played = Numbers(run.out, "played");
     EXPECT_GT(played.size(), 20u) << run.out;
     EXPECT_TRUE(std::is_sorted(played.begin(), played.end())) << run.out;
-    std::vector<int> all(kPictures);
-    for (int i = 0; i < kPictures; ++i)
-        all[static_cast<size_t>(i)] = i;
+    std::vector<int> all(static_cast<size_t>(pictures));
+    std::iota(all.begin(), all.end(), 0);
     EXPECT_EQ(Numbers(run.out, "stepped"), all) << run.out;
     const size_t sought = run.out.find("\"sought\":");
     ASSERT_NE(sought, std::string::npos);

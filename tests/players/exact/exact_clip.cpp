@@ -288,6 +288,27 @@ ExactResult PackExact(uint32_t format, const std::vector<ExactFrame>& frames, co
     return result;
 }
 
+std::vector<Written> HybridWrites(const std::vector<ExactFrame>& frames) {
+    std::vector<Written> writes;
+    MXCreateParam param{};
+    param.user = &writes;
+    param.output = [](const MXOutputBlock* block, void* user) {
+        const auto* bytes = static_cast<const uint8_t*>(block->data);
+        static_cast<std::vector<Written>*>(user)->push_back(
+            {reinterpret_cast<const MXExactBlock*>(block)->kind, block->offset, {bytes, bytes + block->length}});
+        return 0;
+    };
+    const std::unique_ptr<void, decltype(&MX_DestroyHandle)> handle(MX_CreateHandle(MX_FORMAT_HMP4, &param),
+                                                                    MX_DestroyHandle);
+    if (MX_CreateHeader(handle.get(), nullptr) != MX_OK) throw std::runtime_error("no header");
+    for (const ExactFrame& frame : frames) {
+        MXFrameInfo record = frame.Record();
+        if (MX_InputFrame(handle.get(), &record) != MX_OK) throw std::runtime_error("a frame was refused");
+    }
+    if (MX_CreateTailer(handle.get(), nullptr) != MX_OK) throw std::runtime_error("no tailer");
+    return writes;
+}
+
 PacketList ListPackets(const std::string& path, const std::string& streams) {
     const RunResult run = Run({"ffprobe", "-v", "error", "-select_streams", streams, "-show_entries",
                                "stream=time_base:packet=pts,dts,duration,size,flags", "-of", "compact=p=1:nk=0", path});

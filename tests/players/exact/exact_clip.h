@@ -55,6 +55,15 @@ enum class Sink { kFile, kForwardOnly };
 ExactResult PackExact(uint32_t format, const std::vector<ExactFrame>& frames, const std::string& path,
                       Sink sink = Sink::kFile);
 
+// One write of a packager, in their order.
+struct Written {
+    uint32_t kind;  // MXBlockKind
+    int64_t offset;
+    std::vector<uint8_t> bytes;
+};
+// Every write that a hybrid MP4 of the frames makes, those of the tail included.
+std::vector<Written> HybridWrites(const std::vector<ExactFrame>& frames);
+
 // A packet as ffprobe lists it, in ticks of `scale`.
 struct ListedPacket {
     int64_t pts = 0;

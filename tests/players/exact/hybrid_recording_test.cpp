@@ -102,42 +102,15 @@ uint64_t WholePictures(const ByteVector& file) {
     return pictures;
 }
 
-struct Written {
-    int64_t offset;
-    ByteVector bytes;
-};
-
-// Every write of a recording, without those of its tail.
-std::vector<Written> Writes(const std::vector<ExactFrame>& frames) {
-    std::vector<Written> writes;
-    MXCreateParam param{};
-    param.user = &writes;
-    param.output = [](const MXOutputBlock* block, void* user) {
-        const auto* bytes = static_cast<const uint8_t*>(block->data);
-        static_cast<std::vector<Written>*>(user)->push_back({block->offset, {bytes, bytes + block->length}});
-        return 0;
-    };
-    const MXHandle handle = MX_CreateHandle(MX_FORMAT_HMP4, &param);
-    EXPECT_EQ(MX_CreateHeader(handle, nullptr), uint32_t{MX_OK});
-    for (const ExactFrame& frame : frames) {
-        MXFrameInfo record = frame.Record();
-        EXPECT_EQ(MX_InputFrame(handle, &record), uint32_t{MX_OK});
-    }
-    const size_t growing = writes.size();
-    MX_DestroyHandle(handle);
-    writes.resize(growing);
-    return writes;
-}
-
 // A write that was cut off, by a kill or by a full disk: in the guard, anywhere in the index of the fragment, in its
 // media. Players refuse a whole file for one torn moof, if they see it.
 TEST(HybridRecording, TornInAnyWriteItPlaysUpToItsLastWholeFragment) {
-    const auto writes = Writes(test::ReadExact(test::MakeEncode(test::EncodeNamed("stereo_22050"))));
+    const auto writes = test::HybridWrites(test::ReadExact(test::MakeEncode(test::EncodeNamed("stereo_22050"))));
     // The head; then guard, fragment, release, three times.
     ASSERT_GE(writes.size(), 7u);
     const std::string path = test::WorkPath("torn_write.mp4");
     ByteVector file;
-    const auto put = [&file](const Written& write, size_t size) {
+    const auto put = [&file](const test::Written& write, size_t size) {
         const auto at = static_cast<size_t>(write.offset);
         file.resize(std::max(file.size(), at + size));
         std::copy_n(write.bytes.begin(), size, file.begin() + write.offset);
@@ -264,6 +237,44 @@ TEST(HybridRecording, ClosedItIsAPlainFile) {
     const auto run =
         test::Run({"mediainfo", "--Inform=Video;%CodecID% %FrameRate% %FrameCount% %FrameRate_Mode%", path});
     EXPECT_EQ(run.out.substr(0, run.out.find('\n')), "avc1 29.970 120 CFR");
+}
+
+// By its sample tables: ffmpeg would find its way without them.
+TEST(HybridRecording, ClosedGStreamerDecodesEveryPicture) {
+    const std::string source = test::MakeEncode(test::EncodeNamed("stereo_22050"));
+    const std::string path = test::WorkPath("gstreamer.mp4");
+    ASSERT_EQ(test::PackExact(MX_FORMAT_HMP4, test::ReadExact(source), path).refused, 0u);
+    const std::string played = test::WorkPath("gstreamer.yuv");
+    const auto run = test::Run({"gst-launch-1.0",
+                                "-q",
+                                "filesrc",
+                                "location=" + path,
+                                "!",
+                                "qtdemux",
+                                "name=d",
+                                "d.video_0",
+                                "!",
+                                "queue",
+                                "!",
+                                "h264parse",
+                                "!",
+                                "avdec_h264",
+                                "!",
+                                "filesink",
+                                "location=" + played,
+                                "d.audio_0",
+                                "!",
+                                "queue",
+                                "!",
+                                "fakesink"});
+    ASSERT_TRUE(run.Ok()) << run.err;
+    const std::string sent = test::WorkPath("source.yuv");
+    const auto decoded = test::Run({"ffmpeg", "-nostdin", "-v", "error", "-y", "-i", source, "-map", "0:v", "-fps_mode",
+                                    "passthrough", "-f", "rawvideo", sent});
+    ASSERT_TRUE(decoded.Ok()) << decoded.err;
+    const ByteVector expected = test::ReadFile(sent);
+    EXPECT_GE(expected.size(), size_t{36} * 320 * 180);
+    EXPECT_TRUE(test::ReadFile(played) == expected);
 }
 
 }  // namespace
