@@ -174,7 +174,8 @@ class Hls(unittest.TestCase):
             for entry in template.findall('.//d:S', space):
                 if end is not None:
                     self.assertEqual(int(entry.get('t')), end)
-                end = int(entry.get('t')) + int(entry.get('d'))
+                # ISO/IEC 23009-1 5.3.9.6: @r more of the same length follow.
+                end = int(entry.get('t')) + int(entry.get('d')) * (1 + int(entry.get('r', 0)))
             get('/film/' + template.get('media').replace('$Number$', str(number + 1)).split('?')[0])
 
 
