@@ -59,8 +59,10 @@ class TsRun {
     void Report(const OwnStdout& out) const {
         const uint64_t left_out = packer_.Video().dropped + packer_.Audio().dropped;
         const uint64_t refused = packer_.Video().refused + packer_.Audio().refused;
+        // Behind the question mark there may be a passphrase.
+        const std::string to = arguments_.to.substr(0, arguments_.to.find('?'));
         if (arguments_.json) {
-            const Json json{{"to", arguments_.to},
+            const Json json{{"to", to},
                             {"datagrams", link_->Datagrams()},
                             {"bytes", bytes_},
                             {"media_seconds", static_cast<double>(media_ms_) / 1000},
@@ -80,8 +82,7 @@ class TsRun {
                       ": %" PRIu64 " frames in %" PRIu64 " datagrams, %" PRIu64 " bytes, %.2f s of media in %.2f s\n",
                       packer_.Video().given + packer_.Audio().given, link_->Datagrams(), bytes_,
                       static_cast<double>(media_ms_) / 1000, seconds_);
-        // Behind the question mark there may be a passphrase.
-        std::string summary = arguments_.to.substr(0, arguments_.to.find('?')) + text;
+        std::string summary = to + text;
         if (link_->Lost() != 0) {
             summary += "  note: " + std::to_string(link_->Lost()) + " datagrams were not taken by the system\n";
         }

@@ -184,6 +184,7 @@ TEST(SendTs, SrtReachesAReceiverWithEveryPicture) {
     }
     ASSERT_EQ(sent.exit_code, 0) << sent.err;
     EXPECT_TRUE(Contains(sent.out, "\"video_frames\":50")) << sent.out;
+    EXPECT_FALSE(Contains(sent.out, "a-secret-of-ten")) << sent.out;
     EXPECT_EQ(receiver.Wait(), 0);
     EXPECT_EQ(HashesIn(folder + "/v.md5"), test::DecodeVideo(Clip()).Hashes());
 }
