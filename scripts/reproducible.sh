@@ -15,8 +15,8 @@ build() {
     local tree=$1 targets=(muxora)
     mkdir -p "$tree"
     cp -r CMakeLists.txt cmake include src LICENSE README.md "$tree/"
-    cmake -S "$tree" -B "$tree/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DMUXORA_BUILD_TOOLS=OFF -DMUXORA_BUILD_TESTS=OFF \
-        -DMUXORA_BUILD_BENCH=OFF -DMUXORA_BUILD_EXAMPLES=OFF -DMUXORA_BUILD_GATEWAY=OFF -DMUXORA_INSTALL=OFF >"$tree/log"
+    cmake -S "$tree" -B "$tree/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DMUXORA_BUILD_TOOLS=OFF -DMUXORA_BUILD_OVX_READER=OFF \
+        -DMUXORA_BUILD_TESTS=OFF -DMUXORA_BUILD_BENCH=OFF -DMUXORA_BUILD_EXAMPLES=OFF -DMUXORA_BUILD_GATEWAY=OFF -DMUXORA_INSTALL=OFF >"$tree/log"
     if [ "$form" = short ]; then
         mapfile -t targets < <(ninja -C "$tree/build" -t targets all | sed -nE 's#^(.*/(api|core)/[^/]*\.o): .*#\1#p')
     fi

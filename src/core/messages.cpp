@@ -28,6 +28,7 @@ void Say(const char* format, ...) {
     char text[kLongest];
     va_list arguments;
     va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): va_start is just above
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     Listener& listener = TheListener();

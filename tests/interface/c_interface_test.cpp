@@ -132,11 +132,13 @@ TEST_P(EveryFormat, NoDataGivesThree) {
         audio ? test::AudioFrame(data, MX_AUDIO_PCM16) : test::VideoFrame(data, MX_VIDEO_H264, MX_SUB_I);
     frame.frame_size = 0;
     EXPECT_EQ(MX_InputFrame(handle.get(), &frame), 3u);
-    frame.frame_size = 8;
     frame.frame_pointer = nullptr;
     const size_t before = sink.blocks.size();
-    EXPECT_EQ(MX_InputFrame(handle.get(), &frame), GetParam() == MX_FORMAT_AVI ? 0u : 3u);  // AVI drops it
-    EXPECT_EQ(sink.blocks.size(), before);
+    for (const uint32_t size : {8u, 5000u}) {
+        frame.frame_size = size;
+        EXPECT_EQ(MX_InputFrame(handle.get(), &frame), GetParam() == MX_FORMAT_AVI ? 0u : 3u);  // AVI drops it
+        EXPECT_EQ(sink.blocks.size(), before);
+    }
     // A bad codec beside it: OVX and AVI look at that first.
     frame.encode_type = 200;
     const bool checks_codec_first =
