@@ -19,6 +19,7 @@ void Serve(const CLI::App& command) {
     std::vector<std::string> words = command.remaining();
     words.insert(words.begin(), kProgram);
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);

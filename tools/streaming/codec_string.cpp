@@ -90,7 +90,7 @@ std::string CodecString(Bytes init) {
     constexpr size_t kEntriesAt = 8;
     if (box.size() < kEntriesAt + kBoxHead) return {};
     const Bytes entries = box.subspan(kEntriesAt);
-    const std::string entry(reinterpret_cast<const char*>(entries.data()) + 4, 4);
+    std::string entry(reinterpret_cast<const char*>(entries.data()) + 4, 4);
     const Bytes body = Child(entries, entry);
     // ISO/IEC 14496-12 12.1.3 and 12.2.3: the boxes stand behind the fixed fields.
     constexpr size_t kVisual = 78;
