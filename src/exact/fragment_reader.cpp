@@ -1,6 +1,7 @@
 #include "exact/fragment_reader.h"
 
 #include "exact/box_reader.h"
+#include "exact/fragment_flags.h"
 #include "exact/rescale.h"
 
 namespace Orvane::Muxora {
@@ -12,17 +13,7 @@ constexpr uint32_t kSizeLimit = 1u << 30;
 
 // tfhd
 constexpr uint32_t kHasBaseOffset = 0x1;
-constexpr uint32_t kHasDescriptionIndex = 0x2;
-constexpr uint32_t kHasDefaultDuration = 0x8;
 constexpr uint32_t kHasDefaultSize = 0x10;
-constexpr uint32_t kHasDefaultFlags = 0x20;
-// trun
-constexpr uint32_t kHasDataOffset = 0x1;
-constexpr uint32_t kHasFirstFlags = 0x4;
-constexpr uint32_t kHasDurations = 0x100;
-constexpr uint32_t kHasSizes = 0x200;
-constexpr uint32_t kHasFlags = 0x400;
-constexpr uint32_t kHasCompositionOffsets = 0x800;
 // sample flags, 8.8.3.1
 constexpr uint32_t kIsNoSyncSample = 0x10000;
 

@@ -4,23 +4,14 @@
 #include <limits>
 
 #include "core/clock.h"
+#include "exact/fragment_flags.h"
 
 namespace Orvane::Muxora {
 
 namespace {
 
 // tfhd
-constexpr uint32_t kHasDescriptionIndex = 0x2;
-constexpr uint32_t kHasDefaultDuration = 0x8;
-constexpr uint32_t kHasDefaultFlags = 0x20;
 constexpr uint32_t kDefaultBaseIsMoof = 0x20000;
-// trun
-constexpr uint32_t kHasDataOffset = 0x1;
-constexpr uint32_t kHasFirstFlags = 0x4;
-constexpr uint32_t kHasDurations = 0x100;
-constexpr uint32_t kHasSizes = 0x200;
-constexpr uint32_t kHasFlags = 0x400;
-constexpr uint32_t kHasCompositionOffsets = 0x800;
 // sample flags, 8.8.3.1
 constexpr uint32_t kKeySample = 0x02000000;    // depends on no other
 constexpr uint32_t kOtherSample = 0x01010000;  // depends on others, is no sync sample
