@@ -102,15 +102,22 @@ async function watch({ how, rate, count, offset, site }) {
     } else if (how === 'hls') {
         const player = new Hls({ enableWorker: false, startLevel: 1 });
         player.on(Hls.Events.ERROR, (_, data) => {
-            // A busy machine may be late; a hole between segments, or bytes that it cannot read, are the stream's.
-            const late = /TimeOut$|^bufferStalledError$|^bufferNudgeOnStall$/.test(data.details) && !data.fatal;
+            // A busy machine may be late, and a seek or a switch ends a load with "aborted"; a hole between segments, or
+            // bytes that it cannot read, are the stream's.
+            const late = /TimeOut$|^bufferStalledError$|^bufferNudgeOnStall$|^aborted$/.test(data.details) && !data.fatal;
             if (!late) errors.push(`${data.type} ${data.details} ${data.reason ?? ''}`);
         });
         player.attachMedia(video);
         player.loadSource(site);
         await until(() => player.levels.length > 0);
         player.currentLevel = player.levels.length - 1;
-        smallest = () => { player.currentLevel = 0; };
+        // The switch throws away what is buffered and loads the same place again.
+        smallest = async () => {
+            let level = -1;
+            player.on(Hls.Events.LEVEL_SWITCHED, (_, data) => { level = data.level; });
+            player.currentLevel = 0;
+            await until(() => level === 0 && !video.seeking && video.readyState >= 2);
+        };
     } else if (how === 'shaka') {
         shaka.polyfill.installAll();
         const player = new shaka.Player();
@@ -145,18 +152,25 @@ async function watch({ how, rate, count, offset, site }) {
     playing = false;
     video.pause();
 
+    // What the screen settles on: a decoder may still show an earlier picture when it says that it has arrived.
+    const frame = () => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
     const at = async (n) => {
-        let arrived = false;
-        video.addEventListener('seeked', () => { arrived = true; }, { once: true });
         video.currentTime = offset + (n + 0.5) / rate;
-        await until(() => arrived && video.readyState >= 2);
-        await new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
-        return number();
+        await until(() => !video.seeking && video.readyState >= 2);
+        let seen = -1;
+        for (const started = performance.now(); performance.now() - started < 10000;) {
+            const before = seen;
+            await frame();
+            seen = number();
+            if (seen === n && before === n) break;
+        }
+        return seen;
     };
     const stepped = [];
     for (let n = 0; n < count && errors.length === 0; ++n) stepped.push(await at(n));
     const widths = [video.videoWidth];
-    smallest();
+    await at(0);
+    await smallest();
     const sought = [];
     for (let i = 0; i < 20 && errors.length === 0; ++i) {
         const wanted = Math.floor(Math.random() * count);

@@ -16,7 +16,8 @@ fail() {
 
 cat >runner <<'END'
 #!/bin/sh
-# runner HOST COMMAND, as ssh is called.
+# runner HOST COMMAND, as ssh is called; the other side has a shell of its own.
+export SHELL=/bin/sh
 machine=$1
 shift
 [ "$1" != -- ] || shift
