@@ -7,6 +7,9 @@
 
 namespace Orvane::Muxora {
 
+// The samples of an ADTS frame with one raw data block: no frame has fewer.
+inline constexpr uint32_t kLeastAdtsSamples = 1024;
+
 // An ADTS header (ISO/IEC 13818-7 6.2, ISO/IEC 14496-3 1.A.2.2).
 struct AdtsHeader {
     uint32_t header_size = 0;  // 7 bytes, 9 with a CRC

@@ -83,6 +83,7 @@ CParameterSets::Unit CParameterSets::Look(std::span<const uint8_t> nal, FrameNal
 FrameNals CParameterSets::ScanLengthPrefixed(std::span<const uint8_t> frame) {
     FrameNals found;
     uint32_t kinds = 0;
+    changed_ = false;
     const auto size = static_cast<uint32_t>(frame.size());
     for (uint32_t at = 0; size - at >= kLengthSize;) {
         const uint8_t* const p = frame.data() + at;
@@ -102,6 +103,7 @@ FrameNals CParameterSets::ScanLengthPrefixed(std::span<const uint8_t> frame) {
 FrameNals CParameterSets::ScanAnnexB(std::span<const uint8_t> frame) {
     FrameNals found;
     uint32_t kinds = 0;
+    changed_ = false;
     const uint8_t* const begin = frame.data();
     const uint8_t* const end = begin + frame.size();
     const uint8_t* code = FindStartCode(begin, end);
@@ -149,12 +151,26 @@ bool CParameterSets::Keep(Kind kind, std::span<const uint8_t> nal) {
     const auto at = std::lower_bound(sets_.begin(), sets_.end(), std::pair(kind, id), before);
     if (at != sets_.end() && at->kind == kind && at->id == id) {
         if (std::ranges::equal(at->bytes, nal)) return false;
+        Remember();
         at->bytes.assign(nal.begin(), nal.end());
         return true;
     }
     if (sets_.size() == kMostSets || (kind == Kind::kSps && Count(kind) == kMostAvcSps)) return false;
+    Remember();
     sets_.insert(at, {kind, id, {nal.begin(), nal.end()}});
     return true;
+}
+
+// Ahead of a scan's first change.
+void CParameterSets::Remember() {
+    if (changed_) return;
+    before_ = sets_;
+    changed_ = true;
+}
+
+void CParameterSets::Undo() {
+    if (changed_) sets_.swap(before_);
+    changed_ = false;
 }
 
 uint32_t CParameterSets::Count(Kind kind) const {

@@ -37,6 +37,9 @@ class CParameterSets {
     FrameNals ScanLengthPrefixed(std::span<const uint8_t> frame);
     FrameNals ScanAnnexB(std::span<const uint8_t> frame);
 
+    // Takes back what the last scan took in, if it changed anything; also one that ended in std::bad_alloc.
+    void Undo();
+
     // Is there a set of each kind?
     bool Complete() const;
     NalCodec codec() const { return codec_; }
@@ -66,13 +69,16 @@ class CParameterSets {
     Unit Look(std::span<const uint8_t> nal, FrameNals& found, uint32_t& kinds);
     bool HasAll(uint32_t kinds) const;
     bool Keep(Kind kind, std::span<const uint8_t> nal);
+    void Remember();
     uint32_t Count(Kind kind) const;
     const Set* First(Kind kind) const;
     void WriteAvc(ByteCursor& out) const;
     void WriteHevc(ByteCursor& out, bool only_here) const;
 
     NalCodec codec_;
-    std::vector<Set> sets_;  // by kind, then by number
+    std::vector<Set> sets_;    // by kind, then by number
+    std::vector<Set> before_;  // the last scan
+    bool changed_ = false;     // by the last scan
 };
 
 }  // namespace Orvane::Muxora

@@ -1,6 +1,7 @@
 #include "exact/exact_package.h"
 
 #include <cstddef>
+#include <new>
 
 namespace Orvane::Muxora {
 
@@ -28,15 +29,43 @@ uint32_t CExactPackage::createHeader(MXHeaderInfo* /*info*/, uint32_t /*unused*/
 uint32_t CExactPackage::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     if (!HasData(frame) || !IsOpen()) return MX_FAILED;
     if (!checkFrame(frame)) return MX_FRAME_REFUSED;
-    if (frame->frame_type == MX_FRAME_VIDEO) return PackVideo(*frame);
-    if (IsOtherChannel(*frame)) return MX_OK;
-    return PackAudio(*frame, MeasureAudio(*frame));
+    timed_ = false;
+    const uint32_t result = Pack(*frame);
+    if (result == MX_NO_RESOURCES) [[unlikely]] {
+        if (timed_) clock_.Undo();
+        Forget();
+    }
+    return result;
+}
+
+uint32_t CExactPackage::Pack(const MXFrameInfo& frame) {
+    try {
+        return frame.frame_type == MX_FRAME_VIDEO ? PackVideo(frame) : PackChannel(frame);
+    } catch (const std::bad_alloc&) {
+        return MX_NO_RESOURCES;
+    }
+}
+
+uint32_t CExactPackage::PackChannel(const MXFrameInfo& frame) {
+    if (has_channel_ && frame.ma_cur_channel != channel_) return MX_OK;
+    const uint32_t result = PackAudio(frame, MeasureAudio(frame));
+    if (result != MX_NO_RESOURCES) {
+        has_channel_ = true;
+        channel_ = frame.ma_cur_channel;
+    }
+    return result;
 }
 
 uint32_t CExactPackage::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     if (!IsOpen()) return MX_FAILED;
-    state_ = State::kFinished;
-    return Finish();
+    uint32_t result = MX_NO_RESOURCES;
+    try {
+        result = Finish();
+    } catch (const std::bad_alloc&) {
+        result = MX_NO_RESOURCES;
+    }
+    if (result != MX_NO_RESOURCES) state_ = State::kFinished;
+    return result;
 }
 
 uint32_t CExactPackage::SetFragmentParam(const MXFragmentParam& /*param*/) {
@@ -61,12 +90,6 @@ uint32_t CExactPackage::Emit(const void* data, uint32_t length, uint32_t seek_ty
     exact.dts = note.dts;
     exact.duration = note.duration;
     return Output(exact.block, data, length, seek_type, position);
-}
-
-bool CExactPackage::IsOtherChannel(const MXFrameInfo& frame) {
-    if (!has_channel_) channel_ = frame.ma_cur_channel;
-    has_channel_ = true;
-    return frame.ma_cur_channel != channel_;
 }
 
 }  // namespace Orvane::Muxora

@@ -40,17 +40,26 @@ class CExactPackage : public CPackage, public IExactParams {
         : CPackage(format, param), clock_(scale, origin) {}
 
     // A frame that checkFrame takes, with bytes. Results as of inputFrame; a frame that ends in anything but MX_OK
-    // should have left no trace in the output.
+    // should have left no trace in the output. Where memory runs out (MX_NO_RESOURCES or std::bad_alloc) the frame is
+    // as if it had not been given: its time is taken back here, everything else is up to the format.
     virtual uint32_t PackVideo(const MXFrameInfo& frame) = 0;
     virtual uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) = 0;
-    // The end of the stream, once.
+    // Memory ran out for the frame: takes back what it has changed so far.
+    virtual void Forget() {}
+    // The end of the stream. It may come again if memory ran out, and then goes on where that happened.
     virtual uint32_t Finish() = 0;
 
     // Are frames taken?
     bool IsOpen() const { return state_ == State::kOpen; }
     // Each frame that is written asks for its time, once and in order.
-    FrameTime VideoTime(const MXFrameInfo& frame, uint32_t reorder_depth) { return clock_.Video(frame, reorder_depth); }
-    FrameTime AudioTime(const MXFrameInfo& frame, const AudioMeasure& measure) { return clock_.Audio(frame, measure); }
+    FrameTime VideoTime(const MXFrameInfo& frame, uint32_t reorder_depth) {
+        timed_ = true;
+        return clock_.Video(frame, reorder_depth);
+    }
+    FrameTime AudioTime(const MXFrameInfo& frame, const AudioMeasure& measure) {
+        timed_ = true;
+        return clock_.Audio(frame, measure);
+    }
 
     // As EmitNext and EmitAt, with a block of 64 bytes.
     uint32_t EmitExact(const void* data, uint32_t length, const BlockNote& note);
@@ -60,11 +69,13 @@ class CExactPackage : public CPackage, public IExactParams {
     enum class State { kNew, kOpen, kFinished };
 
     uint32_t Emit(const void* data, uint32_t length, uint32_t seek_type, uint64_t position, const BlockNote& note);
-    bool IsOtherChannel(const MXFrameInfo& frame);
+    uint32_t Pack(const MXFrameInfo& frame);
+    uint32_t PackChannel(const MXFrameInfo& frame);
 
     State state_ = State::kNew;
     bool has_channel_ = false;
     uint8_t channel_ = 0;
+    bool timed_ = false;  // the frame at hand has its time
     FrameClock clock_;
 };
 

@@ -31,11 +31,12 @@ void CFmp4Packet::EmitFragment(std::span<const FragmentPart> parts, const BlockN
 
     fragment_head_.clear();
     BoxWriter out(fragment_head_);
-    WriteFragmentHead(out, ++sequence_number_, fragment);
+    WriteFragmentHead(out, sequence_number_ + 1, fragment);
     head_.clear();
     WriteSegmentBoxes(fragment, note);
     head_.insert(head_.end(), fragment_head_.begin(), fragment_head_.end());
     const std::span<const uint8_t> block = Assemble(fragment, head_);
+    ++sequence_number_;
     EmitExact(block.data(), static_cast<uint32_t>(block.size()), note);
 }
 

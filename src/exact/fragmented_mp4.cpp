@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
+#include <utility>
 
 #include "codec/audio_header.h"
 #include "codec/avc_convert.h"
@@ -101,43 +103,64 @@ std::vector<const Mp4Track*> CFragmentedMp4::Tracks() const {
 // --------------------------------------------------------------------------------------------- frames
 
 uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
-    RefreshTracks();
-    saw_picture_ = true;
+    CatchUp();
     const bool key = IsKeyFrame(frame.frame_sub_type);
     uint32_t skip = 0;
     std::optional<Mp4Entry> entry;
-    if (!TakeVideoEntry(frame, skip, entry)) return MX_OK;
-    if (!video_.info.present && (!key || !entry)) return MX_OK;
+    const bool has_picture = TakeVideoEntry(frame, skip, entry);
+    if (!has_picture || (!video_.info.present && (!key || !entry))) {
+        saw_picture_ = true;
+        return MX_OK;
+    }
+    // All the room that the sample needs, before anything is decided. A start code of three bytes becomes a length of
+    // four.
+    const uint8_t* const data = FrameBytes(frame) + skip;
+    const uint32_t length = frame.frame_size - skip;
+    const uint32_t room = NalCodecOf(frame.encode_type) ? length + length / 3 + 16 : length;
+    video_.samples.Reserve(room, 1);
 
     const FrameTime time = VideoTime(frame, reorder_depth_);
     if (entry) {
         if (!video_.info.present) {
             video_.info.rotation = frame.rotation_angle;
-            Open(video_, time, *entry);
+            Open(video_, time, std::move(*entry));
         } else {
             const int64_t next = Sample(video_, time).dts;
-            UseEntry(video_, *entry, &next);
+            UseEntry(video_, std::move(*entry), &next);
         }
     }
     Mp4Sample sample = Sample(video_, time);
     sample.key = key;
     CutBefore(video_, sample, frame.frame_size);
 
-    const uint8_t* const data = FrameBytes(frame) + skip;
-    const uint32_t length = frame.frame_size - skip;
+    saw_picture_ = true;
+    uint8_t* const out = video_.samples.Place(room);
     if (!NalCodecOf(frame.encode_type)) {
-        std::memcpy(video_.samples.Reserve(length), data, length);
+        std::memcpy(out, data, length);
         sample.size = length;
     } else {
-        // A start code of three bytes becomes a length of four.
-        const uint32_t room = length + length / 3 + 16;
-        uint8_t* const out = video_.samples.Reserve(room);
         sample.size = frame.encode_type == MX_VIDEO_H265
                           ? HevcConvertToLengthPrefixed(data, length, out, room)
                           : CAvcConvert::ConvertToLengthPrefixed(data, length, out, room);
     }
     AddSample(video_, sample);
     return MX_OK;
+}
+
+void CFragmentedMp4::Forget() {
+    if (!looked_) return;
+    sets_->Undo();
+    reorder_depth_ = depth_before_;
+}
+
+// What memory was missing for ahead of this frame.
+void CFragmentedMp4::CatchUp() {
+    looked_ = false;
+    RefreshTracks();
+    KnowTracks(false);
+    if (owed_ == nullptr) return;
+    if (tracks_known_) Flush(owed_, nullptr, nullptr);
+    owed_ = nullptr;
 }
 
 // What the frame says of its coding: `entry` if that is new. False if there is no picture in it.
@@ -147,6 +170,8 @@ bool CFragmentedMp4::TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, st
     const Mp4Entry* const current = known ? &video_.info.entries[video_.info.entry] : nullptr;
     if (const auto codec = NalCodecOf(frame.encode_type)) {
         if (!sets_ || sets_->codec() != *codec) sets_.emplace(*codec);
+        looked_ = true;
+        depth_before_ = reorder_depth_;
         const FrameNals found = sets_->ScanAnnexB(data);
         skip = found.rest;
         if (found.changed) {
@@ -188,9 +213,10 @@ bool CFragmentedMp4::TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, st
 }
 
 uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
-    RefreshTracks();
+    CatchUp();
     // Ahead of the first key frame sound would stand alone.
     if (saw_picture_ && !video_.info.present && !audio_.info.present) return MX_OK;
+    audio_.samples.Reserve(frame.frame_size, measure.samples / kLeastAdtsSamples + 1);
     const FrameTime time = AudioTime(frame, measure);
     const AudioForm form = FormOf(frame, measure);
     if (!audio_.info.present) {
@@ -208,7 +234,7 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
     auto header = frame.encode_type == MX_AUDIO_AAC ? ReadAdtsHeader(rest) : std::nullopt;
     if (!header) {
         sample.size = frame.frame_size;
-        std::memcpy(audio_.samples.Reserve(sample.size), rest.data(), sample.size);
+        std::memcpy(audio_.samples.Place(sample.size), rest.data(), sample.size);
         AddSample(audio_, sample);
         return MX_OK;
     }
@@ -225,7 +251,7 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
         part.duration = time.duration != 0 || done < total ? static_cast<uint32_t>(length * done / total - begin) : 0;
         part.size = header->frame_size - header->header_size;
         if (part.size != 0) {
-            std::memcpy(audio_.samples.Reserve(part.size), rest.data() + header->header_size, part.size);
+            std::memcpy(audio_.samples.Place(part.size), rest.data() + header->header_size, part.size);
             AddSample(audio_, part);
         }
         rest = rest.subspan(header->frame_size);
@@ -260,7 +286,9 @@ Mp4Entry CFragmentedMp4::EntryOf(const AudioForm& form) {
 
 // --------------------------------------------------------------------------------------------- samples
 
-void CFragmentedMp4::Open(Stream& stream, const FrameTime& time, const Mp4Entry& entry) {
+void CFragmentedMp4::Open(Stream& stream, const FrameTime& time, Mp4Entry entry) {
+    std::vector<Mp4Entry> entries;
+    entries.push_back(std::move(entry));
     if (tracks_known_) {
         // A track that comes late: what is there is finished without it.
         Flush(nullptr, nullptr, nullptr);
@@ -268,20 +296,25 @@ void CFragmentedMp4::Open(Stream& stream, const FrameTime& time, const Mp4Entry&
     }
     stream.info.video = &stream == &video_;
     stream.info.time_scale = time.scale;
-    stream.info.entries = {entry};
+    stream.info.entries = std::move(entries);
     // By an edit list and not by negative composition offsets: in fragments, few readers take those for what they are.
     stream.info.edit_shift = std::max<int64_t>(-time.dts, 0);
     stream.info.present = true;
 }
 
-void CFragmentedMp4::UseEntry(Stream& stream, const Mp4Entry& entry, const int64_t* next) {
+void CFragmentedMp4::UseEntry(Stream& stream, Mp4Entry entry, const int64_t* next) {
     Mp4Track& track = stream.info;
     auto place = std::ranges::find(track.entries, entry);
     if (place == track.entries.begin() + track.entry) return;
+    const bool is_new = place == track.entries.end();
+    if (is_new) {
+        track.entries.reserve(track.entries.size() + 1);
+        place = track.entries.end();
+    }
     KnowTracks(true);
     Flush(nullptr, &stream, next);
-    if (place == track.entries.end()) {
-        track.entries.push_back(entry);
+    if (is_new) {
+        track.entries.push_back(std::move(entry));
         place = track.entries.end() - 1;
     }
     track.entry = static_cast<uint32_t>(place - track.entries.begin());
@@ -301,13 +334,23 @@ void CFragmentedMp4::AddSample(Stream& stream, const Mp4Sample& sample) {
     if (stream.samples.Empty()) stream.first_dts = sample.dts;
     stream.samples.Add(sample);
     stream.last_dts = sample.dts;
+    try {
+        AfterSample(stream, sample);
+    } catch (const std::bad_alloc&) {
+        // The sample is in. What was to go out now goes with the next one.
+        if (IsByFrame() && sample.duration != 0) owed_ = &stream;
+    }
+}
+
+void CFragmentedMp4::AfterSample(Stream& stream, const Mp4Sample& sample) {
     KnowTracks(false);
-    if (IsByFrame() && sample.duration != 0 && tracks_known_) Flush(&stream, nullptr, nullptr);
+    if (!IsByFrame() || sample.duration == 0 || !tracks_known_) return;
+    Flush(&stream, nullptr, nullptr);
+    if (owed_ == &stream) owed_ = nullptr;
 }
 
 // Ends the fragment, if it is to end ahead of this sample.
 void CFragmentedMp4::CutBefore(Stream& stream, const Mp4Sample& sample, uint32_t bytes) {
-    KnowTracks(false);
     const bool too_large = video_.samples.Media().Size() + audio_.samples.Media().Size() + bytes > kLargestFragment;
     const bool too_long =
         !stream.samples.Empty() && sample.dts - stream.first_dts > kLongestFragmentSeconds * stream.info.time_scale;
@@ -349,14 +392,14 @@ void CFragmentedMp4::KnowTracks(bool now) {
     const uint32_t wait = fragments_.wait_ms != 0 ? fragments_.wait_ms : kDefaultWaitMs;
     const bool waited = first.last_dts - first.first_dts >= Milliseconds(wait, first.info.time_scale);
     if (!now && !all && !waited) return;
-    tracks_known_ = true;
     EmitTracks();
+    tracks_known_ = true;
 }
 
 void CFragmentedMp4::RefreshTracks() {
     if (!tracks_stale_) return;
-    tracks_stale_ = false;
     EmitTracks();
+    tracks_stale_ = false;
 }
 
 // --------------------------------------------------------------------------------------------- fragments
@@ -364,22 +407,31 @@ void CFragmentedMp4::RefreshTracks() {
 // Ends the fragment of both streams or of one. `next` is where the coming sample of `ended` begins.
 void CFragmentedMp4::Flush(Stream* alone, const Stream* ended, const int64_t* next) {
     FragmentPart parts[2];
+    FragmentTrack::LastDuration before[2];
     size_t count = 0;
     BlockNote note{MX_BLOCK_MEDIA, 0, 0, 0, 0};
     for (Stream* stream : {&video_, &audio_}) {
         if ((alone != nullptr && alone != stream) || stream->samples.Empty()) continue;
+        before[count] = stream->samples.Ending();
         stream->samples.End(stream == ended ? next : nullptr);
         parts[count++] = {&stream->info, &stream->samples, stream->info.entry + 1};
         note.flags |= stream->info.video ? MX_BLOCK_VIDEO : MX_BLOCK_AUDIO;
     }
     if (count == 0) return;
-    RefreshTracks();
     const FragmentPart& reference = parts[0];
     if (reference.samples->Front().key) note.flags |= MX_BLOCK_KEY;
     note.time_scale = reference.track->time_scale;
     note.dts = reference.samples->Front().dts - reference.track->edit_shift;
     note.duration = static_cast<int64_t>(reference.samples->Duration());
-    EmitFragment({parts, count}, note);
+    try {
+        RefreshTracks();
+        EmitFragment({parts, count}, note);
+    } catch (const std::bad_alloc&) {
+        // As if nothing had been tried.
+        for (size_t i = 0; i < count; ++i)
+            parts[i].samples->Reopen(before[i]);
+        throw;
+    }
     for (size_t i = 0; i < count; ++i)
         parts[i].samples->Clear();
 }
@@ -388,6 +440,7 @@ std::span<const uint8_t> CFragmentedMp4::Assemble(std::span<const FragmentPart> 
                                                   const std::vector<uint8_t>& head) {
     MediaBuffer& media = parts[0].samples->Media();
     const size_t own = media.Size();
+    media.ReserveFront(head.size());
     if (parts.size() > 1) {
         // Behind what counts as the first part's: its size stays.
         MediaBuffer& other = parts[1].samples->Media();
@@ -401,6 +454,7 @@ std::span<const uint8_t> CFragmentedMp4::Assemble(std::span<const FragmentPart> 
 }
 
 uint32_t CFragmentedMp4::Finish() {
+    CatchUp();
     KnowTracks(true);
     RefreshTracks();
     Flush(nullptr, nullptr, nullptr);

@@ -71,12 +71,16 @@ class CFragmentedMp4 : public CExactPackage {
 
     uint32_t PackVideo(const MXFrameInfo& frame) final;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) final;
+    void Forget() final;
+
+    void CatchUp();
+    void AfterSample(Stream& stream, const Mp4Sample& sample);
 
     bool TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, std::optional<Mp4Entry>& entry);
     static AudioForm FormOf(const MXFrameInfo& frame, const AudioMeasure& measure);
     static Mp4Entry EntryOf(const AudioForm& form);
-    void UseEntry(Stream& stream, const Mp4Entry& entry, const int64_t* next);
-    void Open(Stream& stream, const FrameTime& time, const Mp4Entry& entry);
+    void UseEntry(Stream& stream, Mp4Entry entry, const int64_t* next);
+    void Open(Stream& stream, const FrameTime& time, Mp4Entry entry);
     Mp4Sample Sample(const Stream& stream, const FrameTime& time) const;
     void AddSample(Stream& stream, const Mp4Sample& sample);
     void CutBefore(Stream& stream, const Mp4Sample& sample, uint32_t bytes);
@@ -96,6 +100,11 @@ class CFragmentedMp4 : public CExactPackage {
     bool saw_picture_ = false;
     bool tracks_known_ = false;
     bool tracks_stale_ = false;
+    // A stream whose fragment was to end with the frame before, and could not for want of memory.
+    Stream* owed_ = nullptr;
+    // What Forget goes back to.
+    bool looked_ = false;  // for parameter sets in the frame at hand
+    uint32_t depth_before_ = 0;
 };
 
 }  // namespace Orvane::Muxora

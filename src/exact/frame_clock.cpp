@@ -42,14 +42,37 @@ FrameClock::FrameClock(uint32_t scale, Origin origin) : scale_(scale), origin_(o
 
 FrameTime FrameClock::Video(const MXFrameInfo& frame, uint32_t reorder_depth) {
     const auto given = ReadFrameTimes(frame);
+    before_.kind = Before::Kind::kVideo;
+    before_.common = common_;
+    before_.stream = video_;
+    before_.arrival = !given;
+    if (!given) before_.video = video_arrival_;
     return Apply(video_, given ? *given : video_arrival_.Take(frame, reorder_depth),
-                 {repairs_.video_not_rising, repairs_.video_jumps, repairs_.video_early_pictures});
+                 {common_.repairs.video_not_rising, common_.repairs.video_jumps, common_.repairs.video_early_pictures});
 }
 
 FrameTime FrameClock::Audio(const MXFrameInfo& frame, const AudioMeasure& measure) {
     const auto given = ReadFrameTimes(frame);
+    before_.kind = Before::Kind::kAudio;
+    before_.common = common_;
+    before_.stream = audio_;
+    before_.arrival = !given;
+    if (!given) before_.audio = audio_arrival_;
     return Apply(audio_, given ? *given : audio_arrival_.Take(frame, measure),
-                 {repairs_.audio_not_rising, repairs_.audio_jumps, repairs_.audio_early_frames});
+                 {common_.repairs.audio_not_rising, common_.repairs.audio_jumps, common_.repairs.audio_early_frames});
+}
+
+void FrameClock::Undo() {
+    if (before_.kind == Before::Kind::kNothing) return;
+    common_ = before_.common;
+    if (before_.kind == Before::Kind::kVideo) {
+        video_ = before_.stream;
+        if (before_.arrival) video_arrival_ = before_.video;
+    } else {
+        audio_ = before_.stream;
+        if (before_.arrival) audio_arrival_ = before_.audio;
+    }
+    before_.kind = Before::Kind::kNothing;
 }
 
 FrameTime FrameClock::Apply(Stream& stream, const MXFrameTimes& times, Counters counters) {
@@ -93,23 +116,23 @@ void FrameClock::Begin(Stream& stream, const MXFrameTimes& times) {
         const int64_t bound = kLongestStepSeconds * stream.scale;
         if (dts > bound || dts < -bound) Jump(stream, dts);
     }
-    if (epoch_ != 0) stream.offset = Rescale(offset_, offset_scale_, stream.scale);
-    stream.epoch = epoch_;
+    if (common_.epoch != 0) stream.offset = Rescale(common_.offset, common_.offset_scale, stream.scale);
+    stream.epoch = common_.epoch;
 }
 
 void FrameClock::Jump(Stream& stream, int64_t dts) {
-    if (stream.epoch != epoch_) {
-        const int64_t offset = Rescale(offset_, offset_scale_, stream.scale);
+    if (stream.epoch != common_.epoch) {
+        const int64_t offset = Rescale(common_.offset, common_.offset_scale, stream.scale);
         if (!IsJump(stream, dts + offset)) {
             stream.offset = offset;
-            stream.epoch = epoch_;
+            stream.epoch = common_.epoch;
             return;
         }
     }
     stream.offset = stream.end - dts;
-    offset_ = stream.offset;
-    offset_scale_ = stream.scale;
-    stream.epoch = ++epoch_;
+    common_.offset = stream.offset;
+    common_.offset_scale = stream.scale;
+    stream.epoch = ++common_.epoch;
 }
 
 bool FrameClock::IsJump(const Stream& stream, int64_t dts) {

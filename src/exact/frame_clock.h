@@ -35,7 +35,10 @@ class FrameClock {
     FrameTime Video(const MXFrameInfo& frame, uint32_t reorder_depth);
     FrameTime Audio(const MXFrameInfo& frame, const AudioMeasure& measure);
 
-    const MXTimeRepairs& Repairs() const { return repairs_; }
+    // Takes back what Video or Audio did last.
+    void Undo();
+
+    const MXTimeRepairs& Repairs() const { return common_.repairs; }
 
   private:
     struct Stream {
@@ -64,11 +67,26 @@ class FrameClock {
     Stream audio_;
     VideoArrival video_arrival_;
     AudioArrival audio_arrival_;
-    // The jump that came last: how many there were, and the offset that keeps the streams together behind it.
-    uint32_t epoch_ = 0;
-    uint32_t offset_scale_ = 1;
-    int64_t offset_ = 0;
-    MXTimeRepairs repairs_{sizeof(MXTimeRepairs), 0, 0, 0, 0, 0, 0};
+    // What the streams have in common.
+    struct Common {
+        // The jump that came last: how many there were, and the offset that keeps the streams together behind it.
+        uint32_t epoch = 0;
+        uint32_t offset_scale = 1;
+        int64_t offset = 0;
+        MXTimeRepairs repairs{sizeof(MXTimeRepairs), 0, 0, 0, 0, 0, 0};
+    };
+    Common common_;
+
+    // How all was before the last frame; of the arrivals those that were asked.
+    struct Before {
+        enum class Kind : uint8_t { kNothing, kVideo, kAudio } kind = Kind::kNothing;
+        bool arrival = false;
+        Common common;
+        Stream stream;
+        VideoArrival video;
+        AudioArrival audio;
+    };
+    Before before_;
 };
 
 }  // namespace Orvane::Muxora

@@ -28,29 +28,33 @@ void CHmp4Packet::EmitTracks() {
         const auto free = out.Box("free");
         out.Zeros(kMediaHeadSize - kBoxHead);
     }
-    if (!WriteFront(bytes)) return;
+    const std::vector<const Mp4Track*> tracks = Tracks();
+    const size_t front = WriteFront(bytes, tracks);
+    if (front == 0) return;
+    front_size_ = front;
     uint32_t flags = 0;
-    for (const Mp4Track* track : Tracks())
+    for (const Mp4Track* track : tracks)
         flags |= track->video ? MX_BLOCK_VIDEO : MX_BLOCK_AUDIO;
-    const BlockNote note{first ? MX_BLOCK_HEADER : MX_BLOCK_PATCH, flags, Tracks().front()->time_scale, 0, 0};
+    const BlockNote note{first ? MX_BLOCK_HEADER : MX_BLOCK_PATCH, flags, tracks.front()->time_scale, 0, 0};
     const uint32_t taken = EmitExactAt(bytes.data(), static_cast<uint32_t>(bytes.size()),
                                        first ? 0 : kHybridFileTypeSize + kMediaHeadSize, note);
     if (first) position_ = taken;
 }
 
-// moov and the room behind it; false if that is no longer enough. What lies in the room is written once: a later moov
-// is small then, and stays in the first page of the file, so that a kill finds the old one there or the new one.
-bool CHmp4Packet::WriteFront(std::vector<uint8_t>& bytes) {
+// moov and the room behind it: the size of both, or 0 if that is no longer enough. What lies in the room is written
+// once: a later moov is small then, and stays in the first page of the file, so that a kill finds the old one there or
+// the new one.
+size_t CHmp4Packet::WriteFront(std::vector<uint8_t>& bytes, const std::vector<const Mp4Track*>& tracks) const {
     BoxWriter out(bytes);
     const size_t begin = out.Size();
-    WriteFragmentedMovie(out, Tracks(), true);
+    WriteFragmentedMovie(out, tracks, true);
     const size_t movie = out.Size() - begin;
     const bool first = front_size_ == 0;
-    if (first) front_size_ = movie + kBoxHead + kFrontRoom;
-    if (movie + kBoxHead > front_size_) return false;
-    out.BE32(static_cast<uint32_t>(front_size_ - movie)).Text("free");
+    const size_t size = first ? movie + kBoxHead + kFrontRoom : front_size_;
+    if (movie + kBoxHead > size) return 0;
+    out.BE32(static_cast<uint32_t>(size - movie)).Text("free");
     if (first) out.Zeros(kFrontRoom);
-    return true;
+    return size;
 }
 
 void CHmp4Packet::EmitFragment(std::span<const FragmentPart> parts, const BlockNote& note) {
@@ -60,8 +64,9 @@ void CHmp4Packet::EmitFragment(std::span<const FragmentPart> parts, const BlockN
     index_.Reserve({samples, parts.size()});
     head_.clear();
     BoxWriter out(head_);
-    WriteFragmentHead(out, ++sequence_number_, parts);
+    WriteFragmentHead(out, sequence_number_ + 1, parts);
     const std::span<const uint8_t> block = Assemble(parts, head_);
+    ++sequence_number_;
     const uint64_t guard = position_;
     const uint64_t begin = guard + kGuardSize;
     EmitGuard(guard, kOpenGuard);

@@ -29,7 +29,7 @@ class CHmp4Packet final : public CFragmentedMp4 {
     void EmitFragment(std::span<const FragmentPart> parts, const BlockNote& note) override;
     uint32_t Finish() override;
     void EmitGuard(uint64_t position, uint32_t size);
-    bool WriteFront(std::vector<uint8_t>& bytes);
+    size_t WriteFront(std::vector<uint8_t>& bytes, const std::vector<const Mp4Track*>& tracks) const;
     void EmitIndex();
     void EmitMediaHeader();
 

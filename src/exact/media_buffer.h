@@ -26,9 +26,13 @@ class MediaBuffer {
         Commit(count);
     }
 
+    // Room for PutInFront. Throws std::bad_alloc with nothing changed.
+    void ReserveFront(size_t count) {
+        if (count > front_) Grow(count + count / 2, count + count / 2 + size_);
+    }
     // Puts bytes directly ahead of the first one, over what stood there, and gives the place where they begin.
     uint8_t* PutInFront(const uint8_t* data, size_t count) {
-        if (count > front_) Grow(count + count / 2, count + count / 2 + size_);
+        ReserveFront(count);
         std::memcpy(Data() - count, data, count);
         return Data() - count;
     }

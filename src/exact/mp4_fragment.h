@@ -1,6 +1,7 @@
 // A movie fragment in the making: samples and their bytes, and the boxes around them (ISO/IEC 14496-12 8.8).
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -27,18 +28,38 @@ class FragmentTrack {
     MediaBuffer& Media() { return media_; }
     const Mp4Sample& Front() const { return samples_.front(); }
 
-    // Room for a sample's bytes; Add takes them in with the sample. Both throw std::bad_alloc with nothing changed.
-    uint8_t* Reserve(size_t bytes) { return media_.Reserve(bytes); }
+    // Room for `count` samples that have so many bytes together, so that Add cannot fail. Throws std::bad_alloc with
+    // nothing changed.
+    void Reserve(size_t bytes, size_t count) {
+        if (samples_.capacity() - samples_.size() < count) {
+            samples_.reserve(samples_.size() + std::max(count, samples_.size() + kFirstSamples));
+        }
+        media_.Reserve(bytes);
+    }
+    // Where the bytes of the next sample go; Add takes them in with the sample.
+    uint8_t* Place(size_t bytes) { return media_.Reserve(bytes); }
     // The sample before lasts until this one. `duration` 0: not known.
     void Add(const Mp4Sample& sample);
     // Ends the last sample: `next` is where the one behind it begins, if that is known. Without that, and without a
     // duration of its own, it lasts as long as the one before.
     void End(const int64_t* next);
+    // Undoes End, with what Ending gave before it.
+    struct LastDuration {
+        uint32_t of_last = 0;
+        uint32_t of_one_before = 0;
+    };
+    LastDuration Ending() const { return {samples_.empty() ? 0 : samples_.back().duration, last_duration_}; }
+    void Reopen(const LastDuration& before) {
+        if (!samples_.empty()) samples_.back().duration = before.of_last;
+        last_duration_ = before.of_one_before;
+    }
     // Ticks from the first sample to the end of the last.
     uint64_t Duration() const;
     void Clear();
 
   private:
+    static constexpr size_t kFirstSamples = 16;
+
     static uint32_t Between(int64_t from, int64_t to);
 
     std::vector<Mp4Sample> samples_;

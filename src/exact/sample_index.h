@@ -22,7 +22,11 @@ class SampleIndex {
         bool first_of_chunk;
     };
 
-    void Reserve(size_t count) { words_.Reserve(count * kWords); }
+    // Room for a chunk of `count` samples. Throws std::bad_alloc.
+    void Reserve(size_t count) {
+        words_.Reserve(count * kWords);
+        if (descriptions_.size() == descriptions_.capacity()) descriptions_.reserve(2 * descriptions_.size() + 4);
+    }
     // A chunk of samples, with the sample entry that they need (from 1). Sizes stay below 1 GiB.
     void Add(std::span<const Mp4Sample> samples, uint32_t description);
 

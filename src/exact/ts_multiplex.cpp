@@ -35,26 +35,31 @@ bool CTsMultiplex::SetStreams(uint8_t video, uint8_t audio) {
 }
 
 std::span<const uint8_t> CTsMultiplex::Tables() {
-    buffer_.Reset();
-    uint8_t* const begin = buffer_.Extend(2 * kTsPacketSize);
-    if (begin == nullptr) return {};
+    uint8_t* const begin = buffer_.Data();
     return {begin, PutTables(begin, table_time_)};
 }
 
+// Does the line of time begin with the frame, or begin anew?
+bool CTsMultiplex::Begins(const Unit& unit) const {
+    return !started_ || unit.time - pcr_time_ > kLongestSilence;
+}
+
+bool CTsMultiplex::Reserve(const Unit& unit) {
+    // Each step of silence is a PCR and at most two tables; a PES packet wastes less than a packet at either end.
+    const int64_t passed = Begins(unit) ? kPcrPeriod : std::max<int64_t>(unit.time - pcr_time_, 0);
+    const uint64_t steps = static_cast<uint64_t>(passed) / kPcrPeriod;
+    const uint64_t packets = 3 * steps + 2 + (unit.head.size() + unit.frame.size()) / kPlainPayload + 3;
+    return packets * kTsPacketSize <= INT32_MAX &&
+           buffer_.Reserve(static_cast<uint32_t>(packets * kTsPacketSize)) == MX_OK;
+}
+
 std::span<const uint8_t> CTsMultiplex::Packets(const Unit& unit) {
-    if (!started_ || unit.time - pcr_time_ > kLongestSilence) {
+    if (Begins(unit)) {
         started_ = true;
         pcr_time_ = unit.time - kPcrPeriod;
         table_time_ = unit.time - kTablePeriod;
     }
-    // Each step of silence is a PCR and at most two tables; a PES packet wastes less than a packet at either end.
-    const uint64_t steps = unit.time > pcr_time_ ? static_cast<uint64_t>(unit.time - pcr_time_) / kPcrPeriod : 0;
-    const uint64_t packets = 3 * steps + 2 + (unit.head.size() + unit.frame.size()) / kPlainPayload + 3;
-    buffer_.Reset();
-    if (packets * kTsPacketSize > INT32_MAX) return {};
-    uint8_t* const begin = buffer_.Extend(static_cast<uint32_t>(packets * kTsPacketSize));
-    if (begin == nullptr) return {};
-
+    uint8_t* const begin = buffer_.Data();
     uint8_t* at = PassTime(begin, unit.time);
     // The next chance for tables comes within a PCR period.
     if (unit.random_access || !has_tables_ || unit.time - table_time_ > kTablePeriod - kPcrPeriod) {

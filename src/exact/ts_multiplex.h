@@ -38,12 +38,15 @@ class CTsMultiplex {
     uint8_t video() const { return video_; }
     uint8_t audio() const { return audio_; }
 
-    // Both tables. What is given back by these two is good until the next call; empty when memory ran out.
+    // Room for the frame, which Tables and Packets need; false when memory ran out, and nothing is changed.
+    bool Reserve(const Unit& unit);
+    // Both tables. What is given back by these two is good until the next call of either.
     std::span<const uint8_t> Tables();
     // The frame, and ahead of it what the time that has passed asks for.
     std::span<const uint8_t> Packets(const Unit& unit);
 
   private:
+    bool Begins(const Unit& unit) const;
     uint16_t PcrPid() const { return video_ != 0 ? kVideoPid : kAudioPid; }
     uint8_t& Continuity(uint16_t pid) { return pid == kVideoPid ? video_continuity_ : audio_continuity_; }
     uint8_t* PutTables(uint8_t* at, int64_t time);

@@ -23,6 +23,8 @@ std::optional<FrameNals> CVideoConfig::Take(const MXFrameInfo& frame) {
         reorder_depth_ = 0;
         if (nal) sets_.emplace(codec == MX_VIDEO_H264 ? NalCodec::kAvc : NalCodec::kHevc);
     }
+    depth_before_ = reorder_depth_;
+    changed_before_ = changed_;
     if (!nal) {
         const auto headers = FindMpeg4Headers(codec == MX_VIDEO_MPEG4 ? bytes : std::span<const uint8_t>{});
         if (!headers.empty() && !std::ranges::equal(headers, mpeg4_headers_)) {
@@ -48,10 +50,11 @@ bool CVideoConfig::Complete() const {
     return codec_ != MX_VIDEO_MPEG4 || !mpeg4_headers_.empty();
 }
 
-bool CVideoConfig::TakeChange() {
-    const bool changed = changed_;
-    changed_ = false;
-    return changed;
+void CVideoConfig::Undo() {
+    if (!sets_) return;
+    sets_->Undo();
+    reorder_depth_ = depth_before_;
+    changed_ = changed_before_;
 }
 
 SpsDetails CVideoConfig::Details(const MXFrameInfo& frame) const {

@@ -18,14 +18,18 @@ class CVideoConfig {
     // pictures without parameter sets.
     std::optional<FrameNals> Take(const MXFrameInfo& frame);
 
+    // Takes back what the last Take took in. Another codec is not taken back.
+    void Undo();
+
     bool IsNal() const { return sets_.has_value(); }
     // H.264 or H.265 only.
     const CParameterSets& Sets() const { return *sets_; }
     std::span<const uint8_t> Mpeg4Headers() const { return mpeg4_headers_; }
     // Is there what a decoder has to know?
     bool Complete() const;
-    // Has it changed since the last call? The first call says so, too.
-    bool TakeChange();
+    // Has it changed since the last call of Told? At first it has.
+    bool Changed() const { return changed_; }
+    void Told() { changed_ = false; }
     // Pictures that may be decoded ahead of one that is shown before them; 0 where that is not known.
     uint32_t ReorderDepth() const { return reorder_depth_; }
     // Size, shape and colour: of the SPS if there is one, else of the record.
@@ -37,6 +41,9 @@ class CVideoConfig {
     std::vector<uint8_t> mpeg4_headers_;
     uint32_t reorder_depth_ = 0;
     bool changed_ = false;
+    // As they were before the last Take.
+    uint32_t depth_before_ = 0;
+    bool changed_before_ = false;
 };
 
 // The codecs by what they are, whichever of their numbers they come with.

@@ -29,6 +29,7 @@ constexpr uint8_t kCodedFrames = 1;           // with a CompositionTime
 constexpr uint32_t kHevcFourCc = 0x68766331;  // "hvc1"
 constexpr uint32_t kExVideoHeaderSize = 8;
 constexpr uint32_t kLargestVideoHeader = kExVideoHeaderSize;
+constexpr uint32_t kTagAround = kFlvTagHeaderSize + kFlvPreviousTagSize;
 
 // AUDIODATA (E.4.2.1): SoundFormat, SoundRate, SoundSize, SoundType.
 constexpr uint8_t kSoundMp3 = 2 << 4;
@@ -43,6 +44,7 @@ constexpr uint8_t kAacSound = kSoundAac | 3 << 2 | kSound16Bit | kSoundStereo;  
 constexpr uint8_t kAacSequenceHeader = 0;
 constexpr uint8_t kAacRaw = 1;
 constexpr uint32_t kTelephoneRate = 8000;
+constexpr uint32_t kAudioConfigSize = kTagAround + 4;  // the whole tag
 
 // SoundRate: 5.5, 11, 22 and 44 kHz.
 std::optional<uint8_t> SoundRate(uint32_t rate) {
@@ -103,15 +105,14 @@ CXflvPacket::CXflvPacket(uint32_t format, const MXCreateParam* param)
 uint32_t CXflvPacket::createHeader(MXHeaderInfo* info, uint32_t unused) {
     const uint32_t result = CExactPackage::createHeader(info, unused);
     if (result != MX_OK || head_written_) return result;
+    const bool states_gap = info != nullptr && info->reserved_gap != 0;
+    index_ = CFlvIndex((states_gap ? info->reserved_gap : kDefaultGap) / FlvHead::kEntrySize);
     with_head_ = true;
-    uint32_t gap = kDefaultGap;
     if (info != nullptr) {
-        if (info->reserved_gap != 0) gap = info->reserved_gap;
         announced_video_ = info->video_present != 0;
         announced_audio_ = info->audio_present != 0;
         announced_ = announced_video_ || announced_audio_;
     }
-    index_.emplace(gap / FlvHead::kEntrySize);
     return MX_OK;
 }
 
@@ -135,6 +136,7 @@ uint32_t CXflvPacket::getCodecCapacity(uint32_t type, const void** table, uint32
 
 uint32_t CXflvPacket::PackVideo(const MXFrameInfo& frame) {
     const bool key = IsKeyFrame(frame.frame_sub_type);
+    looked_ = true;
     const auto found = video_.Take(frame);
     if (!found) return MX_FAILED;
     if (!video_begun_ && !key) return MX_FRAME_REFUSED;
@@ -142,29 +144,39 @@ uint32_t CXflvPacket::PackVideo(const MXFrameInfo& frame) {
     if (!video_.Complete() || frame.frame_size > kLongestData / 4 * 3 - kLargestVideoHeader) return MX_FRAME_REFUSED;
 
     const FrameTime time = VideoTime(frame, video_.ReorderDepth());
-    hevc_ = frame.encode_type == MX_VIDEO_H265;
     work_.Reset();
-    if (video_.TakeChange()) {
+    // All the room that the frame needs, before anything is told or written. Start codes of three bytes become lengths
+    // of four.
+    uint32_t room = kTagAround + kLargestVideoHeader + frame.frame_size + frame.frame_size / 3 + 4;
+    const uint32_t config_size = video_.Changed() ? video_.Sets().ConfigurationSize() : 0;
+    if (video_.Changed()) room += HeadSize() + kTagAround + kVideoHeaderSize + config_size + kAudioConfigSize;
+    if (work_.Reserve(room) != MX_OK) return MX_NO_RESOURCES;
+
+    hevc_ = frame.encode_type == MX_VIDEO_H265;
+    if (video_.Changed()) {
+        video_.Told();
         const SpsDetails details = video_.Details(frame);
         head_.width = details.width;
         head_.height = details.height;
         head_.framerate = frame.frame_rate;
         head_.videocodecid = hevc_ ? double{kHevcFourCc} : double{kCodecAvc};
-        const bool first = !video_begun_;
-        if (!PutHead()) return MX_NO_RESOURCES;
+        PutHead();
         // Players take the first entry of the index for the sequence header.
-        if (first) AddToIndex(time);
-        if (!PutVideoConfig(FlvTime(time.dts)) || (audio_begun_ && !PutAudioConfig(FlvTime(time.dts)))) {
-            return MX_NO_RESOURCES;
-        }
+        if (!video_begun_) AddToIndex(time);
+        PutVideoConfig(FlvTime(time.dts), config_size);
+        if (audio_begun_) PutAudioConfig(FlvTime(time.dts));
         EndHeader(time.dts);
     }
     video_begun_ = true;
     if (key) AddToIndex(time);
-    if (const uint32_t result = PutPicture(frame, found->rest, key, time); result != MX_OK) return result;
+    PutPicture(frame, found->rest, key, time);
     video_tally_.Count(frame.frame_size, time);
     Emit(MX_BLOCK_MEDIA, MX_BLOCK_VIDEO | (key ? uint32_t{MX_BLOCK_KEY} : 0), time);
     return MX_OK;
+}
+
+void CXflvPacket::Forget() {
+    if (looked_) video_.Undo();
 }
 
 // What comes next in the work buffer is a place to seek to. Readers check the index against the tags and do not expect
@@ -174,13 +186,11 @@ void CXflvPacket::AddToIndex(const FrameTime& time) {
 }
 
 // The tag of a picture, behind the parameter sets that it begins with: the sequence header has those.
-uint32_t CXflvPacket::PutPicture(const MXFrameInfo& frame, uint32_t skipped, bool key, const FrameTime& time) {
+void CXflvPacket::PutPicture(const MXFrameInfo& frame, uint32_t skipped, bool key, const FrameTime& time) {
     const uint32_t header_size = hevc_ ? kExVideoHeaderSize : kVideoHeaderSize;
     const uint32_t size = frame.frame_size - skipped;
-    // Start codes of three bytes become lengths of four.
     const uint32_t bound = size + size / 3 + 4;
-    uint8_t* const tag = work_.Extend(kFlvTagHeaderSize + header_size + bound + kFlvPreviousTagSize);
-    if (tag == nullptr) return MX_NO_RESOURCES;
+    uint8_t* const tag = work_.Extend(kTagAround + header_size + bound);
     uint8_t* const payload = tag + kFlvTagHeaderSize + header_size;
     const uint32_t length = AnnexBToLengthPrefixed(FrameBytes(frame) + skipped, size, payload, bound);
     const uint32_t data_size = header_size + length;
@@ -195,10 +205,10 @@ uint32_t CXflvPacket::PutPicture(const MXFrameInfo& frame, uint32_t skipped, boo
     }
     PutBE32(payload + length, FlvTagSize(data_size));  // PreviousTagSize
     work_.Shrink(bound - length);
-    return MX_OK;
 }
 
 uint32_t CXflvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
+    looked_ = false;
     const bool aac = frame.encode_type == MX_AUDIO_AAC;
     const std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
     if (bytes.size() > kLongestData - 2) return MX_FRAME_REFUSED;
@@ -210,19 +220,27 @@ uint32_t CXflvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     const FrameTime time = AudioTime(frame, measure);
     work_.Reset();
     const uint16_t config = aac ? adts->AudioSpecificConfig() : uint16_t{0};
-    if (!audio_begun_ || *sound != sound_ || config != aac_config_) {
+    const bool tells = !audio_begun_ || *sound != sound_ || config != aac_config_;
+    const uint32_t tags = aac ? measure.samples / kLeastAdtsSamples : 1;
+    const uint32_t room = frame.frame_size + tags * (kTagAround + 2) + (tells ? HeadSize() + kAudioConfigSize : 0);
+    if (work_.Reserve(room) != MX_OK) return MX_NO_RESOURCES;
+    if (tells) {
         sound_ = *sound;
         aac_config_ = config;
         head_.audiocodecid = sound_ >> 4;
         head_.audiosamplerate = measure.sample_rate;
         head_.audiosamplesize = (sound_ & kSound16Bit) != 0 ? 16 : 8;
         head_.stereo = measure.channels == 2;
-        if (!PutHead() || !PutAudioConfig(FlvTime(time.dts))) return MX_NO_RESOURCES;
+        PutHead();
+        PutAudioConfig(FlvTime(time.dts));
         EndHeader(time.dts);
     }
     audio_begun_ = true;
-    const bool put = aac ? PutAdtsFrames(bytes, time.dts) : PutSound(bytes, time.dts);
-    if (!put) return MX_NO_RESOURCES;
+    if (aac) {
+        PutAdtsFrames(bytes, time.dts);
+    } else {
+        PutSound(bytes, time.dts);
+    }
     audio_tally_.Count(bytes.size(), time);
     const bool alone = !video_begun_ && !announced_video_;
     Emit(MX_BLOCK_MEDIA, MX_BLOCK_AUDIO | (alone ? uint32_t{MX_BLOCK_KEY} : 0), time);
@@ -258,58 +276,56 @@ std::optional<uint8_t> CXflvPacket::SoundByte(const MXFrameInfo& frame) {
     return static_cast<uint8_t>(kSoundMp3 | rate | kSound16Bit | channels);
 }
 
-bool CXflvPacket::PutSound(std::span<const uint8_t> bytes, int64_t time) {
+void CXflvPacket::PutSound(std::span<const uint8_t> bytes, int64_t time) {
     const auto data_size = static_cast<uint32_t>(1 + bytes.size());
     const uint32_t size = FlvTagSize(data_size) + kFlvPreviousTagSize;
     uint8_t* const tag = work_.Extend(size);
-    if (tag == nullptr) return false;
     ByteCursor out(tag, size);
     PutFlvTagHeader(out, FlvTagType::Audio, data_size, FlvTime(time));
     out.U8(sound_).Bytes(bytes.data(), static_cast<uint32_t>(bytes.size())).BE32(FlvTagSize(data_size));
-    return true;
 }
 
 // One tag for each frame. What stands behind the last whole one is left out.
-bool CXflvPacket::PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time) {
+void CXflvPacket::PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time) {
     int64_t samples = 0;
     for (auto adts = ReadAdtsHeader(bytes); adts; adts = ReadAdtsHeader(bytes)) {
         const uint32_t length = adts->frame_size - adts->header_size;
         const uint32_t data_size = 2 + length;
         const uint32_t size = FlvTagSize(data_size) + kFlvPreviousTagSize;
         uint8_t* const tag = work_.Extend(size);
-        if (tag == nullptr) return false;
         ByteCursor out(tag, size);
         PutFlvTagHeader(out, FlvTagType::Audio, data_size, FlvTime(time + Rescale(samples, adts->sample_rate, kScale)));
         out.U8(kAacSound).U8(kAacRaw).Bytes(bytes.data() + adts->header_size, length).BE32(FlvTagSize(data_size));
         samples += adts->samples;
         bytes = bytes.subspan(adts->frame_size);
     }
-    return true;
+}
+
+// What PutHead still has to write.
+uint32_t CXflvPacket::HeadSize() {
+    if (head_written_) return 0;
+    if (!index_) index_.emplace(0);
+    return FlvHead::Size(*index_);
 }
 
 // The head, once, ahead of everything else.
-bool CXflvPacket::PutHead() {
-    if (head_written_) return true;
-    if (!index_) index_.emplace(0);
+void CXflvPacket::PutHead() {
+    if (head_written_) return;
     // Where nothing was announced, both streams may come.
     head_.has_video = !announced_ || announced_video_;
     head_.has_audio = !announced_ || announced_audio_;
     const uint32_t size = FlvHead::Size(*index_);
-    uint8_t* const area = work_.Extend(size);
-    if (area == nullptr) return false;
-    ByteCursor out(area, size);
+    ByteCursor out(work_.Extend(size), size);
     head_.Write(out, *index_);
     head_written_ = true;
-    return true;
 }
 
-bool CXflvPacket::PutVideoConfig(uint32_t time) {
+// `config_size`: of the configuration record.
+void CXflvPacket::PutVideoConfig(uint32_t time, uint32_t config_size) {
     const uint32_t header_size = hevc_ ? 5 : kVideoHeaderSize;
-    const uint32_t data_size = header_size + video_.Sets().ConfigurationSize();
+    const uint32_t data_size = header_size + config_size;
     const uint32_t size = FlvTagSize(data_size) + kFlvPreviousTagSize;
-    uint8_t* const tag = work_.Extend(size);
-    if (tag == nullptr) return false;
-    ByteCursor out(tag, size);
+    ByteCursor out(work_.Extend(size), size);
     PutFlvTagHeader(out, FlvTagType::Video, data_size, time);
     if (hevc_) {
         out.U8(kExHeader | kKeyFrame | kSequenceHeader).BE32(kHevcFourCc);
@@ -318,20 +334,17 @@ bool CXflvPacket::PutVideoConfig(uint32_t time) {
     }
     video_.Sets().WriteConfiguration(out);
     out.BE32(FlvTagSize(data_size));
-    return true;
 }
 
 // Only AAC has one.
-bool CXflvPacket::PutAudioConfig(uint32_t time) {
-    if (sound_ != kAacSound) return true;
+void CXflvPacket::PutAudioConfig(uint32_t time) {
+    if (sound_ != kAacSound) return;
     constexpr uint32_t kDataSize = 4;
     constexpr uint32_t kSize = FlvTagSize(kDataSize) + kFlvPreviousTagSize;
-    uint8_t* const tag = work_.Extend(kSize);
-    if (tag == nullptr) return false;
-    ByteCursor out(tag, kSize);
+    static_assert(kSize == kAudioConfigSize);
+    ByteCursor out(work_.Extend(kSize), kSize);
     PutFlvTagHeader(out, FlvTagType::Audio, kDataSize, time);
     out.U8(kAacSound).U8(kAacSequenceHeader).BE16(aac_config_).BE32(FlvTagSize(kDataSize));
-    return true;
 }
 
 // What is in the work buffer goes out as a header of its own; where no header was asked for, it stays in front of the
@@ -350,10 +363,12 @@ void CXflvPacket::Emit(uint32_t kind, uint32_t flags, const FrameTime& time) {
 
 uint32_t CXflvPacket::Finish() {
     if (!with_head_) return MX_OK;
+    // The head is the largest of what is to come.
+    work_.Reset();
+    if (work_.Reserve(FlvHead::Size(*index_)) != MX_OK) return MX_NO_RESOURCES;
     if (!head_written_) {
         // A file without a frame is one all the same.
-        work_.Reset();
-        if (!PutHead()) return MX_NO_RESOURCES;
+        PutHead();
         EndHeader(0);
     }
     const int64_t end = std::max(video_tally_.end, audio_tally_.end);
@@ -361,9 +376,7 @@ uint32_t CXflvPacket::Finish() {
         work_.Reset();
         const uint32_t data_size = 5;
         const uint32_t size = FlvTagSize(data_size) + kFlvPreviousTagSize;
-        uint8_t* const tag = work_.Extend(size);
-        if (tag == nullptr) return MX_NO_RESOURCES;
-        ByteCursor out(tag, size);
+        ByteCursor out(work_.Extend(size), size);
         PutFlvTagHeader(out, FlvTagType::Video, data_size, FlvTime(end));
         if (hevc_) {
             out.U8(kExHeader | kKeyFrame | kEndOfSequence).BE32(kHevcFourCc);
@@ -385,9 +398,7 @@ uint32_t CXflvPacket::Finish() {
     }
     work_.Reset();
     const uint32_t size = FlvHead::Size(*index_);
-    uint8_t* const area = work_.Extend(size);
-    if (area == nullptr) return MX_NO_RESOURCES;
-    ByteCursor out(area, size);
+    ByteCursor out(work_.Extend(size), size);
     head_.Write(out, *index_);
     EmitExactAt(work_.Data(), size, 0, {MX_BLOCK_PATCH, 0, kScale, 0, 0});
     return MX_OK;

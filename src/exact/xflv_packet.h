@@ -48,14 +48,17 @@ class CXflvPacket : public CExactPackage {
 
     uint32_t PackVideo(const MXFrameInfo& frame) override;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) override;
+    void Forget() override;
     uint32_t Finish() override;
 
-    bool PutHead();
-    bool PutVideoConfig(uint32_t time);
-    bool PutAudioConfig(uint32_t time);
-    uint32_t PutPicture(const MXFrameInfo& frame, uint32_t skipped, bool key, const FrameTime& time);
-    bool PutSound(std::span<const uint8_t> bytes, int64_t time);
-    bool PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time);
+    // These write where there is room: HeadSize and the sizes below say how much they need.
+    uint32_t HeadSize();
+    void PutHead();
+    void PutVideoConfig(uint32_t time, uint32_t size);
+    void PutAudioConfig(uint32_t time);
+    void PutPicture(const MXFrameInfo& frame, uint32_t skipped, bool key, const FrameTime& time);
+    void PutSound(std::span<const uint8_t> bytes, int64_t time);
+    void PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time);
     static std::optional<uint8_t> SoundByte(const MXFrameInfo& frame);
     void AddToIndex(const FrameTime& time);
     void EndHeader(int64_t time);
@@ -73,6 +76,7 @@ class CXflvPacket : public CExactPackage {
 
     CVideoConfig video_;
     bool video_begun_ = false;
+    bool looked_ = false;  // at the configuration in the frame at hand
     bool hevc_ = false;
     Tally video_tally_;
 

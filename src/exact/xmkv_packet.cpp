@@ -124,6 +124,7 @@ uint32_t CXmkvPacket::PackVideo(const MXFrameInfo& frame) {
     if (frame.frame_size > kLargestFrame) return MX_FRAME_REFUSED;
     // Another codec, or a track that came too late.
     if (opens ? started_ : codec != video_.codec) return MX_FRAME_REFUSED;
+    Begin(true);
     const auto found = config_.Take(frame);
     if (!found) return MX_FAILED;
     if (opens && !key) return MX_FRAME_REFUSED;
@@ -132,31 +133,52 @@ uint32_t CXmkvPacket::PackVideo(const MXFrameInfo& frame) {
 
     const FrameTime time = VideoTime(frame, config_.ReorderDepth());
     if (time.pts < std::numeric_limits<int16_t>::min()) return MX_FRAME_REFUSED;
-    if (config_.TakeChange()) sets_in_band_ = !opens;
+    const bool in_band = config_.Changed() ? !opens : sets_in_band_;
     if (opens) {
+        before_.opened = &video_;
         video_.codec = codec;
         OpenVideo(frame, time);
     }
+    const auto taken = [&](uint32_t result) {
+        if (result == MX_OK) {
+            config_.Told();
+            sets_in_band_ = in_band;
+        }
+        return result;
+    };
     const Block block{MkvHead::kVideoTrack, key, time};
     const uint8_t* const bytes = FrameBytes(frame);
     const uint32_t size = frame.frame_size;
     if (!config_.IsNal()) {
-        return Put(block, size, [=](uint8_t* out, uint32_t) {
+        return taken(Put(block, size, [=](uint8_t* out, uint32_t) {
             std::memcpy(out, bytes, size);
             return size;
-        });
+        }));
     }
-    const bool add_sets = key && sets_in_band_ && !found->has_parameter_sets;
+    const bool add_sets = key && in_band && !found->has_parameter_sets;
     const uint32_t sets_size = add_sets ? config_.Sets().UnitsSize() : 0;
     // Start codes of three bytes become lengths of four.
     const uint32_t bound = sets_size + size + size / 3 + 4;
-    return Put(block, bound, [&](uint8_t* out, uint32_t room) {
+    return taken(Put(block, bound, [&](uint8_t* out, uint32_t room) {
         if (add_sets) {
             ByteCursor sets(out, sets_size);
             config_.Sets().WriteLengthPrefixed(sets);
         }
         return sets_size + AnnexBToLengthPrefixed(bytes, size, out + sets_size, room - sets_size);
-    });
+    }));
+}
+
+// A frame begins.
+void CXmkvPacket::Begin(bool looks) {
+    before_ = {looks, nullptr, first_time_, waiting_.size(), front_.Size()};
+}
+
+void CXmkvPacket::Forget() {
+    if (before_.looks) config_.Undo();
+    if (before_.opened != nullptr) *before_.opened = {};
+    first_time_ = before_.first_time;
+    if (waiting_.size() > before_.waiting) waiting_.resize(before_.waiting);
+    if (front_.Size() > before_.front) front_.Shrink(front_.Size() - before_.front);
 }
 
 uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
@@ -168,8 +190,12 @@ uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     if (aac && !ReadAdtsHeader(bytes)) return MX_FAILED;
     if (frame.encode_type == MX_AUDIO_MPEG && !ReadMpegAudioHeader(bytes)) return MX_FAILED;
 
+    Begin(false);
     FrameTime time = AudioTime(frame, measure);
-    if (opens) OpenAudio(frame, measure, time);
+    if (opens) {
+        before_.opened = &audio_;
+        OpenAudio(frame, measure, time);
+    }
     if (time.pts + audio_.delay < std::numeric_limits<int16_t>::min()) return MX_FRAME_REFUSED;
     const auto put = [&](std::span<const uint8_t> data) {
         return Put({MkvHead::kAudioTrack, true, time}, static_cast<uint32_t>(data.size()), [=](uint8_t* out, uint32_t) {
@@ -179,6 +205,13 @@ uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     };
     if (!aac) return put(bytes);
     // A block for each of the frames; what stands behind the last whole one is left out.
+    const uint32_t blocks = measure.samples / kLeastAdtsSamples;
+    if (blocks > 1) {
+        // A frame is whole or not there.
+        work_.Reset();
+        if (work_.Reserve(BlockRoom(frame.frame_size)) != MX_OK) return MX_NO_RESOURCES;
+        ReserveCues(blocks);
+    }
     const FrameTime whole = time;
     int64_t samples = 0;
     for (auto adts = ReadAdtsHeader(bytes); adts; adts = ReadAdtsHeader(bytes)) {
@@ -264,37 +297,70 @@ bool CXmkvPacket::IsReady(int64_t now) const {
 // Gives a frame its place: behind the others that wait for the head, or in the cluster.
 template <typename Fill>
 uint32_t CXmkvPacket::Put(const Block& block, uint32_t bound, Fill fill) {
-    if (!started_ && waiting_.empty() && IsReady(block.time.dts)) {
-        if (const uint32_t result = Start(); result != MX_OK) return result;
+    const bool starts = !started_ && waiting_.empty() && IsReady(block.time.dts);
+    if (starts && !ReserveStart()) return MX_NO_RESOURCES;
+    if (started_ || starts) {
+        const uint32_t head = starts && !with_head_ ? static_cast<uint32_t>(start_head_.size()) : 0;
+        if (with_head_ || starts) work_.Reset();
+        if (work_.Reserve(head + BlockRoom(bound)) != MX_OK) return MX_NO_RESOURCES;
+        ReserveCues(1);
+        if (starts) Start();
+        PutInCluster(block, bound, fill);
+        return MX_OK;
     }
-    if (started_) return PutInCluster(block, bound, fill);
+    if (front_.Reserve(bound) != MX_OK) return MX_NO_RESOURCES;
     const uint32_t offset = front_.Size();
-    uint8_t* const place = front_.Extend(bound);
-    if (place == nullptr) return MX_NO_RESOURCES;
-    const uint32_t size = fill(place, bound);
+    waiting_.push_back({block, offset, 0});
+    const uint32_t size = fill(front_.Extend(bound), bound);
+    waiting_.back().size = size;
     front_.Shrink(bound - size);
-    waiting_.push_back({block, offset, size});
-    return IsReady(block.time.dts) ? Start() : uint32_t{MX_OK};
+    if (!IsReady(block.time.dts)) return MX_OK;
+    if (!ReserveStart()) return MX_NO_RESOURCES;
+    Start();
+    return MX_OK;
 }
 
-// Writes the head and the frames that have waited for it.
-uint32_t CXmkvPacket::Start() {
-    started_ = true;
-    const std::vector<uint8_t> head = MkvHead::Write(video_.track, audio_.track, std::nullopt);
+// Room in the work buffer for a block of `bound` bytes with all that may stand around it.
+uint32_t CXmkvPacket::BlockRoom(uint32_t bound) const {
+    return kClusterHeadSize + kTimestampSize + 2 * kElementHeadSize + kBlockHeadSize + bound + kBlockDurationSize +
+           kReferenceSize;
+}
+
+// Throws std::bad_alloc.
+void CXmkvPacket::ReserveCues(size_t count) {
+    if (cues_.capacity() - cues_.size() < count) cues_.reserve(cues_.size() + std::max(count, cues_.size() / 2));
+}
+
+// All that Start needs, so that it cannot fail.
+bool CXmkvPacket::ReserveStart() {
+    start_head_ = MkvHead::Write(video_.track, audio_.track, std::nullopt);
+    uint64_t largest = 0;
+    uint64_t all = start_head_.size();
+    for (const Waiting& frame : waiting_) {
+        largest = std::max<uint64_t>(largest, BlockRoom(frame.size));
+        all += BlockRoom(frame.size);
+    }
+    const uint64_t room = with_head_ ? std::max<uint64_t>(start_head_.size(), largest) : all;
+    ReserveCues(waiting_.size());
     work_.Reset();
-    if (work_.Append(head.data(), static_cast<uint32_t>(head.size())) != MX_OK) return MX_NO_RESOURCES;
+    return room <= std::numeric_limits<int32_t>::max() && work_.Reserve(static_cast<uint32_t>(room)) == MX_OK;
+}
+
+// Writes the head and the frames that have waited for it. ReserveStart comes before.
+void CXmkvPacket::Start() {
+    started_ = true;
+    work_.Reset();
+    work_.Append(start_head_.data(), static_cast<uint32_t>(start_head_.size()));
     if (with_head_) {
         Emit({MX_BLOCK_HEADER, 0, kScale, first_time_.value_or(0), 0});
         work_.Reset();
     }
-    uint32_t result = MX_OK;
     for (const Waiting& frame : waiting_) {
         const uint8_t* const bytes = front_.Data() + frame.offset;
-        const uint32_t put = PutInCluster(frame.block, frame.size, [&](uint8_t* out, uint32_t) {
+        PutInCluster(frame.block, frame.size, [&](uint8_t* out, uint32_t) {
             if (frame.size != 0) std::memcpy(out, bytes, frame.size);
             return frame.size;
         });
-        if (put != MX_OK) result = put;
     }
     // All that waited goes out at once where a front end takes one block a call.
     if (!with_head_ && work_.Size() != 0 && !waiting_.empty()) {
@@ -306,7 +372,7 @@ uint32_t CXmkvPacket::Start() {
     }
     waiting_ = {};
     front_ = {};
-    return result;
+    start_head_ = {};
 }
 
 // ------------------------------------------------------------------------------------------------- clusters
@@ -338,8 +404,9 @@ int64_t CXmkvPacket::ClusterTime(const Block& block, int64_t time) const {
     return time - base > std::numeric_limits<int16_t>::max() ? time : base;
 }
 
+// There is room: see BlockRoom and ReserveCues.
 template <typename Fill>
-uint32_t CXmkvPacket::PutInCluster(const Block& block, uint32_t bound, Fill fill) {
+void CXmkvPacket::PutInCluster(const Block& block, uint32_t bound, Fill fill) {
     Stream& stream = StreamOf(block.track);
     const int64_t time = block.time.pts + stream.delay;
     const bool begins = NeedsCluster(block, time);
@@ -352,7 +419,6 @@ uint32_t CXmkvPacket::PutInCluster(const Block& block, uint32_t bound, Fill fill
     if (with_head_) work_.Reset();
     const uint32_t cluster_head = begins ? kClusterHeadSize + kTimestampSize : 0;
     uint8_t* const place = work_.Extend(cluster_head + head_size + bound + tail_size);
-    if (place == nullptr) return MX_NO_RESOURCES;
     const uint32_t size = fill(place + cluster_head + head_size, bound);
     if (begins) {
         cluster_ = {true, ClusterTime(block, time), position_ + (with_head_ ? 0 : work_.Size()), block.time.dts,
@@ -388,13 +454,12 @@ uint32_t CXmkvPacket::PutInCluster(const Block& block, uint32_t bound, Fill fill
     stream.last = block.time.pts;
     stream.next = block.time.dts + std::max<int64_t>(block.time.duration, 1);
     end_ = std::max(end_, time + block.time.duration);
-    if (collects) return MX_OK;
+    if (collects) return;
     const bool key = video ? block.key : !video_.track;
     Emit({MX_BLOCK_MEDIA,
           (video ? uint32_t{MX_BLOCK_VIDEO} : uint32_t{MX_BLOCK_AUDIO}) | (key ? uint32_t{MX_BLOCK_KEY} : 0), kScale,
           block.time.dts, block.time.duration});
     work_.Reset();
-    return MX_OK;
 }
 
 // Its size goes in place; only where positions are known.
@@ -419,11 +484,20 @@ void CXmkvPacket::Emit(const BlockNote& note) {
 
 uint32_t CXmkvPacket::Finish() {
     if (!started_) {
-        if (const uint32_t result = Start(); result != MX_OK) return result;
+        if (!ReserveStart()) return MX_NO_RESOURCES;
+        Start();
     }
     if (!with_head_) return MX_OK;
     EndCluster();
-    const uint64_t cues_position = cues_.empty() ? 0 : position_ - MkvHead::SegmentStart();
+    if (!closing_) EmitCues();
+    const std::vector<uint8_t> head = MkvHead::Write(video_.track, audio_.track, closing_);
+    EmitExactAt(head.data(), static_cast<uint32_t>(head.size()), 0, {MX_BLOCK_PATCH, 0, kScale, 0, 0});
+    return MX_OK;
+}
+
+void CXmkvPacket::EmitCues() {
+    const uint64_t segment = MkvHead::SegmentStart();
+    const uint64_t cues_position = cues_.empty() ? 0 : position_ - segment;
     if (!cues_.empty()) {
         EbmlTree cues;
         cues.Begin(ElementId::kCues);
@@ -432,7 +506,7 @@ uint32_t CXmkvPacket::Finish() {
             cues.UInt(ElementId::kCueTime, static_cast<uint64_t>(std::max<int64_t>(cue.time, 0)));
             cues.Begin(ElementId::kCueTrackPositions);
             cues.UInt(ElementId::kCueTrack, video_.track ? MkvHead::kVideoTrack : MkvHead::kAudioTrack);
-            cues.UInt(ElementId::kCueClusterPosition, cue.cluster - MkvHead::SegmentStart());
+            cues.UInt(ElementId::kCueClusterPosition, cue.cluster - segment);
             cues.UInt(ElementId::kCueRelativePosition, cue.offset);
             cues.End();
             cues.End();
@@ -441,10 +515,7 @@ uint32_t CXmkvPacket::Finish() {
         position_ += EmitExactAt(cues.Bytes().data(), static_cast<uint32_t>(cues.Bytes().size()), position_,
                                  {MX_BLOCK_INDEX, 0, kScale, end_, 0});
     }
-    const MkvClosing closing{position_ - MkvHead::SegmentStart(), cues_position, static_cast<double>(end_)};
-    const std::vector<uint8_t> head = MkvHead::Write(video_.track, audio_.track, closing);
-    EmitExactAt(head.data(), static_cast<uint32_t>(head.size()), 0, {MX_BLOCK_PATCH, 0, kScale, 0, 0});
-    return MX_OK;
+    closing_ = MkvClosing{position_ - segment, cues_position, static_cast<double>(end_)};
 }
 
 }  // namespace Orvane::Muxora

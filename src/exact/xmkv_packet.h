@@ -70,19 +70,25 @@ class CXmkvPacket : public CExactPackage {
 
     uint32_t PackVideo(const MXFrameInfo& frame) override;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) override;
+    void Forget() override;
     uint32_t Finish() override;
 
+    void Begin(bool looks);
     void OpenVideo(const MXFrameInfo& frame, const FrameTime& time);
     void OpenAudio(const MXFrameInfo& frame, const AudioMeasure& measure, const FrameTime& time);
     bool IsReady(int64_t now) const;
-    uint32_t Start();
+    bool ReserveStart();
+    void Start();
+    uint32_t BlockRoom(uint32_t bound) const;
+    void ReserveCues(size_t count);
     template <typename Fill>
     uint32_t Put(const Block& block, uint32_t bound, Fill fill);
     template <typename Fill>
-    uint32_t PutInCluster(const Block& block, uint32_t bound, Fill fill);
+    void PutInCluster(const Block& block, uint32_t bound, Fill fill);
     bool NeedsCluster(const Block& block, int64_t time) const;
     int64_t ClusterTime(const Block& block, int64_t time) const;
     void EndCluster();
+    void EmitCues();
     bool IsPlain(const Block& block) const;
     Stream& StreamOf(uint8_t track) { return track == MkvHead::kVideoTrack ? video_ : audio_; }
     const Stream& StreamOf(uint8_t track) const { return track == MkvHead::kVideoTrack ? video_ : audio_; }
@@ -104,7 +110,19 @@ class CXmkvPacket : public CExactPackage {
     bool sets_in_band_ = false;  // the parameter sets are no longer those of the head
     Cluster cluster_;
     std::vector<Cue> cues_;
-    int64_t end_ = 0;  // of the presentation, ticks
+    int64_t end_ = 0;                    // of the presentation, ticks
+    std::vector<uint8_t> start_head_;    // for Start
+    std::optional<MkvClosing> closing_;  // the cues are out
+
+    // How things were before the frame at hand; what Forget goes back to.
+    struct Before {
+        bool looks = false;        // the frame is asked for its configuration
+        Stream* opened = nullptr;  // by the frame
+        std::optional<int64_t> first_time;
+        size_t waiting = 0;
+        uint32_t front = 0;
+    };
+    Before before_;
 };
 
 }  // namespace Orvane::Muxora

@@ -100,8 +100,10 @@ CXtsPacket::CXtsPacket(uint32_t format, const MXCreateParam* param) : CExactPack
 uint32_t CXtsPacket::createHeader(MXHeaderInfo* info, uint32_t unused) {
     const uint32_t result = CExactPackage::createHeader(info, unused);
     if (result != MX_OK || info == nullptr) return result;
-    return SetStreams(info->video_present != 0 ? VideoType(info->video_encode_type) : kNoStream,
-                      info->audio_present != 0 ? AudioType(info->audio_encode_type, info->samples_per_sec) : kNoStream);
+    if (!multiplex_.Reserve({})) return MX_NO_RESOURCES;
+    SetStreams(info->video_present != 0 ? VideoType(info->video_encode_type) : kNoStream,
+               info->audio_present != 0 ? AudioType(info->audio_encode_type, info->samples_per_sec) : kNoStream);
+    return MX_OK;
 }
 
 bool CXtsPacket::checkFrame(const MXFrameInfo* frame) const {
@@ -119,30 +121,37 @@ uint32_t CXtsPacket::getCodecCapacity(uint32_t type, const void** table, uint32_
 }
 
 // Tells a new map of streams ahead of the frame that brings it.
-uint32_t CXtsPacket::SetStreams(uint8_t video, uint8_t audio) {
-    if (!multiplex_.SetStreams(video, audio)) return MX_OK;
+void CXtsPacket::SetStreams(uint8_t video, uint8_t audio) {
+    if (!multiplex_.SetStreams(video, audio)) return;
     const auto tables = multiplex_.Tables();
-    if (tables.empty()) return MX_NO_RESOURCES;
     BlockNote note;
     note.kind = MX_BLOCK_HEADER;
     note.time_scale = kTicksPerSecond;
     EmitExact(tables.data(), static_cast<uint32_t>(tables.size()), note);
-    return MX_OK;
 }
 
 uint32_t CXtsPacket::PackVideo(const MXFrameInfo& frame) {
     const uint8_t type = VideoType(frame.encode_type);
     const bool key = IsKeyFrame(frame.frame_sub_type);
+    looked_ = false;
     if (!begun_ && !key) return MX_FRAME_REFUSED;
     const auto bytes = ComposeVideo(frame, key);
     if (!bytes) return MX_FAILED;
     if (bytes->empty()) return MX_OK;
-    if (const uint32_t result = SetStreams(type, multiplex_.audio()); result != MX_OK) return result;
-    begun_ = true;
     const FrameTime time = VideoTime(frame, reorder_depth_);
     PutPesHeader(head_, kVideoStreamId, head_.size() + bytes->size(), time);
-    return Emit({head_, *bytes, CTsMultiplex::kVideoPid, time.dts, key},
-                MX_BLOCK_VIDEO | (key ? uint32_t{MX_BLOCK_KEY} : 0), time);
+    const CTsMultiplex::Unit unit{head_, *bytes, CTsMultiplex::kVideoPid, time.dts, key};
+    if (!multiplex_.Reserve(unit)) return MX_NO_RESOURCES;
+    SetStreams(type, multiplex_.audio());
+    begun_ = true;
+    Emit(unit, MX_BLOCK_VIDEO | (key ? uint32_t{MX_BLOCK_KEY} : 0), time);
+    return MX_OK;
+}
+
+void CXtsPacket::Forget() {
+    if (!looked_) return;
+    sets_->Undo();
+    reorder_depth_ = depth_before_;
 }
 
 // Gives what is to be written of the frame, behind what goes into head_: nothing if it has no start code, an empty
@@ -166,6 +175,8 @@ std::optional<std::span<const uint8_t>> CXtsPacket::ComposeVideo(const MXFrameIn
     if (!sets_ || sets_->codec() != codec) sets_.emplace(codec);
     const uint8_t* const start = FindStartCode(bytes.data(), bytes.data() + bytes.size());
     if (start == bytes.data() + bytes.size()) return std::nullopt;
+    looked_ = true;
+    depth_before_ = reorder_depth_;
     const FrameNals found = sets_->ScanAnnexB(bytes);
     if (found.changed) {
         const auto details = sets_->Details();
@@ -190,22 +201,23 @@ std::optional<std::span<const uint8_t>> CXtsPacket::ComposeVideo(const MXFrameIn
 
 uint32_t CXtsPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
     const uint8_t type = AudioType(frame.encode_type, measure.sample_rate);
-    if (const uint32_t result = SetStreams(multiplex_.video(), type); result != MX_OK) return result;
+    looked_ = false;
     const FrameTime time = AudioTime(frame, measure);
     const bool alone = multiplex_.video() == kNoStream;
     head_.clear();
     PutPesHeader(head_, kAudioStreamId, frame.frame_size, time);
     const CTsMultiplex::Unit unit{
         head_, {FrameBytes(frame), frame.frame_size}, CTsMultiplex::kAudioPid, time.dts, false};
-    return Emit(unit, MX_BLOCK_AUDIO | (alone ? uint32_t{MX_BLOCK_KEY} : 0), time);
+    if (!multiplex_.Reserve(unit)) return MX_NO_RESOURCES;
+    SetStreams(multiplex_.video(), type);
+    Emit(unit, MX_BLOCK_AUDIO | (alone ? uint32_t{MX_BLOCK_KEY} : 0), time);
+    return MX_OK;
 }
 
-uint32_t CXtsPacket::Emit(const CTsMultiplex::Unit& unit, uint32_t flags, const FrameTime& time) {
+void CXtsPacket::Emit(const CTsMultiplex::Unit& unit, uint32_t flags, const FrameTime& time) {
     const auto packets = multiplex_.Packets(unit);
-    if (packets.empty()) return MX_NO_RESOURCES;
     EmitExact(packets.data(), static_cast<uint32_t>(packets.size()),
               {MX_BLOCK_MEDIA, flags, time.scale, time.dts, time.duration});
-    return MX_OK;
 }
 
 }  // namespace Orvane::Muxora

@@ -27,16 +27,20 @@ class CXtsPacket : public CExactPackage {
   private:
     uint32_t PackVideo(const MXFrameInfo& frame) override;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) override;
+    void Forget() override;
     uint32_t Finish() override { return MX_OK; }
 
     std::optional<std::span<const uint8_t>> ComposeVideo(const MXFrameInfo& frame, bool key);
-    uint32_t SetStreams(uint8_t video, uint8_t audio);
-    uint32_t Emit(const CTsMultiplex::Unit& unit, uint32_t flags, const FrameTime& time);
+    void SetStreams(uint8_t video, uint8_t audio);
+    void Emit(const CTsMultiplex::Unit& unit, uint32_t flags, const FrameTime& time);
 
     CTsMultiplex multiplex_;
     bool begun_ = false;  // the first key frame was there
     std::optional<CParameterSets> sets_;
     uint32_t reorder_depth_ = 0;
+    // What Forget goes back to.
+    bool looked_ = false;  // for parameter sets in the frame at hand
+    uint32_t depth_before_ = 0;
     std::vector<uint8_t> mpeg4_headers_;
     std::vector<uint8_t> head_;  // what goes in front of the frame's bytes
 };

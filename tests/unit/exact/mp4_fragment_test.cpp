@@ -30,7 +30,7 @@ Mp4Track Video() {
 }
 
 void Put(FragmentTrack& track, const ByteVector& bytes, const Mp4Sample& sample) {
-    std::copy(bytes.begin(), bytes.end(), track.Reserve(bytes.size()));
+    std::copy(bytes.begin(), bytes.end(), track.Place(bytes.size()));
     track.Add(sample);
 }
 
