@@ -12,12 +12,10 @@ build=build/$platform
 case $platform in
 mingw)
     emulator=(scripts/wine.sh)
-    jobs=1 # a second wine server takes longer to start than the tests to run
     there=$build/bin/format_bytes.exe
     ;;
 aarch64)
     emulator=(qemu-aarch64 -cpu max -L /usr/aarch64-linux-gnu)
-    jobs=2
     # This processor has all that the kernels look for, so none may be left out.
     export MUXORA_EVERY_KERNEL=1
     there=$build/bin/format_bytes
@@ -45,8 +43,13 @@ cmake --build --preset release --target format_bytes muxora_tool | tail -n 1
 left_out=$(sed -n "s/^$platform //p" tests/platforms/left_out.txt | paste -sd:)
 [ -z "$left_out" ] || export GTEST_FILTER="-$left_out"
 
+if [ "$platform" = mingw ]; then
+    trap 'scripts/wine.sh --end' EXIT
+    scripts/wine.sh --begin
+fi
+
 failed=0
-ctest --preset "$platform" -R "$chosen" -j "$jobs" -V >"$build/tests.log" 2>&1 || failed=1
+ctest --preset "$platform" -R "$chosen" -j "$(nproc)" -V >"$build/tests.log" 2>&1 || failed=1
 count() { sed -n "s/.*\[  $1 *\] \([0-9]*\) tests\{0,1\}\..*/\1/p" "$build/tests.log" | awk '{ sum += $1 } END { print sum + 0 }'; }
 told=$(grep -cE '\[  FAILED  \] .* \([0-9]+ ms\)' "$build/tests.log" || true)
 if [ "$failed" -ne 0 ]; then

@@ -1,12 +1,16 @@
 #!/usr/bin/env bash
-# A stranger's machine: a bare Debian 12 in a folder (debootstrap), first with g++, cmake and make and nothing else, then with
-# our packages. Needs root and Debian's mirror; `make root-test`. The root is kept in build/root for the next time.
+# A stranger's machine: a bare Debian in a folder (debootstrap), first with g++, cmake and make and nothing else, then with
+# our packages. Needs root and Debian's mirror; `make root-test`. build/root keeps the bare one, and each run takes a copy.
 #
-#   scripts/root_test.sh [PACKAGES]     the folder with the .deb files; by default they are built here
+#   scripts/root_test.sh [PACKAGES]     Debian 12; the folder with the .deb files, by default they are built here
+#   scripts/root_test.sh --oldest       Debian 11, with the oldest g++ that builds the library (10) and CMake 3.18; no packages
 set -euo pipefail
 cd "$(dirname "$0")/.."
-root=$PWD/build/root/bookworm
+suite=bookworm
 packages=${1:-}
+if [ "$packages" = --oldest ]; then suite=bullseye; fi
+bare=$PWD/build/root/$suite
+root=$PWD/build/root/$suite-run
 
 step() { printf '\n== %s\n' "$1"; }
 inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 TERM=dumb sh -euc "$1"; }
@@ -15,23 +19,30 @@ if [ -z "$packages" ]; then
     step "the packages"
     cmake --preset package >/dev/null
     cmake --build --preset package | tail -n 1
-    (cd build/package && cpack >cpack.log) || { cat build/package/cpack.log; exit 1; }
+    (cd build/package && rm -f ./*.deb && cpack >cpack.log) || { cat build/package/cpack.log; exit 1; }
     packages=build/package
 fi
 
-if [ ! -e "$root/usr/bin/g++" ]; then
+if [ ! -e "$bare.complete" ]; then
     step "a bare root"
-    mkdir -p "$(dirname "$root")"
-    debootstrap --variant=minbase --include=g++,cmake,make bookworm "$root" http://deb.debian.org/debian >"$root.log" 2>&1 ||
-        { tail -n 20 "$root.log"; exit 1; }
+    rm -rf "$bare"
+    mkdir -p "$bare"
+    debootstrap --variant=minbase --include=g++,cmake,make "$suite" "$bare" http://deb.debian.org/debian >"$bare.log" 2>&1 ||
+        { tail -n 20 "$bare.log"; exit 1; }
+    touch "$bare.complete"
 fi
-rm -rf "$root/work"
+rm -rf "$root"
+cp -a "$bare" "$root"
 mkdir -p "$root/work/source"
 git ls-files -z | xargs -0 tar -c --no-recursion | tar -x -C "$root/work/source"
 
 step "the library and the examples, with nothing asked for"
 inside 'cd /work
-    ! command -v git && ! command -v pkg-config && ! command -v python3
+    for absent in git pkg-config python3 ninja ccache; do
+        if command -v $absent; then exit 1; fi
+    done
+    g++ --version | head -n 1
+    cmake --version | head -n 1
     cmake -S source -B build
     cmake --build build -j2 >/dev/null
     mkdir media
@@ -47,8 +58,13 @@ inside 'cd /work
     cmake --build c >/dev/null
     mkdir media2
     c/c_program media2
-    ! ldd c/c_program | grep muxora
+    if ldd c/c_program | grep muxora; then exit 1; fi
     cmp media/tone.wav media2/tone.wav'
+
+if [ "$suite" = bullseye ]; then
+    step "the library and the examples: all of it works"
+    exit 0
+fi
 
 step "the packages"
 mkdir -p "$root/work/packages"
@@ -61,7 +77,6 @@ inside 'cd /work/packages
     apt-get update -q >/dev/null
     apt-get -y -q --no-install-recommends --fix-broken install >/dev/null
     apt-get -y -q --no-install-recommends install pkg-config bash-completion man-db python3 >/dev/null
-    rm -f /etc/dpkg/dpkg.cfg.d/docker
     dpkg -i ./*.deb
     dpkg -l "libmuxora*" muxora | tail -n 3'
 

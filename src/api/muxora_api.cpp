@@ -127,7 +127,7 @@ uint32_t WithPackage(MXHandle handle, Call call) noexcept {
 
 // Has the first kilobyte of a frame on its way before the packager looks at its first bytes: a recorder's frames lie
 // cold in memory.
-void Announce(const MXFrameInfo* frame) {
+void Announce([[maybe_unused]] const MXFrameInfo* frame) {
 #if defined(__GNUC__)
     constexpr uint32_t kLine = 64;
     constexpr uint32_t kAhead = 1024;

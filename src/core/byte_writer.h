@@ -2,7 +2,6 @@
 #pragma once
 
 #include <algorithm>
-#include <bit>
 #include <cstdint>
 #include <cstring>
 
@@ -45,8 +44,16 @@ inline uint32_t PutBE64(uint8_t* out, uint64_t value) {
     return 8;
 }
 
+// The IEEE 754 representation of a number (g++ 10 has no std::bit_cast).
+inline uint64_t BitsOf(double value) {
+    uint64_t bits = 0;
+    static_assert(sizeof bits == sizeof value);
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
 inline uint32_t PutBEDouble(uint8_t* out, double value) {
-    return PutBE64(out, std::bit_cast<uint64_t>(value));
+    return PutBE64(out, BitsOf(value));
 }
 
 inline uint32_t PutLE16(uint8_t* out, uint16_t value) {

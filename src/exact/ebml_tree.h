@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "codec/ebml.h"
+#include "core/byte_writer.h"
 
 namespace Orvane::Muxora {
 
@@ -38,7 +39,7 @@ class EbmlTree {
     }
     void Float(ElementId id, double value) {
         Size(id, 8);
-        Append(std::bit_cast<uint64_t>(value), 8);
+        Append(BitsOf(value), 8);
     }
     void Text(ElementId id, std::string_view text) {
         Size(id, text.size());

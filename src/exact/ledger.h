@@ -4,6 +4,8 @@
 #include <memory>
 #include <vector>
 
+#include "core/raw_array.h"
+
 namespace Orvane::Muxora {
 
 // A list of numbers that only grows: by blocks, so that an entry costs the same however many there are, and none moves.
@@ -12,7 +14,7 @@ class Ledger {
     // Room for `count` more. Throws std::bad_alloc with nothing changed.
     void Reserve(size_t count) {
         while (blocks_.size() * kBlock < size_ + count)
-            blocks_.push_back(std::make_unique_for_overwrite<uint32_t[]>(kBlock));
+            blocks_.push_back(MakeRawArray<uint32_t>(kBlock));
     }
     // Only where there is room.
     void Append(uint32_t value) {

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <memory>
 
+#include "core/raw_array.h"
+
 namespace Orvane::Muxora {
 
 // The bytes of a fragment's samples, with room ahead of them for what is known only at the end. Grows by halves and
@@ -46,7 +48,7 @@ class MediaBuffer {
 
     void Grow(size_t front, size_t needed) {
         const size_t capacity = std::max({needed, capacity_ + capacity_ / 2, kFirstCapacity});
-        auto grown = std::make_unique_for_overwrite<uint8_t[]>(capacity);
+        auto grown = MakeRawArray<uint8_t>(capacity);
         if (size_ != 0) std::memcpy(grown.get() + front, Data(), size_);
         bytes_ = std::move(grown);
         capacity_ = capacity;

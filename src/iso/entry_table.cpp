@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <new>
 
+#include "core/raw_array.h"
+
 namespace Orvane::Muxora {
 
 namespace {
@@ -27,7 +29,7 @@ uint32_t EntryTable::Write(CGrowBuffer* buffer) const {
 bool EntryTable::Grow() {
     const auto size = static_cast<uint32_t>(std::clamp(capacity_, kFirstBlock, kLargestBlock));
     try {
-        blocks_.push_back({std::make_unique_for_overwrite<uint8_t[]>(size), size});
+        blocks_.push_back({MakeRawArray<uint8_t>(size), size});
     } catch (const std::bad_alloc&) {
         return false;
     }
