@@ -34,7 +34,7 @@ struct MkvClosing {
 
 class MkvHead {
   public:
-    static constexpr uint32_t kTimestampScale = 100000;  // ns a tick
+    static constexpr uint32_t kTimestampScale = 200000;  // ns a tick
     static constexpr uint8_t kVideoTrack = 1;
     static constexpr uint8_t kAudioTrack = 2;
 

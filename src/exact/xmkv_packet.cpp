@@ -18,7 +18,7 @@ namespace {
 
 constexpr uint32_t kScale = 1000000000 / MkvHead::kTimestampScale;
 constexpr int64_t kNanosecondsPerTick = MkvHead::kTimestampScale;
-constexpr int64_t kLongestCluster = 3 * int64_t{kScale};
+constexpr int64_t kLongestCluster = 5 * int64_t{kScale};
 constexpr int64_t kLongestWait = kScale;
 constexpr uint32_t kMostWaiting = 8u << 20;  // bytes
 constexpr uint32_t kLargestFrame = 0x0C000000;
@@ -83,6 +83,14 @@ uint64_t Nanoseconds(const MXFrameInfo& frame) {
     const auto times = ReadFrameTimes(frame);
     if (!times || times->duration <= 0) return 0;
     return static_cast<uint64_t>(std::max<int64_t>(Rescale(times->duration, times->time_scale, 1000000000), 0));
+}
+
+// Nanoseconds that the first frame of sound lies ahead of 0, which are finer than its ticks where the record has them.
+uint64_t CodecDelay(const MXFrameInfo& frame, const FrameTime& time) {
+    const auto times = ReadFrameTimes(frame);
+    const bool as_given = times && Rescale(times->pts, times->time_scale, kScale) == time.pts;
+    return static_cast<uint64_t>(as_given ? -Rescale(times->pts, times->time_scale, 1000000000)
+                                          : -time.pts * kNanosecondsPerTick);
 }
 
 }  // namespace
@@ -281,7 +289,7 @@ void CXmkvPacket::OpenAudio(const MXFrameInfo& frame, const AudioMeasure& measur
     // Sound ahead of 0 is what the decoder takes to get going.
     if (time.pts < 0) {
         audio_.delay = -time.pts;
-        track.codec_delay = static_cast<uint64_t>(audio_.delay * kNanosecondsPerTick);
+        track.codec_delay = CodecDelay(frame, time);
     }
     audio_.next = time.dts;
     if (!first_time_) first_time_ = time.dts;
@@ -389,7 +397,7 @@ bool CXmkvPacket::NeedsCluster(const Block& block, int64_t time) const {
     if (block.key && block.track == MkvHead::kVideoTrack) return true;
     const int64_t relative = time - cluster_.time;
     return relative > std::numeric_limits<int16_t>::max() || relative < std::numeric_limits<int16_t>::min() ||
-           block.time.dts - cluster_.begun > kLongestCluster;
+           block.time.dts - cluster_.begun >= kLongestCluster;
 }
 
 // The time of a cluster is not behind that of any block to come: pictures are shown when they are decoded or later, and

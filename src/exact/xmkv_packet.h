@@ -12,9 +12,10 @@
 
 namespace Orvane::Muxora {
 
-// Matroska with absolute times (RFC 9559) in ticks of 100 us, one block of output a frame: fine enough that no two
-// frames of any rate fall together and that a rate can be told from them, and coarse enough that the 16 bits of a
-// block's time hold a cluster of three seconds. Clusters begin at key frames, or where the 16 bits end.
+// Matroska with absolute times (RFC 9559) in ticks of 200 us, one block of output a frame: whole milliseconds
+// keep their value, no two frames of any rate fall together, and the 16 bits of a block's time hold a cluster of five
+// seconds with room for reordering. Clusters begin at key frames; one that has come to five seconds ends ahead of the
+// next frame.
 //
 // The tracks stand in the head, so frames wait until both streams have shown what they are: until then nothing goes
 // out. A stream that has not come after a second of media (MXHeaderInfo tells which ones will) has no track, and its

@@ -124,7 +124,7 @@ TEST_F(XmkvPacket, TheHeadWaitsForBothStreams) {
     EXPECT_EQ(stream->blocks[0].note.kind, static_cast<uint32_t>(MX_BLOCK_HEADER));
     EXPECT_EQ(stream->blocks[1].note.flags, static_cast<uint32_t>(MX_BLOCK_VIDEO | MX_BLOCK_KEY));
     EXPECT_EQ(stream->blocks[2].note.flags, static_cast<uint32_t>(MX_BLOCK_AUDIO));
-    EXPECT_EQ(stream->blocks[2].note.time_scale, 10000u);
+    EXPECT_EQ(stream->blocks[2].note.time_scale, 5000u);
     // A head, a cluster of unknown size at a known time, blocks.
     EXPECT_EQ(Slice(stream->blocks[1].data, 0, 22),
               Bytes("1F 43 B6 75 01 FF FF FF FF FF FF FF E7 88 00 00 00 00 00 00 00 00"));
@@ -153,9 +153,9 @@ TEST_F(XmkvPacket, TheTracksAreTold) {
     EXPECT_EQ(audio.One(0x63A2).value, Bytes("11 90"));
     EXPECT_EQ(audio.One(0xE1).One(0xB5).Float(), 48000.0);
     EXPECT_EQ(audio.One(0xE1).One(0x9F).UInt(), 2u);
-    // 21.3 ms of sound ahead of 0.
-    EXPECT_EQ(audio.One(0x56AA).UInt(), 21300000u);
-    EXPECT_EQ(segment.One(0x1549A966).One(0x2AD7B1).UInt(), 100000u);
+    // 1024 samples of sound ahead of 0.
+    EXPECT_EQ(audio.One(0x56AA).UInt(), 21333333u);
+    EXPECT_EQ(segment.One(0x1549A966).One(0x2AD7B1).UInt(), 200000u);
 }
 
 TEST_F(XmkvPacket, ShapeAndColourOfThePixels) {
@@ -187,9 +187,9 @@ TEST_F(XmkvPacket, BlocksHoldPresentationTimes) {
     const auto blocks = cluster.All(0xA3);
     ASSERT_EQ(blocks.size(), 3u);
     // 66.73, 166.83 and 100.1 ms.
-    EXPECT_EQ(Slice(blocks[0]->value, 0, 4), Bytes("81 02 9B 80"));
-    EXPECT_EQ(Slice(blocks[1]->value, 0, 4), Bytes("81 06 84 00"));
-    EXPECT_EQ(Slice(blocks[2]->value, 0, 4), Bytes("81 03 E9 00"));
+    EXPECT_EQ(Slice(blocks[0]->value, 0, 4), Bytes("81 01 4E 80"));
+    EXPECT_EQ(Slice(blocks[1]->value, 0, 4), Bytes("81 03 42 00"));
+    EXPECT_EQ(Slice(blocks[2]->value, 0, 4), Bytes("81 01 F5 00"));
     EXPECT_EQ(Slice(blocks[1]->value, 4, 13), Bytes("00 00 00 03 41 9A 02 00 00 00 02 41 11"));
 }
 
@@ -201,24 +201,74 @@ TEST_F(XmkvPacket, AnotherDurationThanTheTracksIsStated) {
     const Element& cluster = segment.One(0x1F43B675);
     EXPECT_EQ(cluster.All(0xA3).size(), 1u);
     const Element& group = cluster.One(0xA0);
-    EXPECT_EQ(Slice(group.One(0xA1).value, 0, 4), Bytes("81 01 90 00"));
-    EXPECT_EQ(group.One(0x9B).UInt(), 800u);
-    EXPECT_EQ(static_cast<int64_t>(group.One(0xFB).UInt()), -400);
+    EXPECT_EQ(Slice(group.One(0xA1).value, 0, 4), Bytes("81 00 C8 00"));
+    EXPECT_EQ(group.One(0x9B).UInt(), 400u);
+    EXPECT_EQ(static_cast<int64_t>(group.One(0xFB).UInt()), -200);
 }
 
-TEST_F(XmkvPacket, ClustersBeginAtKeyFramesAndEndAfterThreeSeconds) {
+// 25 pictures a second: one cluster a GOP, and of a GOP of eight seconds one of five and one of three.
+TEST_F(XmkvPacket, ClustersAreGopsOfFiveSecondsAtMost) {
     stream->Open(MX_VIDEO_H264, 0);
-    for (int i = 0; i < 250; ++i)
-        stream->Video(i % 200 == 0 ? Key() : Inter(), i % 200 == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600);
+    for (int i = 0; i < 450; ++i) {
+        const bool key = i == 0 || i == 200 || i == 325 || i == 449;
+        stream->Video(key ? Key() : Inter(), key ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600);
+    }
+    stream->Close();
+    const Element segment = Segment();
+    std::vector<uint64_t> times;
+    std::vector<size_t> pictures;
+    for (const Element* cluster : segment.All(0x1F43B675)) {
+        times.push_back(cluster->One(0xE7).UInt());
+        pictures.push_back(cluster->All(0xA3).size());
+        EXPECT_NE(cluster->size, kUnknown);
+    }
+    EXPECT_EQ(times, (std::vector<uint64_t>{0, 25000, 40000, 65000, 89800}));
+    EXPECT_EQ(pictures, (std::vector<size_t>{125, 75, 125, 124, 1}));
+}
+
+// A GOP of five seconds with sound between its pictures is one cluster; so is sound alone, five seconds at a time.
+TEST_F(XmkvPacket, SoundDividesNoGop) {
+    stream->Open();
+    int64_t samples = 0;
+    for (int i = 0; i < 251; ++i) {
+        stream->Video(i % 125 == 0 ? Key() : Inter(), i % 125 == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600);
+        for (; samples < (i + 1) * 1920; samples += 1024)
+            stream->Audio(test::Adts(Bytes("21")), samples, 1024);
+    }
+    stream->Close();
+    std::vector<uint64_t> times;
+    const Element both = Segment();
+    for (const Element* cluster : both.All(0x1F43B675))
+        times.push_back(cluster->One(0xE7).UInt());
+    EXPECT_EQ(times, (std::vector<uint64_t>{0, 25000, 50000}));
+
+    stream = ExactStream::Of<CXmkvPacket>(MX_FORMAT_XMKV);
+    stream->Open(0, MX_AUDIO_ALAW);
+    for (int i = 0; i < 501; ++i)  // 20 ms each
+        stream->Audio(ByteVector(160, 0x55), i * 160, 160, 8000, MX_AUDIO_ALAW);
+    stream->Close();
+    times.clear();
+    const Element alone = Segment();
+    for (const Element* cluster : alone.All(0x1F43B675))
+        times.push_back(cluster->One(0xE7).UInt());
+    EXPECT_EQ(times, (std::vector<uint64_t>{0, 25000, 50000}));
+}
+
+// 6.5534 s behind its cluster is the last place that a block can state; the picture behind that gets its own cluster.
+TEST_F(XmkvPacket, WhatSixteenBitsDoNotReachBeginsACluster) {
+    stream->Open(MX_VIDEO_H264, 0);
+    stream->Video(Key(), MX_SUB_I, 0, 0, 100, 5000);
+    stream->Video(Inter(), MX_SUB_P, 100, 32767, 100, 5000);
+    stream->Video(Inter(), MX_SUB_P, 200, 32768, 100, 5000);
+    stream->Video(Inter(), MX_SUB_B, 300, 300, 100, 5000);
     stream->Close();
     const Element segment = Segment();
     const auto clusters = segment.All(0x1F43B675);
-    std::vector<uint64_t> times;
-    for (const Element* cluster : clusters) {
-        times.push_back(cluster->One(0xE7).UInt());
-        EXPECT_NE(cluster->size, kUnknown);
-    }
-    EXPECT_EQ(times, (std::vector<uint64_t>{0, 30400, 60800, 80000}));
+    ASSERT_EQ(clusters.size(), 2u);
+    EXPECT_EQ(Slice(clusters[0]->All(0xA3).at(1)->value, 0, 4), Bytes("81 7F FF 00"));
+    EXPECT_EQ(clusters[1]->One(0xE7).UInt(), 200u);
+    EXPECT_EQ(Slice(clusters[1]->All(0xA3).at(0)->value, 0, 4), Bytes("81 7F 38 00"));
+    EXPECT_EQ(Slice(clusters[1]->All(0xA3).at(1)->value, 0, 4), Bytes("81 00 64 00"));
 }
 
 TEST_F(XmkvPacket, LongTimesKeepTheirBits) {
@@ -227,7 +277,7 @@ TEST_F(XmkvPacket, LongTimesKeepTheirBits) {
     for (int i = 0; i < 5; ++i)
         stream->Video(i == 0 ? Key() : Inter(), i == 0 ? MX_SUB_I : MX_SUB_P, year + i * 3600, year + i * 3600, 3600);
     const Element segment = Segment();
-    EXPECT_EQ(segment.One(0x1F43B675).One(0xE7).UInt(), uint64_t{10000} * 86400 * 365);
+    EXPECT_EQ(segment.One(0x1F43B675).One(0xE7).UInt(), uint64_t{5000} * 86400 * 365);
 }
 
 TEST_F(XmkvPacket, TheEndCompletesTheFile) {
@@ -238,7 +288,7 @@ TEST_F(XmkvPacket, TheEndCompletesTheFile) {
     const ByteVector file = stream->File();
     const Element segment = Segment();
     EXPECT_EQ(segment.data + segment.size, file.size());
-    EXPECT_EQ(segment.One(0x1549A966).One(0x4489).Float(), 20000.0);
+    EXPECT_EQ(segment.One(0x1549A966).One(0x4489).Float(), 10000.0);
     // Every place of the SeekHead is that of its element.
     for (const Element* seek : segment.One(0x114D9B74).All(0x4DBB)) {
         const auto id = static_cast<uint32_t>(seek->One(0x53AB).UInt());
@@ -249,7 +299,7 @@ TEST_F(XmkvPacket, TheEndCompletesTheFile) {
     const auto clusters = segment.All(0x1F43B675);
     ASSERT_EQ(cues.size(), 2u);
     for (size_t i = 0; i < 2; ++i) {
-        EXPECT_EQ(cues[i]->One(0xB3).UInt(), i * 10000);
+        EXPECT_EQ(cues[i]->One(0xB3).UInt(), i * 5000);
         const Element& place = cues[i]->One(0xB7);
         EXPECT_EQ(place.One(0xF7).UInt(), 1u);
         EXPECT_EQ(segment.data + place.One(0xF1).UInt(), clusters[i]->position);
