@@ -66,6 +66,16 @@ void DescribePicture(Mp4Entry& entry, const SpsDetails& details) {
 
 }  // namespace
 
+// A front end that makes no header is one that hands a block out after the call: it must outlive the frame that ended
+// the fragment.
+uint32_t CFragmentedMp4::createHeader(MXHeaderInfo* info, uint32_t unused) {
+    const uint32_t result = CExactPackage::createHeader(info, unused);
+    if (result != MX_OK) return result;
+    video_.samples.Keep(false);
+    audio_.samples.Keep(false);
+    return MX_OK;
+}
+
 uint32_t CFragmentedMp4::SetFragmentParam(const MXFragmentParam& param) {
     if (IsOpen() || tracks_known_) return MX_FAILED;
     if (param.mode > MX_FRAGMENT_CHUNK || param.tracks > MX_TRACKS_AUDIO) return MX_FAILED;

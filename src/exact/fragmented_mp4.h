@@ -23,6 +23,7 @@ namespace Orvane::Muxora {
 // A fragment holds 64 MiB or a minute at most, whatever the caller wished; a frame of more than 512 MiB is refused.
 class CFragmentedMp4 : public CExactPackage {
   public:
+    uint32_t createHeader(MXHeaderInfo* info, uint32_t unused) final;
     uint32_t SetFragmentParam(const MXFragmentParam& param) final;
     bool checkFrame(const MXFrameInfo* frame) const override;
     uint32_t getEncodeCapacity(uint32_t type, const void** table, uint32_t* count) const override;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 #include "core/clock.h"
 #include "exact/fragment_flags.h"
@@ -115,6 +116,7 @@ uint64_t FragmentTrack::Duration() const {
 void FragmentTrack::Clear() {
     samples_.clear();
     media_.Clear();
+    if (keeps_) std::swap(media_, spare_);
 }
 
 // Decoding times rise, by a minute and the longest duration at most; only the finest scales reach 32 bits with that.

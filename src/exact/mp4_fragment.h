@@ -35,6 +35,7 @@ class FragmentTrack {
             samples_.reserve(samples_.size() + std::max(count, samples_.size() + kFirstSamples));
         }
         media_.Reserve(bytes);
+        if (keeps_) spare_.Reserve(bytes);
     }
     // Where the bytes of the next sample go; Add takes them in with the sample.
     uint8_t* Place(size_t bytes) { return media_.Reserve(bytes); }
@@ -56,6 +57,8 @@ class FragmentTrack {
     // Ticks from the first sample to the end of the last.
     uint64_t Duration() const;
     void Clear();
+    // Do bytes stay good behind Clear, until the next Reserve? At first they do; it takes a second buffer.
+    void Keep(bool keeps) { keeps_ = keeps; }
 
   private:
     static constexpr size_t kFirstSamples = 16;
@@ -64,6 +67,8 @@ class FragmentTrack {
 
     std::vector<Mp4Sample> samples_;
     MediaBuffer media_;
+    MediaBuffer spare_;
+    bool keeps_ = true;
     uint32_t last_duration_ = 0;
 };
 

@@ -1,6 +1,7 @@
 // The formats with exact times through the stream component.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -41,6 +42,38 @@ TEST(ExactStream, AnInitialisationSegmentLastsUntilTheNextFrame) {
     EXPECT_EQ(test::Slice(data, 36, 4), test::Text("moov"));
     const size_t moov = size_t{data[32]} << 24 | size_t{data[33]} << 16 | size_t{data[34]} << 8 | data[35];
     EXPECT_EQ(32 + moov, data.size());
+}
+
+// The picture that ends a segment does not get into the segment's bytes.
+TEST(ExactStream, ASegmentLastsUntilTheNextFrame) {
+    CMuxora stream("fmp4");
+    Basalt::TSharedPtr<IMuxoraData> packet;
+    for (uint8_t i = 0; i < 60; ++i) {
+        ByteVector picture = i % 30 == 0 ? test::KeyFrameOfAnEncoder() : test::PFrame(i);
+        picture.resize(3000, static_cast<uint8_t>(0x40 + i));
+        const AttributeMap video = {{"frametype", 86},
+                                    {"framesubtype", i % 30 == 0 ? 1 : 2},
+                                    {"encodetype", 2},
+                                    {"width", 1920},
+                                    {"height", 1080},
+                                    {"rate", 25},
+                                    {"timestamp", 1000 + 40 * i}};
+        ASSERT_TRUE(stream.inputFrame(picture.data(), static_cast<unsigned>(picture.size()), video));
+        Basalt::TSharedPtr<IMuxoraData> next;
+        if (stream.getPacket(next)) packet = next;
+        if (i == 30) break;
+    }
+    ASSERT_NE(packet, nullptr);
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(packet->getBuffer());
+    const ByteVector data(bytes, bytes + packet->getLen());
+    ASSERT_GT(data.size(), 29u * 2900);
+    const auto holds = [&](uint8_t byte) {
+        const ByteVector run(2000, byte);
+        return std::search(data.begin(), data.end(), run.begin(), run.end()) != data.end();
+    };
+    EXPECT_TRUE(holds(0x40));
+    EXPECT_TRUE(holds(0x40 + 29));
+    EXPECT_FALSE(holds(0x40 + 30));
 }
 
 }  // namespace
