@@ -7,6 +7,8 @@
 #   wine.sh --end      ends that server
 set -eu
 top=$(cd "$(dirname "$0")/.." && pwd)
+# Wine names files in the locale's encoding: without UTF-8 it can make none beyond ASCII.
+export LC_ALL=C.UTF-8
 export WINEDEBUG=${WINEDEBUG:--all} WINEDLLOVERRIDES='mscoree,mshtml,winemenubuilder.exe=' DISPLAY=
 export WINEPREFIX=${WINEPREFIX:-$top/build/wine}
 mkdir -p "$WINEPREFIX"
