@@ -362,7 +362,7 @@ TEST(Pack, FormsByPathKeepEveryTime) {
         return found;
     };
     for (const Form form : {Form{"mp4", "hmp4", 1e-5}, Form{"mkv", "xmkv", 2e-4}, Form{"flv", "xflv", 1e-3},
-                            Form{"ts", "xts", 1e-4}, Form{"m4s", "fmp4", 1e-5}, Form{"cmfv", "fmp4", 1e-5}}) {
+                            Form{"ts", "xts", 1.0 / 90000}, Form{"m4s", "fmp4", 1e-5}, Form{"cmfv", "fmp4", 1e-5}}) {
         const std::string out = WorkPath(std::string("exact.") + form.extension);
         const auto run = Muxora({"pack", film + ".mp4", "-o", out, "--strict"});
         ASSERT_EQ(run.exit_code, 0) << run.err;
