@@ -1,27 +1,46 @@
 #!/usr/bin/env bash
 # Runs every fuzz target of a folder for a bounded time: scripts/fuzz.sh BIN. SECONDS_EACH (20) is the time of each; the
 # seeds under fuzz/corpus come first. Findings go to the folder fuzz-findings.
+#
+# HOURS in the place of SECONDS_EACH is for all targets together. KEEP=FOLDER keeps in FOLDER/TARGET what was found to reach something new, makes it small again at the end, and begins
+# with it the next time. TARGETS="fuzz_iso fuzz_ts" takes these alone, JOBS=1 one after the other.
 set -eu
 bin=$(realpath "$1")
 cd "$(dirname "$0")/.."
 mkdir -p fuzz-findings
+export KEEP=${KEEP:+$(realpath -m "$KEEP")}
 
 run() {
-    local target=$1 name work
+    local target=$1 name work corpus
     name=$(basename "$target")
     work=$(mktemp -d)
-    local folders=("$work/corpus")
-    mkdir "$work/corpus"
+    corpus=${KEEP:+$KEEP/$name}
+    corpus=${corpus:-$work/corpus}
+    mkdir -p "$corpus"
+    local folders=("$corpus")
     [ ! -d "fuzz/corpus/${name#fuzz_}" ] || folders+=("fuzz/corpus/${name#fuzz_}")
-    # What the library prints is no finding.
-    if ! "$target" "${folders[@]}" -max_total_time="${SECONDS_EACH:-20}" -max_len=4096 -timeout=10 \
+    if ! "$target" "${folders[@]}" -max_total_time="${SECONDS_EACH:-20}" -max_len=16384 -timeout=20 -dict=fuzz/media.dict \
         -rss_limit_mb=2048 -artifact_prefix="fuzz-findings/$name-" -print_final_stats=1 >/dev/null 2>"$work/log"; then
         tail -n 60 "$work/log"
         echo "$name: FAILED; the input is in fuzz-findings/" >&2
         return 1
     fi
-    echo "$name: $(sed -n 's/.*number_of_executed_units: *//p' "$work/log") runs, no finding"
+    awk -v name="$name" '/number_of_executed_units/ { runs = $2 } /average_exec_per_sec/ { rate = $2 }
+        / cov: / { for (i = 1; i < NF; ++i) if ($i == "cov:") edges = $(i + 1) }
+        END { printf "%-20s %9d runs  %6d a second  %6d edges  no finding\n", name, runs, rate, edges }' "$work/log"
+    if [ -n "$KEEP" ]; then
+        mkdir "$work/small"
+        "$target" -merge=1 -max_len=16384 "$work/small" "${folders[@]}" >/dev/null 2>&1
+        rm -rf "$corpus"
+        mv "$work/small" "$corpus"
+    fi
     rm -rf "$work"
 }
 export -f run
-printf '%s\n' "$bin"/fuzz_* | xargs -P "$(nproc)" -I{} bash -c 'run {}'
+jobs=${JOBS:-$(nproc)}
+targets=()
+for target in ${TARGETS:-$(cd "$bin" && echo fuzz_*)}; do targets+=("$bin/$target"); done
+if [ -n "${HOURS:-}" ]; then
+    export SECONDS_EACH=$(((HOURS * 3600 * jobs + ${#targets[@]} - 1) / ${#targets[@]}))
+fi
+printf '%s\n' "${targets[@]}" | xargs -P "$jobs" -I{} bash -c 'run {}'

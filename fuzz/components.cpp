@@ -1,0 +1,312 @@
+// Both components: frames with any attributes, packets of any size, and every other operation in any order. Where the
+// C interface makes the same format, the two must give the same bytes.
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "Muxora.h"
+#include "MuxoraExt.h"
+#include "api/attribute_map.h"
+#include "core/clock.h"
+#include "harness/file.h"
+#include "harness/frames.h"
+#include "harness/input.h"
+
+namespace {
+
+using namespace Orvane::Muxora;
+using fuzz::Input;
+using fuzz::Require;
+
+constexpr uint32_t kNone = UINT32_MAX;
+
+struct Key {
+    const char* key;
+    uint32_t format;  // of the C interface
+};
+constexpr Key kStreams[] = {{"ovx", MX_FORMAT_OVX},        {"asf", MX_FORMAT_ASF_STREAM},
+                            {"flv", MX_FORMAT_FLV_STREAM}, {"rtp", MX_FORMAT_RTP},
+                            {"ts", MX_FORMAT_TS},          {"ps", MX_FORMAT_PS},
+                            {"ovps", MX_FORMAT_PS_OV},     {"gaysps", MX_FORMAT_PS_GAYS},
+                            {"gdps", MX_FORMAT_PS_GD},     {"fmp4", MX_FORMAT_FMP4},
+                            {"xts", MX_FORMAT_XTS},        {"xmkv", MX_FORMAT_XMKV},
+                            {"XFLV", MX_FORMAT_XFLV},      {"nothing", kNone}};
+constexpr Key kFiles[] = {{"mp4", MX_FORMAT_MP4},      {"mov", MX_FORMAT_MOV},      {"3gp", kNone},
+                          {"mp464", MX_FORMAT_MP4_64}, {"asf", MX_FORMAT_ASF},      {"mkv", MX_FORMAT_MKV},
+                          {"avi", MX_FORMAT_AVI},      {"ovx", MX_FORMAT_OVX},      {"flv", MX_FORMAT_FLV},
+                          {"wav", MX_FORMAT_WAV},      {"MOV64", MX_FORMAT_MOV_64}, {"mp4noseek", MX_FORMAT_MP4_NOSEEK},
+                          {"hmp4", MX_FORMAT_HMP4},    {"fmp4", MX_FORMAT_FMP4},    {"", kNone}};
+
+constexpr const char* kNames[] = {
+    "bitrate",
+    "bitspersample",
+    "channels",
+    "day",
+    "deinterlace",
+    "dts",
+    "duration",
+    "height",
+    "hour",
+    "m_slice",
+    "macurchannel",
+    "matotalchannels",
+    "minute",
+    "month",
+    "n_slice",
+    "pts",
+    "rate",
+    "rotationangle",
+    "samplespersec",
+    "second",
+    "timescale",
+    "tpcompanytype",
+    "tpstreamheaderlen",
+    "width",
+    "year",
+    "blockpos_left_1",
+    "blockpos_top_1",
+    "blockpos_right_2",
+    "blockdata_offset_1",
+    "unknown",
+};
+constexpr uint32_t kKinds[] = {86, 86, 65, 65, 88};
+constexpr uint32_t kSubKinds[] = {1, 2, 3, 9, 25, 26, 27};
+constexpr uint32_t kVideo[] = {2, 5, 1, 3, 6, 7, 4};
+constexpr uint32_t kAudio[] = {33, 28, 31, 30, 21, 38, 22};
+
+AttributeMap Attributes(Input& in) {
+    AttributeMap out;
+    const uint8_t absent = in.U8();
+    const uint32_t kind = in.Choose(kKinds);
+    if (absent < 250) out["frametype"] = kind;
+    if (absent < 252) out["framesubtype"] = in.Choose(kSubKinds);
+    if (absent < 254) out["encodetype"] = kind == FRAME_KIND_VIDEO ? in.Choose(kVideo) : in.Choose(kAudio);
+    if (absent < 255) out["timestamp"] = in.Number();
+    for (uint8_t count = in.U8() % 8; count != 0; --count) {
+        const char* const name = kNames[in.U8() % std::size(kNames)];
+        const uint8_t width = in.U8();
+        out[name] = width < 250 ? static_cast<long long>(in.Number()) : static_cast<long long>(in.U64());
+    }
+    return out;
+}
+
+// A block of memory that ends where the frame does; RTP may read one byte more.
+struct Bytes {
+    explicit Bytes(Input& in) {
+        size_t count = in.U16() % 3000;
+        const uint8_t* const first = in.Take(count);
+        size = static_cast<unsigned>(count);
+        data = static_cast<uint8_t*>(std::malloc(count + 1));
+        Require(data != nullptr);
+        if (count != 0) std::memcpy(data, first, count);
+        data[count] = 0xA5;
+    }
+    ~Bytes() { std::free(data); }
+    Bytes(const Bytes&) = delete;
+    Bytes& operator=(const Bytes&) = delete;
+
+    uint8_t* data;
+    unsigned size;
+};
+
+// All that the C interface makes of the same frames: the blocks of each.
+class CSide {
+  public:
+    CSide(uint32_t format) {
+        MXCreateParam param{};
+        param.user = this;
+        param.output = [](const MXOutputBlock* block, void* user) {
+            auto& self = *static_cast<CSide*>(user);
+            const auto* const data = static_cast<const uint8_t*>(block->data);
+            self.last.assign(data, data + block->length);
+            self.any = true;
+            return fuzz::File::Take(block, &self.file);
+        };
+        handle_ = MX_CreateHandle(format, &param);
+        Require(handle_ != nullptr);
+        MX_CreateHeader(handle_, nullptr);
+    }
+    ~CSide() { MX_DestroyHandle(handle_); }
+    CSide(const CSide&) = delete;
+    CSide& operator=(const CSide&) = delete;
+
+    bool Give(const AttributeMap& attributes, const Bytes& bytes) {
+        // Some formats change the frame.
+        std::vector<uint8_t> copy(bytes.data, bytes.data + bytes.size + 1);
+        MXFrameInfo frame{};
+        converter_.Fill(attributes, frame);
+        frame.size = sizeof frame;
+        frame.frame_pointer = copy.data();
+        frame.frame_size = bytes.size;
+        any = false;
+        return MX_InputFrame(handle_, &frame) == MX_OK;
+    }
+    void End() { MX_CreateTailer(handle_, nullptr); }
+
+    fuzz::File file;
+    std::vector<uint8_t> last;
+    bool any = false;
+
+  private:
+    MXHandle handle_;
+    CFrameAttributes converter_;
+};
+
+void CompareStreams(const Key& key, Input& in) {
+    if (key.format == kNone || key.format == MX_FORMAT_OVX || key.format == MX_FORMAT_RTP) return;
+    CSide other(key.format);
+    CMuxora component(key.key);
+    while (!in.Empty()) {
+        const AttributeMap attributes = Attributes(in);
+        Bytes bytes(in);
+        const bool took = other.Give(attributes, bytes);
+        Require(component.inputFrame(bytes.data, bytes.size, attributes) == took);
+        Basalt::TSharedPtr<IMuxoraData> packet;
+        const bool got = component.getPacket(packet);
+        Require(got == other.any);
+        if (!got) continue;
+        Require(packet->getLen() == other.last.size());
+        Require(packet->getLen() == 0 || std::memcmp(packet->getBuffer(), other.last.data(), packet->getLen()) == 0);
+    }
+}
+
+void CompareFiles(const Key& key, Input& in) {
+    if (key.format == kNone) return;
+    CSide other(key.format);
+    fuzz::File file;
+    CFilePackage component(key.key);
+    Require(component.open([&](AttributeMap& place, IMuxoraData& data) {
+        if (place["offsettype"] == MX_SEEK_ABSOLUTE) {
+            file.Put(static_cast<uint64_t>(place["fileoffset"]), data.getBuffer(), data.getLen());
+        } else {
+            file.Append(data.getBuffer(), data.getLen());
+        }
+        return true;
+    }));
+    while (!in.Empty()) {
+        const AttributeMap attributes = Attributes(in);
+        Bytes bytes(in);
+        const bool took = other.Give(attributes, bytes);
+        Require(component.inputFrame(bytes.data, bytes.size, attributes) == took);
+    }
+    other.End();
+    Require(component.close());
+    Require(file.bytes == other.file.bytes);
+}
+
+void UseFile(const Key& key, Input& in) {
+    CFilePackage component(key.key);
+    uint64_t sum = 0;
+    const auto write = [&](AttributeMap& place, IMuxoraData& data) {
+        sum += static_cast<uint64_t>(place["fileoffset"]);
+        for (unsigned i = 0; i < data.getLen(); i += 61)
+            sum += static_cast<uint8_t>(data.getBuffer()[i]);
+        if (sum % 11 == 0) throw std::string("no");
+        return sum % 3 == 0;
+    };
+    while (!in.Empty()) {
+        const uint8_t call = in.U8();
+        if (call < 160) {
+            const AttributeMap attributes = Attributes(in);
+            Bytes bytes(in);
+            component.inputFrame(in.U8() == 255 ? nullptr : bytes.data, bytes.size, attributes);
+        } else if (call < 190) {
+            component.open(write);
+        } else if (call < 192) {
+            component.open(IFilePackage::WriteFunction());
+        } else if (call < 220) {
+            Basalt::TSharedPtr<IMuxoraData> snapshot;
+            AttributeMap place;
+            if (component.getbackup(snapshot, place)) Require(snapshot->getLen() != 0 && place.count("seekpos") == 1);
+        } else if (call < 230) {
+            const void* table = nullptr;
+            int count = 0;
+            component.getPacketCapacity(static_cast<CapacityType>(in.U8() % 3), &table, &count);
+        } else if (call < 234) {
+            component.open("/proc/self/nowhere");
+        } else if (call < 238) {
+            component.close();
+        } else {
+            component.getVersion();
+        }
+    }
+}
+
+void UseStream(const Key& key, Input& in) {
+    CMuxora component(key.key);
+    Basalt::CPacket packet;
+    static constexpr const char* kParams[] = {"max_rtp_packet_length",
+                                              "rtp_sequence_number",
+                                              "rtp_timestamp",
+                                              "rtp_ssrc",
+                                              "rtp_audio_sample",
+                                              "rtp_payload_type",
+                                              "rtp_audio_payload_type",
+                                              "rtp_packet_output_all_flag",
+                                              "other"};
+    static constexpr const char* kData[] = {"rtp_custom_data", "rtp_audio_custom_data", "rtp_extension_data", "other"};
+    while (!in.Empty()) {
+        const uint8_t call = in.U8();
+        Basalt::TSharedPtr<IMuxoraData> data;
+        if (call < 90) {
+            const AttributeMap attributes = Attributes(in);
+            Bytes bytes(in);
+            component.inputFrame(in.U8() == 255 ? nullptr : bytes.data, bytes.size, attributes);
+        } else if (call < 190) {
+            const uint8_t kind = in.U8();
+            if (kind < 100) packet = Basalt::CPacket(in.Number() % 100000);
+            if (kind > 60 && kind < 120) packet.resize(in.U16());
+            const AttributeMap attributes = Attributes(in);
+            Bytes bytes(in);
+            component.inputFrameEx(bytes.data, bytes.size, attributes, packet);
+            Require(packet.size() <= packet.capacity());
+        } else if (call < 210) {
+            if (component.getPacket(data) && data->getLen() != 0) Require(data->getBuffer() != nullptr);
+        } else if (call < 225) {
+            const char* const name = kParams[in.U8() % std::size(kParams)];
+            component.setParam(name, static_cast<long long>(in.Number()));
+            long long value = 0;
+            component.getParam(name, value);
+        } else if (call < 240) {
+            const std::vector<uint8_t> bytes = in.Bytes(in.U8());
+            component.setExtInfo(kData[in.U8() % std::size(kData)], bytes.data(), static_cast<unsigned>(bytes.size()));
+            component.getExtInfo(in.U8() % 2 != 0 ? CMuxora::extensionDataKey() : kData[2], data);
+        } else if (call < 250) {
+            const void* table = nullptr;
+            int count = 0;
+            component.getPacketCapacity(static_cast<CapacityType>(in.U8() % 3), &table, &count);
+        } else {
+            component.getVersion();
+        }
+    }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
+    MX_SetMessageFunction([](const char* /*text*/, void* /*user*/) {}, nullptr);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2) return 0;
+    const Orvane::Muxora::ScopedClock clock(1700000000);
+    std::srand(1);
+    Input in(data + 2, size - 2);
+    switch (data[0] % 4) {
+        case 0:
+            UseStream(kStreams[data[1] % std::size(kStreams)], in);
+            break;
+        case 1:
+            UseFile(kFiles[data[1] % std::size(kFiles)], in);
+            break;
+        case 2:
+            CompareStreams(kStreams[data[1] % std::size(kStreams)], in);
+            break;
+        default:
+            CompareFiles(kFiles[data[1] % std::size(kFiles)], in);
+    }
+    return 0;
+}
