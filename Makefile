@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan
+.PHONY: fuzz-long mutate serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -53,6 +53,13 @@ asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined b
 fuzz: setup build/fuzz/build.ninja ## Every fuzz target for a bounded time (SECONDS_EACH=20)
 	@cmake --build --preset fuzz
 	@scripts/fuzz.sh build/fuzz/bin
+
+fuzz-long: setup build/fuzz/build.ninja ## All fuzz targets together for HOURS=1, from the corpus that the last run kept
+	@cmake --build --preset fuzz
+	@HOURS=$(or $(HOURS),1) KEEP=build/fuzz-corpus scripts/fuzz.sh build/fuzz/bin
+
+mutate: setup ## One token of the library changed at a time: what no test notices (COUNT=1000, hours)
+	@scripts/mutate.py --count $(or $(COUNT),1000)
 
 reproducible: setup ## The library built twice, in two folders: the same bytes
 	@scripts/reproducible.sh

@@ -114,7 +114,7 @@ struct Bytes {
 // All that the C interface makes of the same frames: the blocks of each.
 class CSide {
   public:
-    CSide(uint32_t format) {
+    explicit CSide(uint32_t format) {
         MXCreateParam param{};
         param.user = this;
         param.output = [](const MXOutputBlock* block, void* user) {
@@ -154,8 +154,23 @@ class CSide {
     CFrameAttributes converter_;
 };
 
+// The component for streams asks its format for no header: where a header has bytes, or opens what frames go into, the
+// two differ, and so do OVX and RTP, which keep their own numbers.
+bool SameOverBothInterfaces(uint32_t format) {
+    switch (format) {
+        case kNone:
+        case MX_FORMAT_OVX:
+        case MX_FORMAT_RTP:
+        case MX_FORMAT_XFLV:
+        case MX_FORMAT_XMKV:
+            return false;
+        default:
+            return true;
+    }
+}
+
 void CompareStreams(const Key& key, Input& in) {
-    if (key.format == kNone || key.format == MX_FORMAT_OVX || key.format == MX_FORMAT_RTP) return;
+    if (!SameOverBothInterfaces(key.format)) return;
     CSide other(key.format);
     CMuxora component(key.key);
     while (!in.Empty()) {

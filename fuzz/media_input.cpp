@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const std::string path = folder.Write(std::string("in.") + kEndings[data[0] % 12], data + 1, size - 1);
     InputOptions options;
-    options.long_start_codes = data[0] & 16;
+
     options.frame_rate = data[0] & 32 ? 25 : 0;
     options.duration_ms = 10000;
     try {

@@ -2,8 +2,9 @@
 # Runs every fuzz target of a folder for a bounded time: scripts/fuzz.sh BIN. SECONDS_EACH (20) is the time of each; the
 # seeds under fuzz/corpus come first. Findings go to the folder fuzz-findings.
 #
-# HOURS in the place of SECONDS_EACH is for all targets together. KEEP=FOLDER keeps in FOLDER/TARGET what was found to reach something new, makes it small again at the end, and begins
-# with it the next time. TARGETS="fuzz_iso fuzz_ts" takes these alone, JOBS=1 one after the other.
+# HOURS in the place of SECONDS_EACH is for all targets together. KEEP=FOLDER keeps in FOLDER/TARGET what was found to
+# reach something new, makes it small again at the end, and begins with it the next time. TARGETS="fuzz_iso fuzz_ts"
+# takes these alone, JOBS=1 one after the other.
 set -eu
 bin=$(realpath "$1")
 cd "$(dirname "$0")/.."
