@@ -5,8 +5,7 @@
 
 Each cell is a right output (ok), in which every picture and all sound decode as those of the input, or a refusal with a
 reason that leaves nothing behind (-). Anything else is an error. What an output lacks against its input (further tracks, a
-turn, the lower bits of samples) must be told in its notes. Two formats have a fixed header for sound: where it is not that
-of the input, players take the sound for something else, and the note must say so (told). --part takes a fixed part of the cells, without those of RTP.
+turn, the lower bits of samples) must be told in its notes. --part takes a fixed part of the cells, without those of RTP.
 """
 
 import argparse
@@ -260,7 +259,7 @@ def through_rtp(source, folder, port):
 
 
 def cell(source, key, port):
-    """'right', 'told' (its note says that players take the sound for something else), or 'refused'; throws Trouble."""
+    """'right' or 'refused', and what was told; throws Trouble."""
     with tempfile.TemporaryDirectory(prefix='muxora-cell-') as name:
         folder = pathlib.Path(name)
         out = folder / 'out' / f'out.{key}'
@@ -291,18 +290,14 @@ def cell(source, key, port):
             video = sound = ['-i', received]
         else:
             video, sound = Reader(source, key, out, folder).find()
-        told = 'always states 16 bit PCM' in notes
         if 'video' in report:
             check_pictures(source.pictures, pictures(*source.raw, *video) if video else [], report)
-        if 'audio' in report and not told:
+        if 'audio' in report:
             check_sound(source, samples(*sound) if sound else b'', report)
         if source.video != ('video' in report):
             raise Trouble('the pictures are missing')
         if bool(source.sound) != ('audio' in report):
             raise Trouble('the sound is missing')
-        # Two forms have a fixed header for sound, which their notes say.
-        if told:
-            return 'told', notes
         if 'audio' in report and key not in ('gaysps', 'gdps', 'ovx', 'ovxalt'):
             stated, expected = about_sound(sound[-1])[1:], about_sound(source.stated)[1:]
             if stated != expected:
@@ -347,7 +342,7 @@ def main():
                     print('WRONG', *where, result[1], flush=True)
     width = max(map(len, names))
     print(' ' * width + ' ' + ' '.join(keys))
-    marks = {'right': 'ok', 'told': 'told', 'refused': '-', 'WRONG': 'BAD'}
+    marks = {'right': 'ok', 'refused': '-', 'WRONG': 'BAD'}
     for one in names:
         print(f'{one:<{width}} ' + ' '.join(f'{marks[results[one, key][0]] if (one, key) in results else ".":<{len(key)}}'
                                             for key in keys))

@@ -29,6 +29,16 @@ std::string Taken(const Format& format, const MediaFrame& frame) {
     return text;
 }
 
+// Two headers describe sound that is always the same, whatever the frames are: the rate of it, or 0.
+uint32_t FixedSoundRate(const Format& format) {
+    if (format.number == MX_FORMAT_WAV) return 8000;
+    return format.number == MX_FORMAT_ASF_STREAM ? 16000 : 0;
+}
+
+bool IsSoundOf(const MediaFrame& frame, uint32_t rate) {
+    return frame.codec == MX_AUDIO_PCM16 && frame.samples_per_sec == rate && frame.channels == 1;
+}
+
 // The program and transport streams and the counting formats want times that rise; these two write the time as it is.
 bool TakesPresentationTimes(const Format& format) {
     return format.number == MX_FORMAT_RTP || format.number == MX_FORMAT_OVX || format.number == MX_FORMAT_OVX_ALT;
@@ -106,6 +116,12 @@ void Packer::Give(MediaFrame& frame) {
     const bool decisive = tally.written == 0 && (!frame.IsVideo() || frame.IsKey());
     ++tally.given;
     tally.bytes += frame.Size();
+    const uint32_t fixed_rate = frame.IsVideo() ? 0 : FixedSoundRate(format_);
+    if (fixed_rate != 0 && !IsSoundOf(frame, fixed_rate)) {
+        if (decisive) RefuseSound(frame, fixed_rate);
+        ++tally.refused;
+        return;
+    }
     grown_ = 0;
     const uint32_t result = Input(frame, record);
     if (result != MX_OK) {
@@ -139,6 +155,16 @@ void Packer::Refuse(const MediaFrame& frame) const {
     throw Failure(std::string(format_.key) + " does not take " + FrameText(frame) + "; its " + kind + ": " +
                   Taken(format_, frame) + " (choose another format with -f, or leave the stream out with --no-" + kind +
                   ")");
+}
+
+void Packer::RefuseSound(const MediaFrame& frame, uint32_t rate) const {
+    const std::string hertz = std::to_string(rate);
+    const bool wav = format_.number == MX_FORMAT_WAV;
+    throw Failure(std::string(format_.key) + " always states 16 bit PCM, " + hertz +
+                  " Hz, one channel, and players would take " + FrameText(frame) +
+                  " for that (choose another format with -f, " + (wav ? "" : "leave the stream out with --no-audio, ") +
+                  "or convert it ahead: ffmpeg -i INPUT -c:a pcm_s16le -ar " + hertz + " -ac 1 " +
+                  (wav ? "sound.wav" : "-c:v copy converted.mov") + ")");
 }
 
 void Packer::CheckNotEmpty(const Tally& tally, const char* kind) const {

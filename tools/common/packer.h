@@ -55,6 +55,7 @@ class Packer {
     static int32_t Output(const MXOutputBlock* block, void* user);
     uint32_t Input(const MediaFrame& frame, MXFrameInfo& record);
     [[noreturn]] void Refuse(const MediaFrame& frame) const;
+    [[noreturn]] void RefuseSound(const MediaFrame& frame, uint32_t rate) const;
     void CheckNotEmpty(const Tally& tally, const char* kind) const;
 
     const Format& format_;

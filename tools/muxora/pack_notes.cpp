@@ -103,14 +103,6 @@ std::vector<std::string> FormatNotes(const Format& format, const PackFacts& fact
         notes.push_back("the pictures are to be shown turned by " + std::to_string(video->rotation) +
                         " degrees, which " + key + " does not state");
     }
-    // Two headers are fixed, whatever the frames are.
-    const uint32_t fixed_rate = format.number == MX_FORMAT_WAV ? 8000 : 16000;
-    const MediaStream* audio = facts.audio;
-    if (audio != nullptr && (format.number == MX_FORMAT_WAV || format.number == MX_FORMAT_ASF_STREAM) &&
-        (audio->codec != MX_AUDIO_PCM16 || audio->samples_per_sec != fixed_rate || audio->channels != 1)) {
-        notes.push_back(key + " always states 16 bit PCM, " + std::to_string(fixed_rate) +
-                        " Hz, one channel: players take this sound for that");
-    }
     return notes;
 }
 
