@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <map>
+#include <sstream>
 
 #include "media_input/elementary.h"
 #include "media_input/nal_units.h"
@@ -329,6 +330,60 @@ TEST(NalUnits, BehindLengths) {
     EXPECT_EQ(convert("00 00 00 03 67 42", 4), Bytes("EE")) << "over the end";
     EXPECT_EQ(convert("FF FF FF FF 67 42", 4), Bytes("EE"));
     EXPECT_EQ(convert("00 00 00", 4), Bytes("EE"));
+}
+
+TEST(NalUnits, TheHeadOfAFrameEndsBehindItsFirstSliceHeader) {
+    ByteVector room;
+    const auto head = [&room](uint32_t codec, const ByteVector& frame, size_t length_size) {
+        const ByteSpan found = FrameHead(codec, frame, length_size, room);
+        return ByteVector(found.begin(), found.end());
+    };
+    const auto joined = [](ByteVector bytes, size_t filling, const ByteVector& behind = {}) {
+        bytes.insert(bytes.end(), filling, 0xAB);
+        bytes.insert(bytes.end(), behind.begin(), behind.end());
+        return bytes;
+    };
+    const ByteVector sets = Bytes("00 00 00 01 67 42 00 00 00 01 68 CE 00 00 00 01 65");
+    // 4096 bytes from the slice's first on; a second slice is of no interest.
+    EXPECT_EQ(head(MX_VIDEO_H264, joined(sets, 9000, Bytes("00 00 00 01 65")), 0), joined(sets, 4095));
+    EXPECT_EQ(head(MX_VIDEO_H264, joined(sets, 100), 0), joined(sets, 100));
+    const ByteVector lengths = Bytes("00 02 67 42 00 00 00 02 68 CE 23 29 65");
+    EXPECT_EQ(head(MX_VIDEO_H264, joined(lengths, 9000, Bytes("00 01 65")), 2), joined(sets, 4095));
+    EXPECT_EQ(head(MX_VIDEO_H264, joined(lengths, 100), 2), joined(sets, 100)) << "a length over the end";
+    EXPECT_EQ(head(MX_VIDEO_H264, Bytes("00 02 67 42"), 2), Bytes("00 00 00 01 67 42")) << "no slice";
+    const ByteVector hevc = Bytes("00 00 00 01 42 01 00 00 00 01 26 01");  // SPS, IDR_W_RADL
+    EXPECT_EQ(head(MX_VIDEO_H265, joined(hevc, 9000), 0), joined(hevc, 4094));
+    const ByteVector mpeg4 = joined(Bytes("00 00 01 B6"), 9000);
+    EXPECT_EQ(head(MX_VIDEO_MPEG4, mpeg4, 0), mpeg4);
+}
+
+TEST(MediaInput, KeyFramesThatAFileDoesNotListAreFound) {
+    const std::string film = test::WorkPath("open_gop.mp4");
+    ASSERT_TRUE(test::Run({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", "testsrc2=s=96x64:r=25:d=3", "-c:v",
+                           "libx264", "-x264-params", "keyint=25:bframes=2:open-gop=1:scenecut=0", film})
+                    .Ok());
+    std::vector<size_t> listed;
+    std::istringstream flags(test::Probe(film, "v:0", "packet=flags"));
+    size_t count = 0;
+    for (std::string line; std::getline(flags, line); ++count) {
+        if (line[0] == 'K') listed.push_back(count);
+    }
+    ASSERT_EQ(count, 75u);
+    ByteVector bytes = test::ReadFile(film);
+    const ByteVector name = test::Text("stss");
+    const auto table = std::search(bytes.begin(), bytes.end(), name.begin(), name.end());
+    ASSERT_LT(table - bytes.begin() + 12, static_cast<std::ptrdiff_t>(bytes.size()));
+    EXPECT_EQ(*(table + 11), 3) << "key frames listed";
+    *(table + 11) = 1;
+    test::WriteFile(film, bytes);
+    std::vector<size_t> keys;
+    const auto frames = ReadAllFrames({film});
+    for (size_t i = 0; i < frames.size(); ++i) {
+        if (frames[i].IsKey()) keys.push_back(i);
+        // SPS and PPS, which the file states once for all.
+        EXPECT_EQ(Has(UnitTypes(frames[i]), 7), frames[i].IsKey()) << i;
+    }
+    EXPECT_EQ(keys, listed);
 }
 
 TEST(MediaInput, StartCodesHaveFourBytes) {

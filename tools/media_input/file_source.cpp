@@ -104,6 +104,36 @@ std::string Unreadable(const std::string& path, const PipeReader* pipe) {
     return ": is no media file that can be read";
 }
 
+bool IsMedia(const AVStream& stream) {
+    return stream.codecpar->codec_type == AVMEDIA_TYPE_VIDEO || stream.codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
+}
+
+// Files of the MP4 family list their frames, each with its times, unless they are made of fragments. libavformat would
+// parse H.264 and H.265 all the same, as StreamReader does.
+bool ListsFrames(const AVFormatContext& format) {
+    if (std::string_view(format.iformat->name).rfind("mov,", 0) != 0) return false;
+    return std::all_of(format.streams, format.streams + format.nb_streams, [](const AVStream* stream) {
+        const AVCodecID codec = stream->codecpar->codec_id;
+        const bool known = codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_HEVC || codec == AV_CODEC_ID_AAC;
+        return !IsMedia(*stream) || (known && stream->nb_frames > 0);
+    });
+}
+
+// Does the head of such a file state all that is asked of its streams? libavformat would decode pictures to learn more.
+bool StatesAll(const AVFormatContext& format) {
+    // Below, frames of AAC may hold more than their configuration says (implicit SBR and parametric stereo).
+    constexpr int kSurelyPlainAac = 32000;
+    return std::all_of(format.streams, format.streams + format.nb_streams, [](const AVStream* stream) {
+        if (!IsMedia(*stream)) return true;
+        const AVCodecParameters& par = *stream->codecpar;
+        if (par.extradata_size <= 0 || stream->duration <= 0) return false;
+        if (par.codec_type == AVMEDIA_TYPE_AUDIO) {
+            return par.sample_rate >= kSurelyPlainAac && par.ch_layout.nb_channels > 0;
+        }
+        return par.width > 0 && par.height > 0 && stream->avg_frame_rate.num > 0;
+    });
+}
+
 class FileSource : public MediaSource {
   public:
     FileSource(const std::string& path, int first_number, const InputOptions& options, std::vector<uint8_t> head)
@@ -122,6 +152,10 @@ class FileSource : public MediaSource {
         if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + Unreadable(path, pipe_.get()));
         if (opened < 0) throw InputError(path_ + ": cannot be opened: " + AvText(opened));
         format_.reset(context);
+        if (ListsFrames(*context)) {
+            format_->flags |= AVFMT_FLAG_NOPARSE;
+            if (StatesAll(*context)) return;
+        }
         const int found = avformat_find_stream_info(format_.get(), nullptr);
         if (found < 0) throw InputError(path_ + ": its streams cannot be read: " + AvText(found));
     }

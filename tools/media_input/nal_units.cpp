@@ -40,6 +40,19 @@ bool IsParameterSet(uint32_t video_codec, uint8_t head) {
     }
 }
 
+size_t BigEndian(ByteSpan bytes) {
+    size_t value = 0;
+    for (const uint8_t byte : bytes)
+        value = value << 8 | byte;
+    return value;
+}
+
+// ITU-T H.264 table 7-1, ITU-T H.265 table 7-1.
+bool IsSlice(uint32_t video_codec, uint8_t head) {
+    if (video_codec == MX_VIDEO_H264) return (head & 0x1F) >= 1 && (head & 0x1F) <= 5;
+    return (head >> 1 & 0x3F) < 32;
+}
+
 }  // namespace
 
 NalUnits AnnexBUnits(ByteSpan frame) {
@@ -61,9 +74,7 @@ std::optional<NalUnits> LengthUnits(ByteSpan frame, size_t length_size) {
     NalUnits units;
     for (size_t at = 0; at < frame.size();) {
         if (frame.size() - at < length_size) return std::nullopt;
-        size_t length = 0;
-        for (size_t i = 0; i < length_size; ++i)
-            length = length << 8 | frame[at + i];
+        const size_t length = BigEndian(frame.subspan(at, length_size));
         if (length > frame.size() - at - length_size) return std::nullopt;
         if (length != 0) units.push_back({at, length_size + length, length_size});
         at += length_size + length;
@@ -82,6 +93,36 @@ size_t ParameterSetPlace(uint32_t video_codec, ByteSpan frame, const NalUnits& u
     const bool delimiter = (video_codec == MX_VIDEO_H264 && (head & 0x1F) == 9) ||
                            (video_codec == MX_VIDEO_H265 && (head >> 1 & 0x3F) == 35);
     return delimiter ? 1 : 0;
+}
+
+ByteSpan FrameHead(uint32_t video_codec, ByteSpan frame, size_t length_size, std::vector<uint8_t>& room) {
+    // The longest slice header: two lists of 32 reference pictures, each moved and weighted.
+    constexpr size_t kLongestHeader = 4096;
+    constexpr size_t kSpare = 64;
+    if (video_codec != MX_VIDEO_H264 && video_codec != MX_VIDEO_H265) return frame;
+    if (length_size == 0) {
+        for (size_t at = NextStartCode(frame, 0); at + kShortCode < frame.size();) {
+            const size_t body = at + kShortCode;
+            if (IsSlice(video_codec, frame[body])) return frame.first(std::min(frame.size(), body + kLongestHeader));
+            at = NextStartCode(frame, body);
+        }
+        return frame;
+    }
+    room.clear();
+    for (size_t at = 0; frame.size() - at > length_size;) {
+        const size_t length = std::min(BigEndian(frame.subspan(at, length_size)), frame.size() - at - length_size);
+        ByteSpan body = frame.subspan(at + length_size, length);
+        at += length_size + length;
+        if (body.empty()) continue;
+        const bool slice = IsSlice(video_codec, body[0]);
+        if (slice) body = body.first(std::min(body.size(), kLongestHeader));
+        room.insert(room.end(), std::begin(kStartCode), std::end(kStartCode));
+        room.insert(room.end(), body.begin(), body.end());
+        if (slice) break;
+    }
+    const size_t size = room.size();
+    room.insert(room.end(), kSpare, 0);
+    return ByteSpan(room).first(size);
 }
 
 bool HaveLongCodes(ByteSpan frame, const NalUnits& units) {

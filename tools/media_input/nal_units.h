@@ -36,6 +36,11 @@ bool HasParameterSets(uint32_t video_codec, ByteSpan frame, const NalUnits& unit
 // Ahead of which unit others are to be put in: H.264 and H.265 want an access unit delimiter to stay in front.
 size_t ParameterSetPlace(uint32_t video_codec, ByteSpan frame, const NalUnits& units);
 
+// As much of a frame of H.264 or H.265 as tells its kind and its order, in Annex-B form: up to the first slice, and its
+// header. All of any other codec's. What the units of the frame have in front is as with LengthUnits, or start codes
+// for a `length_size` of 0; `room` is where the head is put together then.
+ByteSpan FrameHead(uint32_t video_codec, ByteSpan frame, size_t length_size, std::vector<uint8_t>& room);
+
 // Do the units fill the frame without a gap, each behind as much as a start code of four bytes takes?
 bool HaveLongCodes(ByteSpan frame, const NalUnits& units);
 // Puts 00 00 00 01 in front of each, where HaveLongCodes says that there is room.

@@ -155,10 +155,11 @@ FrameBytes RawVideo::BytesOf(ByteSpan unit, bool key, bool& restarts) const {
 }
 
 int RawVideo::PictureOrder(const MediaFrame& frame) {
+    const ByteSpan head = FrameHead(about_.codec, {frame.bytes.data(), frame.Size()}, 0, head_);
     uint8_t* out = nullptr;
     int out_size = 0;
-    av_parser_parse2(parser_.get(), parser_context_.get(), &out, &out_size, frame.bytes.data(),
-                     static_cast<int>(frame.Size()), AV_NOPTS_VALUE, AV_NOPTS_VALUE, -1);
+    av_parser_parse2(parser_.get(), parser_context_.get(), &out, &out_size, head.data(), static_cast<int>(head.size()),
+                     AV_NOPTS_VALUE, AV_NOPTS_VALUE, -1);
     return parser_->output_picture_number;
 }
 

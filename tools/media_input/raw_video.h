@@ -57,6 +57,7 @@ class RawVideo : public StreamQueue {
     AvPtr<AVCodecContext> parser_context_;
     AvPtr<AVCodecParserContext> parser_;
     std::vector<uint8_t> parameter_sets_;
+    std::vector<uint8_t> head_;  // of the picture that is looked at
     std::string path_;
     std::unique_ptr<FileBytes> file_;
     size_t given_ = 0;  // of the file's bytes

@@ -306,14 +306,17 @@ void StreamReader::TakeFiltered(AVPacket& packet) {
     }
 }
 
-uint32_t StreamReader::SubType(bool key, int64_t pts, int64_t dts, ByteSpan frame) {
+uint32_t StreamReader::SubType(const AVPacket& packet) {
+    const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
     if (!parser_) return key || about_.codec == MX_VIDEO_MJPEG ? MX_SUB_I : MX_SUB_P;
+    const ByteSpan head = FrameHead(about_.codec, Bytes(packet), length_size_, head_);
     uint8_t* out = nullptr;
     int out_size = 0;
-    av_parser_parse2(parser_.get(), parser_context_.get(), &out, &out_size, frame.data(),
-                     static_cast<int>(frame.size()), pts, dts, -1);
+    av_parser_parse2(parser_.get(), parser_context_.get(), &out, &out_size, head.data(), static_cast<int>(head.size()),
+                     packet.pts, packet.dts, -1);
+    // Files need not list the pictures at which decoding can begin although they are no IDR.
+    if (key || (HasNalUnits(about_.codec) && parser_->key_frame == 1)) return MX_SUB_I;
     // An intra picture from which decoding cannot begin is no key frame for any container.
-    if (key) return MX_SUB_I;
     return parser_->pict_type == AV_PICTURE_TYPE_B ? MX_SUB_B : MX_SUB_P;
 }
 
@@ -349,12 +352,11 @@ bool StreamReader::TakeUnits(AVPacket& packet, bool key, FrameBytes& bytes) cons
 
 void StreamReader::TakeVideo(AVPacket& packet) {
     MediaFrame frame = Blank();
-    const bool key = (packet.flags & AV_PKT_FLAG_KEY) != 0;
-    if (!TakeUnits(packet, key, frame.bytes)) {
+    frame.sub_type = SubType(packet);
+    if (!TakeUnits(packet, frame.sub_type == MX_SUB_I, frame.bytes)) {
         ++damaged;
         return;
     }
-    frame.sub_type = SubType(key, packet.pts, packet.dts, {frame.bytes.data(), frame.Size()});
     // The library wants times that rise: decoding times, moved so that the first one is when its picture is shown.
     const int64_t decode = TimeOf(packet, packet.dts);
     const int64_t show = packet.pts == AV_NOPTS_VALUE ? decode : ToUs(packet.pts);

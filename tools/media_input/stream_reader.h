@@ -43,7 +43,7 @@ class StreamReader : public StreamQueue {
     void TakeAac(const AVPacket& packet);
     void TakePcm(const AVPacket& packet);
     void CutBlocks(bool all);
-    uint32_t SubType(bool key, int64_t pts, int64_t dts, ByteSpan frame);
+    uint32_t SubType(const AVPacket& packet);
     MediaFrame Blank() const;
     void Push(MediaFrame frame, int64_t time_us, int64_t pts_us, int64_t dts_us, int64_t duration_us);
     int64_t DurationOf(const AVPacket& packet) const;
@@ -58,6 +58,7 @@ class StreamReader : public StreamQueue {
     AvPtr<AVCodecContext> parser_context_;
     AvPtr<AVCodecParserContext> parser_;
     std::vector<uint8_t> parameter_sets_;  // in Annex-B form
+    std::vector<uint8_t> head_;            // of the frame that is looked at
     size_t length_size_ = 0;               // of the lengths ahead of units; 0: they have start codes
     std::optional<AdtsConfig> adts_;
     std::string adts_trouble_;
