@@ -1,51 +1,41 @@
 #include "codec/audio_frames.h"
 
 #include <algorithm>
-#include <iterator>
 #include <span>
-
-#include "codec/audio_header.h"
 
 namespace Orvane::Muxora {
 
 namespace {
 
-constexpr uint32_t kSamplingFrequencies[] = {96000, 88200, 64000, 48000, 44100, 32000, 24000,
-                                             22050, 16000, 12000, 11025, 8000,  7350};
 constexpr uint32_t kRawAacSamples = 1024;
 constexpr uint32_t kDefaultSpeechRate = 8000;
 constexpr uint32_t kDefaultRate = 48000;
 
-// ISO/IEC 11172-3 2.4.3.1: a slot has four bytes in layer I, one in the others.
-size_t MpegAudioFrameSize(const MpegAudioHeader& header, uint8_t third_byte) {
-    const size_t slot = header.layer == 1 ? 4 : 1;
-    const size_t padding = third_byte >> 1 & 1;
-    return (header.samples / 8 * size_t{header.bitrate} / header.sample_rate / slot + padding) * slot;
-}
-
-AudioMeasure MeasureAac(std::span<const uint8_t> data, AudioMeasure measure) {
-    auto header = ReadAdtsHeader(data);
-    if (!header) {
+void MeasureAac(std::span<const uint8_t> data, AudioMeasure& measure) {
+    measure.adts = ReadAdtsHeader(data);
+    if (!measure.adts) {
         measure.samples = kRawAacSamples;
-        return measure;
+        return;
     }
-    measure = {0, header->sample_rate, header->channel_configuration};
-    for (; header; header = ReadAdtsHeader(data)) {
-        measure.samples += header->samples;
-        data = data.subspan(header->frame_size);
+    measure.sample_rate = measure.adts->sample_rate;
+    measure.channels = measure.adts->channel_configuration;
+    measure.samples = measure.adts->samples;
+    data = data.subspan(measure.adts->frame_size);
+    while (const auto next = ReadAdtsHeader(data)) {
+        measure.samples += next->samples;
+        data = data.subspan(next->frame_size);
     }
-    return measure;
 }
 
-AudioMeasure MeasureMpegAudio(std::span<const uint8_t> data, AudioMeasure measure) {
+void MeasureMpegAudio(std::span<const uint8_t> data, AudioMeasure& measure) {
     auto header = ReadMpegAudioHeader(data);
-    if (!header) return measure;
-    measure = {0, header->sample_rate, header->channels};
+    if (!header) return;
+    measure.sample_rate = header->sample_rate;
+    measure.channels = header->channels;
     for (; header; header = ReadMpegAudioHeader(data)) {
         measure.samples += header->samples;
-        data = data.subspan(std::min(std::max<size_t>(MpegAudioFrameSize(*header, data[2]), 4), data.size()));
+        data = data.subspan(std::min(std::max<size_t>(header->frame_size, 4), data.size()));
     }
-    return measure;
 }
 
 }  // namespace
@@ -55,10 +45,10 @@ AudioMeasure MeasureAudio(const MXFrameInfo& frame) {
     AudioMeasure measure{0, frame.samples_per_sec, frame.channels};
     switch (frame.encode_type) {
         case MX_AUDIO_AAC:
-            measure = MeasureAac(data, measure);
+            MeasureAac(data, measure);
             break;
         case MX_AUDIO_MPEG:
-            measure = MeasureMpegAudio(data, measure);
+            MeasureMpegAudio(data, measure);
             break;
         case MX_AUDIO_PCM16:
         case MX_AUDIO_PCM8:
@@ -77,11 +67,6 @@ AudioMeasure MeasureAudio(const MXFrameInfo& frame) {
     if (measure.sample_rate == 0) measure.sample_rate = kDefaultRate;
     if (measure.channels == 0) measure.channels = 1;
     return measure;
-}
-
-uint8_t SamplingFrequencyIndex(uint32_t sample_rate) {
-    const auto* const row = std::ranges::find(kSamplingFrequencies, sample_rate);
-    return row != std::end(kSamplingFrequencies) ? static_cast<uint8_t>(row - std::begin(kSamplingFrequencies)) : 15;
 }
 
 }  // namespace Orvane::Muxora

@@ -1,5 +1,8 @@
 #include "codec/audio_header.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "codec/audio_measures.h"
 
 namespace Orvane::Muxora {
@@ -10,6 +13,7 @@ constexpr uint32_t kCrcSize = 2;
 // samplingFrequencyIndex (ISO/IEC 14496-3 1.6.3.4).
 constexpr uint32_t kFrequencies[16] = {96000, 88200, 64000, 48000, 44100, 32000, 24000, 22050,
                                        16000, 12000, 11025, 8000,  7350,  0,     0,     0};
+constexpr uint8_t kNoFrequencyIndex = 15;
 
 // bitrate_index in kbit/s: MPEG-1 layer I, II, III; MPEG-2 and 2.5 layer I, layers II and III.
 constexpr uint16_t kBitrates[5][16] = {
@@ -24,8 +28,9 @@ constexpr uint32_t kMpeg1Rates[4] = {44100, 48000, 32000, 0};
 }  // namespace
 
 std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data) {
-    if (data.size() < kAdtsHeaderSize || data[0] != 0xFF || (data[1] & 0xF6) != 0xF0) return std::nullopt;
-    AdtsHeader header;
+    std::optional<AdtsHeader> found;
+    if (data.size() < kAdtsHeaderSize || data[0] != 0xFF || (data[1] & 0xF6) != 0xF0) return found;
+    AdtsHeader& header = found.emplace();
     header.header_size = kAdtsHeaderSize + ((data[1] & 1) != 0 ? 0 : kCrcSize);  // protection_absent
     header.frame_size = AdtsFrameLength(data.data());
     header.object_type = static_cast<uint8_t>((data[2] >> 6) + 1);
@@ -33,13 +38,14 @@ std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data) {
     header.channel_configuration = static_cast<uint8_t>((data[2] & 1) << 2 | data[3] >> 6);
     header.sample_rate = kFrequencies[header.frequency_index];
     header.samples = ((data[6] & 3u) + 1) * kAdtsSamplesPerFrame;  // number_of_raw_data_blocks_in_frame
-    if (header.frame_size < header.header_size || header.sample_rate == 0) return std::nullopt;
-    return header;
+    if (header.frame_size < header.header_size || header.sample_rate == 0) found.reset();
+    return found;
 }
 
-std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
-    const std::optional<AdtsHeader> header = ReadAdtsFields(data);
-    return header && header->frame_size <= data.size() ? header : std::nullopt;
+uint8_t SamplingFrequencyIndex(uint32_t sample_rate) {
+    const auto* const place = std::ranges::find(kFrequencies, sample_rate);
+    if (sample_rate == 0 || place == std::end(kFrequencies)) return kNoFrequencyIndex;
+    return static_cast<uint8_t>(place - std::begin(kFrequencies));
 }
 
 std::optional<MpegAudioHeader> ReadMpegAudioHeader(std::span<const uint8_t> data) {

@@ -30,7 +30,15 @@ struct AdtsHeader {
 // The header at the beginning of `data`, its first 7 bytes; nothing unless it is one. ReadAdtsHeader wants the whole of
 // its frame to be there as well.
 std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data);
-std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data);
+inline std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
+    if (data.empty()) return std::nullopt;
+    std::optional<AdtsHeader> header = ReadAdtsFields(data);
+    if (header && header->frame_size > data.size()) header.reset();
+    return header;
+}
+
+// samplingFrequencyIndex of a rate (ISO/IEC 14496-3 1.6.3.4); 15 if it has none.
+uint8_t SamplingFrequencyIndex(uint32_t sample_rate);
 
 // An MPEG audio header (ISO/IEC 11172-3 2.4.1.3, 13818-3).
 struct MpegAudioHeader {

@@ -110,14 +110,17 @@ FrameNals CParameterSets::ScanAnnexB(std::span<const uint8_t> frame) {
     bool leading = true;
     while (end - code > 3) {
         const uint8_t* const nal = code + 3;
-        // A picture's end is of no interest, and may be far away.
-        const uint8_t* const next = IsPicture(codec_, *nal) ? end : FindStartCode(nal, end);
+        // A picture's end is of no interest: it is far away, and its line not in a cache yet.
+        if (IsPicture(codec_, *nal)) {
+            Look({nal, end}, found, kinds);
+            break;
+        }
+        const uint8_t* const next = FindStartCode(nal, end);
         const uint8_t* last = next;
         // trailing_zero_8bits and the zero_byte of the next start code
         while (last - nal > 1 && last[-1] == 0)
             --last;
         const Unit unit = Look({nal, last}, found, kinds);
-        if (unit == Unit::kPicture) break;
         leading = leading && unit == Unit::kParameters;
         if (leading) found.rest = static_cast<uint32_t>((next != end && next[-1] == 0 ? next - 1 : next) - begin);
         code = next;

@@ -32,8 +32,8 @@ class CParameterSets {
 
     explicit CParameterSets(NalCodec codec) : codec_(codec) {}
 
-    // Take in the sets that stand ahead of the first picture in a frame with 4-byte lengths, or in an Annex-B frame. No
-    // byte behind the first byte of the picture is looked at.
+    // Take in the sets that stand ahead of the first picture in a frame with 4-byte lengths, or in an Annex-B frame. Of
+    // the picture only the beginning is read: its first byte, and what a search for start codes takes in one step.
     FrameNals ScanLengthPrefixed(std::span<const uint8_t> frame);
     FrameNals ScanAnnexB(std::span<const uint8_t> frame);
 

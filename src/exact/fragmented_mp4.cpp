@@ -240,25 +240,27 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
     sample.key = true;
     CutBefore(audio_, sample, frame.frame_size);
 
-    std::span<const uint8_t> rest(FrameBytes(frame), frame.frame_size);
-    auto header = frame.encode_type == MX_AUDIO_AAC ? ReadAdtsHeader(rest) : std::nullopt;
-    if (!header) {
+    const uint8_t* const data = FrameBytes(frame);
+    if (!measure.adts) {
         sample.size = frame.frame_size;
-        std::memcpy(audio_.samples.Place(sample.size), rest.data(), sample.size);
+        std::memcpy(audio_.samples.Place(sample.size), data, sample.size);
         AddSample(audio_, sample);
         return MX_OK;
     }
     // Each ADTS frame gets its share of the time.
-    const uint32_t total = std::max(measure.samples, 1u);
+    const uint32_t total = measure.samples;
     const int64_t length =
         time.duration != 0 ? time.duration : Rescale(total, measure.sample_rate, audio_.info.time_scale);
+    std::span<const uint8_t> rest(data, frame.frame_size);
     uint32_t done = 0;
-    for (; header; header = ReadAdtsHeader(rest)) {
+    int64_t begin = 0;
+    for (auto header = measure.adts; header; header = ReadAdtsHeader(rest)) {
         Mp4Sample part = sample;
-        const int64_t begin = length * done / total;
-        done += header->samples;
         part.dts = sample.dts + begin;
-        part.duration = time.duration != 0 || done < total ? static_cast<uint32_t>(length * done / total - begin) : 0;
+        done += header->samples;
+        const int64_t end = done == total ? length : length * done / total;
+        part.duration = time.duration != 0 || done < total ? static_cast<uint32_t>(end - begin) : 0;
+        begin = end;
         part.size = header->frame_size - header->header_size;
         if (part.size != 0) {
             std::memcpy(audio_.samples.Place(part.size), rest.data() + header->header_size, part.size);
@@ -271,14 +273,16 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
 
 CFragmentedMp4::AudioForm CFragmentedMp4::FormOf(const MXFrameInfo& frame, const AudioMeasure& measure) {
     AudioForm form{frame.encode_type, measure.sample_rate, measure.channels, 0};
-    if (frame.encode_type == MX_AUDIO_AAC) {
-        AdtsHeader header;
+    if (frame.encode_type != MX_AUDIO_AAC) return form;
+    AdtsHeader header;
+    if (measure.adts) {
+        header = *measure.adts;
+    } else {
         header.object_type = 2;  // AAC LC
         header.frequency_index = SamplingFrequencyIndex(measure.sample_rate);
         header.channel_configuration = static_cast<uint8_t>(std::min(measure.channels, 7u));
-        if (const auto own = ReadAdtsHeader({FrameBytes(frame), frame.frame_size})) header = *own;
-        form.config = header.AudioSpecificConfig();
     }
+    form.config = header.AudioSpecificConfig();
     return form;
 }
 

@@ -212,14 +212,13 @@ uint32_t CXflvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     const bool aac = frame.encode_type == MX_AUDIO_AAC;
     const std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
     if (bytes.size() > kLongestData - 2) return MX_FRAME_REFUSED;
-    const auto adts = aac ? ReadAdtsHeader(bytes) : std::nullopt;
-    if (aac && !adts) return MX_FAILED;
+    if (aac && !measure.adts) return MX_FAILED;
     const auto sound = SoundByte(frame);
     if (!sound) return MX_FRAME_REFUSED;
 
     const FrameTime time = AudioTime(frame, measure);
     work_.Reset();
-    const uint16_t config = aac ? adts->AudioSpecificConfig() : uint16_t{0};
+    const uint16_t config = aac ? measure.adts->AudioSpecificConfig() : uint16_t{0};
     const bool tells = !audio_begun_ || *sound != sound_ || config != aac_config_;
     const uint32_t tags = aac ? measure.samples / kLeastAdtsSamples : 1;
     const uint32_t room = frame.frame_size + tags * (kTagAround + 2) + (tells ? HeadSize() + kAudioConfigSize : 0);
@@ -237,7 +236,7 @@ uint32_t CXflvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     }
     audio_begun_ = true;
     if (aac) {
-        PutAdtsFrames(bytes, time.dts);
+        PutAdtsFrames(*measure.adts, bytes, time.dts);
     } else {
         PutSound(bytes, time.dts);
     }
@@ -286,9 +285,11 @@ void CXflvPacket::PutSound(std::span<const uint8_t> bytes, int64_t time) {
 }
 
 // One tag for each frame. What stands behind the last whole one is left out.
-void CXflvPacket::PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time) {
+
+// A tag for each frame in `bytes`, of which `first` is the first header.
+void CXflvPacket::PutAdtsFrames(const AdtsHeader& first, std::span<const uint8_t> bytes, int64_t time) {
     int64_t samples = 0;
-    for (auto adts = ReadAdtsHeader(bytes); adts; adts = ReadAdtsHeader(bytes)) {
+    for (std::optional<AdtsHeader> adts = first; adts; adts = ReadAdtsHeader(bytes)) {
         const uint32_t length = adts->frame_size - adts->header_size;
         const uint32_t data_size = 2 + length;
         const uint32_t size = FlvTagSize(data_size) + kFlvPreviousTagSize;

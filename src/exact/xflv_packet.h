@@ -58,7 +58,7 @@ class CXflvPacket : public CExactPackage {
     void PutAudioConfig(uint32_t time);
     void PutPicture(const MXFrameInfo& frame, uint32_t skipped, bool key, const FrameTime& time);
     void PutSound(std::span<const uint8_t> bytes, int64_t time);
-    void PutAdtsFrames(std::span<const uint8_t> bytes, int64_t time);
+    void PutAdtsFrames(const AdtsHeader& first, std::span<const uint8_t> bytes, int64_t time);
     static std::optional<uint8_t> SoundByte(const MXFrameInfo& frame);
     void AddToIndex(const FrameTime& time);
     void EndHeader(int64_t time);

@@ -195,7 +195,7 @@ uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     if (opens ? started_ : frame.encode_type != audio_.codec) return MX_FRAME_REFUSED;
     std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
     const bool aac = frame.encode_type == MX_AUDIO_AAC;
-    if (aac && !ReadAdtsHeader(bytes)) return MX_FAILED;
+    if (aac && !measure.adts) return MX_FAILED;
     if (frame.encode_type == MX_AUDIO_MPEG && !ReadMpegAudioHeader(bytes)) return MX_FAILED;
 
     Begin(false);
@@ -222,7 +222,7 @@ uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     }
     const FrameTime whole = time;
     int64_t samples = 0;
-    for (auto adts = ReadAdtsHeader(bytes); adts; adts = ReadAdtsHeader(bytes)) {
+    for (auto adts = measure.adts; adts; adts = ReadAdtsHeader(bytes)) {
         time.dts = whole.dts + Rescale(samples, adts->sample_rate, kScale);
         time.pts = whole.pts + (time.dts - whole.dts);
         samples += adts->samples;
@@ -260,11 +260,10 @@ void CXmkvPacket::OpenAudio(const MXFrameInfo& frame, const AudioMeasure& measur
     const std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
     switch (frame.encode_type) {
         case MX_AUDIO_AAC: {
-            const AdtsHeader adts = ReadAdtsHeader(bytes).value_or(AdtsHeader{});
             track.codec_id = "A_AAC";
             track.codec_private.resize(2);
-            PutBE16(track.codec_private.data(), adts.AudioSpecificConfig());
-            track.default_duration = uint64_t{adts.samples} * 1000000000 / adts.sample_rate;
+            PutBE16(track.codec_private.data(), measure.adts->AudioSpecificConfig());
+            track.default_duration = uint64_t{measure.adts->samples} * 1000000000 / measure.adts->sample_rate;
             break;
         }
         case MX_AUDIO_MPEG: {

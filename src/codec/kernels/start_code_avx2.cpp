@@ -88,6 +88,7 @@ MUXORA_TARGET("avx2") const uint8_t* CopyToStartCodeAvx2(uint8_t* out, const uin
     const uint8_t* p = begin + to_aligned;
     out += to_aligned;
     for (; end - p >= 4 * kStep; p += 4 * kStep, out += 4 * kStep) {
+        FetchAhead(out, p, end, 4 * kStep);
         const __m256i first = _mm256_min_epu16(CopySieve256(out, p), CopySieve256(out + kStep, p + kStep));
         const __m256i second = _mm256_min_epu16(CopySieve256(out + 2 * kStep, p + 2 * kStep),
                                                 CopySieve256(out + 3 * kStep, p + 3 * kStep));

@@ -82,6 +82,7 @@ MUXORA_AVX512 const uint8_t* CopyToStartCodeAvx512(uint8_t* out, const uint8_t* 
         out += to_aligned;
     }
     for (; end - p >= 4 * kStep; p += 4 * kStep, out += 4 * kStep) {
+        FetchAhead(out, p, end, 4 * kStep);
         const uint32_t pairs = CopyPairs512(out, p) | CopyPairs512(out + kStep, p + kStep) |
                                CopyPairs512(out + 2 * kStep, p + 2 * kStep) |
                                CopyPairs512(out + 3 * kStep, p + 3 * kStep);

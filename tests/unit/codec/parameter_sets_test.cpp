@@ -3,7 +3,12 @@
 #include "codec/parameter_sets.h"
 
 #include <gtest/gtest.h>
+#if !defined(_WIN32)
+#include <sys/mman.h>
+#include <unistd.h>
+#endif
 
+#include <algorithm>
 #include <memory>
 
 #include "support/hex.h"
@@ -249,6 +254,25 @@ TEST(ParameterSets, WhatStandsBehindThePictureIsNotLookedAt) {
     EXPECT_EQ(found.rest, 0u);
     EXPECT_FALSE(sets.Complete());
 }
+
+#if !defined(_WIN32)
+// The second page cannot be read.
+TEST(ParameterSets, APictureIsNotLookedAtToItsEnd) {
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const bytes = static_cast<uint8_t*>(memory);
+    ASSERT_EQ(mprotect(bytes + page, page, PROT_NONE), 0);
+    const ByteVector front = AnnexB({kHighSps, kHighPps, Bytes("65 88 84 00")});
+    std::ranges::copy(front, bytes);
+    CParameterSets sets(NalCodec::kAvc);
+    const FrameNals found = sets.ScanAnnexB({bytes, 2 * page});
+    EXPECT_TRUE(found.has_picture);
+    EXPECT_TRUE(found.random_access);
+    EXPECT_EQ(found.rest, front.size() - 8);
+    munmap(memory, 2 * page);
+}
+#endif
 
 TEST(ParameterSets, NoFrameAtAll) {
     CParameterSets sets(NalCodec::kAvc);
