@@ -33,7 +33,7 @@ uint32_t CExactPackage::inputFrame(MXFrameInfo* frame, uint32_t /*reserved*/) {
     const uint32_t result = Pack(*frame);
     if (result == MX_NO_RESOURCES) [[unlikely]] {
         if (timed_) clock_.Undo();
-        Forget();
+        Forget(frame->frame_type == MX_FRAME_VIDEO);
     }
     return result;
 }

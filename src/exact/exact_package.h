@@ -44,8 +44,8 @@ class CExactPackage : public CPackage, public IExactParams {
     // as if it had not been given: its time is taken back here, everything else is up to the format.
     virtual uint32_t PackVideo(const MXFrameInfo& frame) = 0;
     virtual uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) = 0;
-    // Memory ran out for the frame: takes back what it has changed so far.
-    virtual void Forget() {}
+    // Memory ran out for the frame, a picture or sound: takes back what it has changed so far.
+    virtual void Forget(bool /*picture*/) {}
     // The end of the stream. It may come again if memory ran out, and then goes on where that happened.
     virtual uint32_t Finish() = 0;
 

@@ -6,10 +6,8 @@
 #include <new>
 #include <utility>
 
+#include "codec/annexb.h"
 #include "codec/audio_header.h"
-#include "codec/avc_convert.h"
-#include "codec/hevc_convert.h"
-#include "codec/mpeg4_config.h"
 #include "core/frame_kinds.h"
 #include "exact/rescale.h"
 
@@ -40,12 +38,6 @@ bool IsVideoCodec(uint32_t encode_type) {
 bool IsAudioCodec(uint32_t encode_type) {
     return encode_type == MX_AUDIO_MULAW_ALT ||
            std::ranges::any_of(kEncodeAudio, [=](const auto& entry) { return entry.codec == encode_type; });
-}
-
-std::optional<NalCodec> NalCodecOf(uint32_t encode_type) {
-    if (IsH264(encode_type)) return NalCodec::kAvc;
-    if (encode_type == MX_VIDEO_H265) return NalCodec::kHevc;
-    return std::nullopt;
 }
 
 int64_t Milliseconds(uint32_t ms, uint32_t scale) {
@@ -113,23 +105,24 @@ std::vector<const Mp4Track*> CFragmentedMp4::Tracks() const {
 // --------------------------------------------------------------------------------------------- frames
 
 uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
+    const auto found = config_.Take(frame);
     CatchUp();
     const bool key = IsKeyFrame(frame.frame_sub_type);
-    uint32_t skip = 0;
+    const bool has_picture = found && found->has_picture && found->rest < frame.frame_size;
     std::optional<Mp4Entry> entry;
-    const bool has_picture = TakeVideoEntry(frame, skip, entry);
+    if (has_picture) entry = AnotherEntry(frame);
     if (!has_picture || (!video_.info.present && (!key || !entry))) {
         saw_picture_ = true;
         return MX_OK;
     }
     // All the room that the sample needs, before anything is decided. A start code of three bytes becomes a length of
     // four.
-    const uint8_t* const data = FrameBytes(frame) + skip;
-    const uint32_t length = frame.frame_size - skip;
-    const uint32_t room = NalCodecOf(frame.encode_type) ? length + length / 3 + 16 : length;
+    const uint8_t* const data = FrameBytes(frame) + found->rest;
+    const uint32_t length = frame.frame_size - found->rest;
+    const uint32_t room = config_.IsNal() ? length + length / 3 + 16 : length;
     video_.samples.Reserve(room, 1);
 
-    const FrameTime time = VideoTime(frame, reorder_depth_);
+    const FrameTime time = VideoTime(frame, config_.ReorderDepth());
     if (entry) {
         if (!video_.info.present) {
             video_.info.rotation = frame.rotation_angle;
@@ -145,27 +138,23 @@ uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
 
     saw_picture_ = true;
     uint8_t* const out = video_.samples.Place(room);
-    if (!NalCodecOf(frame.encode_type)) {
+    if (config_.IsNal()) {
+        sample.size = AnnexBToLengthPrefixed(data, length, out, room);
+    } else {
         std::memcpy(out, data, length);
         sample.size = length;
-    } else {
-        sample.size = frame.encode_type == MX_VIDEO_H265
-                          ? HevcConvertToLengthPrefixed(data, length, out, room)
-                          : CAvcConvert::ConvertToLengthPrefixed(data, length, out, room);
     }
+    config_.Told();
     AddSample(video_, sample);
     return MX_OK;
 }
 
-void CFragmentedMp4::Forget() {
-    if (!looked_) return;
-    sets_->Undo();
-    reorder_depth_ = depth_before_;
+void CFragmentedMp4::Forget(bool picture) {
+    if (picture) config_.Undo();
 }
 
 // What memory was missing for ahead of this frame.
 void CFragmentedMp4::CatchUp() {
-    looked_ = false;
     RefreshTracks();
     KnowTracks(false);
     if (owed_ == nullptr) return;
@@ -173,53 +162,25 @@ void CFragmentedMp4::CatchUp() {
     owed_ = nullptr;
 }
 
-// What the frame says of its coding: `entry` if that is new. False if there is no picture in it.
-bool CFragmentedMp4::TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, std::optional<Mp4Entry>& entry) {
-    const std::span data(FrameBytes(frame), frame.frame_size);
-    const bool known = video_.info.present;
-    const Mp4Entry* const current = known ? &video_.info.entries[video_.info.entry] : nullptr;
-    if (const auto codec = NalCodecOf(frame.encode_type)) {
-        if (!sets_ || sets_->codec() != *codec) sets_.emplace(*codec);
-        looked_ = true;
-        depth_before_ = reorder_depth_;
-        const FrameNals found = sets_->ScanAnnexB(data);
-        skip = found.rest;
-        if (found.changed) {
-            const auto details = sets_->Details();
-            reorder_depth_ = details ? details->max_reorder : 0;
-        }
-        if (!found.has_picture || skip >= frame.frame_size) return false;
-        if (current != nullptr && !found.changed && current->encode_type == frame.encode_type) return true;
-        if (!sets_->Complete()) return true;
-        Mp4Entry described;
-        described.encode_type = frame.encode_type;
-        described.config.resize(sets_->ConfigurationSize());
-        ByteCursor out(described.config.data(), static_cast<uint32_t>(described.config.size()));
-        sets_->WriteConfiguration(out, true);
-        described.width = frame.width;
-        described.height = frame.height;
-        if (const auto details = sets_->Details()) DescribePicture(described, *details);
-        entry = std::move(described);
-        return true;
+// The sample entry that the frame needs, if that may be another than the one in force.
+std::optional<Mp4Entry> CFragmentedMp4::AnotherEntry(const MXFrameInfo& frame) const {
+    if (!config_.Complete() || (!config_.IsNal() && !IsKeyFrame(frame.frame_sub_type))) return std::nullopt;
+    if (video_.info.present && !config_.Changed()) {
+        const Mp4Entry& current = video_.info.entries[video_.info.entry];
+        const bool same_size = frame.width == current.width && frame.height == current.height;
+        if (config_.IsNal() || same_size) return std::nullopt;
     }
-    sets_.reset();
-    reorder_depth_ = 0;
-    if (!IsKeyFrame(frame.frame_sub_type)) return true;
-    Mp4Entry described;
-    described.encode_type = frame.encode_type;
-    described.width = frame.width;
-    described.height = frame.height;
-    if (frame.encode_type == MX_VIDEO_MPEG4) {
-        const Mpeg4Config config = FindMpeg4Config(data.data(), frame.frame_size);
-        if (config.found && config.length != 0) {
-            const auto part = data.subspan(config.offset, config.length);
-            described.config.assign(part.begin(), part.end());
-        } else if (current != nullptr) {
-            return true;
-        }
+    Mp4Entry entry;
+    entry.encode_type = IsAvc(frame.encode_type) ? uint32_t{MX_VIDEO_H264} : frame.encode_type;
+    if (config_.IsNal()) {
+        entry.config.resize(config_.Sets().ConfigurationSize());
+        ByteCursor out(entry.config.data(), static_cast<uint32_t>(entry.config.size()));
+        config_.Sets().WriteConfiguration(out, true);
+    } else {
+        entry.config.assign(config_.Mpeg4Headers().begin(), config_.Mpeg4Headers().end());
     }
-    if (current == nullptr || !(*current == described)) entry = std::move(described);
-    return true;
+    DescribePicture(entry, config_.Details(frame));
+    return entry;
 }
 
 uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {

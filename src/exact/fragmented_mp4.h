@@ -6,10 +6,10 @@
 #include <span>
 #include <vector>
 
-#include "codec/parameter_sets.h"
 #include "exact/exact_package.h"
 #include "exact/mp4_fragment.h"
 #include "exact/mp4_track.h"
+#include "exact/video_config.h"
 
 namespace Orvane::Muxora {
 
@@ -72,12 +72,12 @@ class CFragmentedMp4 : public CExactPackage {
 
     uint32_t PackVideo(const MXFrameInfo& frame) final;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) final;
-    void Forget() final;
+    void Forget(bool picture) final;
 
     void CatchUp();
     void AfterSample(Stream& stream, const Mp4Sample& sample);
 
-    bool TakeVideoEntry(const MXFrameInfo& frame, uint32_t& skip, std::optional<Mp4Entry>& entry);
+    std::optional<Mp4Entry> AnotherEntry(const MXFrameInfo& frame) const;
     static AudioForm FormOf(const MXFrameInfo& frame, const AudioMeasure& measure);
     static Mp4Entry EntryOf(const AudioForm& form);
     void UseEntry(Stream& stream, Mp4Entry entry, const int64_t* next);
@@ -95,17 +95,13 @@ class CFragmentedMp4 : public CExactPackage {
     MXFragmentParam fragments_{sizeof(MXFragmentParam), MX_FRAGMENT_GOP, 0, MX_TRACKS_BOTH, 0, 0};
     Stream video_;
     Stream audio_;
-    std::optional<CParameterSets> sets_;
-    uint32_t reorder_depth_ = 0;  // what the sets say
+    CVideoConfig config_;
     AudioForm audio_form_;
     bool saw_picture_ = false;
     bool tracks_known_ = false;
     bool tracks_stale_ = false;
     // A stream whose fragment was to end with the frame before, and could not for want of memory.
     Stream* owed_ = nullptr;
-    // What Forget goes back to.
-    bool looked_ = false;  // for parameter sets in the frame at hand
-    uint32_t depth_before_ = 0;
 };
 
 }  // namespace Orvane::Muxora

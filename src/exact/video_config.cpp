@@ -1,6 +1,7 @@
 #include "exact/video_config.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "codec/mpeg4_headers.h"
 #include "codec/start_code.h"
@@ -10,56 +11,75 @@ namespace Orvane::Muxora {
 
 std::optional<FrameNals> CVideoConfig::Take(const MXFrameInfo& frame) {
     const std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
-    const bool nal = IsAvc(frame.encode_type) || frame.encode_type == MX_VIDEO_H265;
-    const uint32_t codec = IsAvc(frame.encode_type) ? uint32_t{MX_VIDEO_H264} : frame.encode_type;
+    const bool avc = IsAvc(frame.encode_type);
+    const bool nal = avc || frame.encode_type == MX_VIDEO_H265;
+    const uint32_t codec = avc ? uint32_t{MX_VIDEO_H264} : frame.encode_type;
+    replaced_ = false;
+    before_.reorder_depth = now_.reorder_depth;
+    before_.changed = now_.changed;
     if (nal && FindStartCode(bytes.data(), bytes.data() + bytes.size()) == bytes.data() + bytes.size()) {
         return std::nullopt;
     }
-    if (codec != codec_) {
-        codec_ = codec;
-        changed_ = true;
-        sets_.reset();
-        mpeg4_headers_.clear();
-        reorder_depth_ = 0;
-        if (nal) sets_.emplace(codec == MX_VIDEO_H264 ? NalCodec::kAvc : NalCodec::kHevc);
+    if (codec != now_.codec) {
+        State other{codec, {}, {}, 0, true};
+        if (nal) other.sets.emplace(avc ? NalCodec::kAvc : NalCodec::kHevc);
+        Replace(std::move(other));
     }
-    depth_before_ = reorder_depth_;
-    changed_before_ = changed_;
-    if (!nal) {
-        const auto headers = FindMpeg4Headers(codec == MX_VIDEO_MPEG4 ? bytes : std::span<const uint8_t>{});
-        if (!headers.empty() && !std::ranges::equal(headers, mpeg4_headers_)) {
-            mpeg4_headers_.assign(headers.begin(), headers.end());
-            changed_ = true;
-        }
-        FrameNals found;
-        found.has_picture = true;
+    if (nal) return TakeSets(bytes);
+    FrameNals found;
+    found.has_picture = true;
+    if (codec == MX_VIDEO_MPEG4) {
+        const auto headers = FindMpeg4Headers(bytes);
         found.has_parameter_sets = !headers.empty();
-        return found;
-    }
-    const FrameNals found = sets_->ScanAnnexB(bytes);
-    if (found.changed) {
-        changed_ = true;
-        const auto details = sets_->Details();
-        reorder_depth_ = details ? details->max_reorder : 0;
+        TakeMpeg4(headers);
     }
     return found;
 }
 
+void CVideoConfig::TakeMpeg4(std::span<const uint8_t> headers) {
+    if (headers.empty() || std::ranges::equal(headers, now_.mpeg4_headers)) return;
+    State other{MX_VIDEO_MPEG4, {}, {headers.begin(), headers.end()}, 0, true};
+    if (replaced_) {
+        now_ = std::move(other);
+    } else {
+        Replace(std::move(other));
+    }
+}
+
+FrameNals CVideoConfig::TakeSets(std::span<const uint8_t> bytes) {
+    const FrameNals found = now_.sets->ScanAnnexB(bytes);
+    if (found.changed) {
+        now_.changed = true;
+        const auto details = now_.sets->Details();
+        now_.reorder_depth = details ? details->max_reorder : 0;
+    }
+    return found;
+}
+
+void CVideoConfig::Replace(State with) {
+    before_ = std::exchange(now_, std::move(with));
+    replaced_ = true;
+}
+
 bool CVideoConfig::Complete() const {
-    if (sets_) return sets_->Complete();
-    return codec_ != MX_VIDEO_MPEG4 || !mpeg4_headers_.empty();
+    if (now_.sets) return now_.sets->Complete();
+    return now_.codec != MX_VIDEO_MPEG4 || !now_.mpeg4_headers.empty();
 }
 
 void CVideoConfig::Undo() {
-    if (!sets_) return;
-    sets_->Undo();
-    reorder_depth_ = depth_before_;
-    changed_ = changed_before_;
+    if (replaced_) {
+        now_ = std::move(before_);
+        replaced_ = false;
+        return;
+    }
+    if (now_.sets) now_.sets->Undo();
+    now_.reorder_depth = before_.reorder_depth;
+    now_.changed = before_.changed;
 }
 
 SpsDetails CVideoConfig::Details(const MXFrameInfo& frame) const {
-    if (sets_) {
-        if (const auto details = sets_->Details()) return *details;
+    if (now_.sets) {
+        if (const auto details = now_.sets->Details()) return *details;
     }
     SpsDetails details;
     details.width = frame.width;

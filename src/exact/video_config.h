@@ -7,6 +7,7 @@
 
 #include "MuxoraAPI.h"
 #include "codec/parameter_sets.h"
+#include "core/frame_kinds.h"
 
 namespace Orvane::Muxora {
 
@@ -18,37 +19,45 @@ class CVideoConfig {
     // pictures without parameter sets.
     std::optional<FrameNals> Take(const MXFrameInfo& frame);
 
-    // Takes back what the last Take took in. Another codec is not taken back.
+    // Makes all as it was ahead of the last Take, Told included; also of one that ended in std::bad_alloc.
     void Undo();
 
-    bool IsNal() const { return sets_.has_value(); }
+    bool IsNal() const { return now_.sets.has_value(); }
     // H.264 or H.265 only.
-    const CParameterSets& Sets() const { return *sets_; }
-    std::span<const uint8_t> Mpeg4Headers() const { return mpeg4_headers_; }
+    const CParameterSets& Sets() const { return *now_.sets; }
+    std::span<const uint8_t> Mpeg4Headers() const { return now_.mpeg4_headers; }
     // Is there what a decoder has to know?
     bool Complete() const;
     // Has it changed since the last call of Told? At first it has.
-    bool Changed() const { return changed_; }
-    void Told() { changed_ = false; }
+    bool Changed() const { return now_.changed; }
+    void Told() { now_.changed = false; }
     // Pictures that may be decoded ahead of one that is shown before them; 0 where that is not known.
-    uint32_t ReorderDepth() const { return reorder_depth_; }
+    uint32_t ReorderDepth() const { return now_.reorder_depth; }
     // Size, shape and colour: of the SPS if there is one, else of the record.
     SpsDetails Details(const MXFrameInfo& frame) const;
 
   private:
-    uint32_t codec_ = 0;
-    std::optional<CParameterSets> sets_;
-    std::vector<uint8_t> mpeg4_headers_;
-    uint32_t reorder_depth_ = 0;
-    bool changed_ = false;
-    // As they were before the last Take.
-    uint32_t depth_before_ = 0;
-    bool changed_before_ = false;
+    struct State {
+        uint32_t codec = 0;
+        std::optional<CParameterSets> sets;
+        std::vector<uint8_t> mpeg4_headers;
+        uint32_t reorder_depth = 0;
+        bool changed = false;
+    };
+
+    void TakeMpeg4(std::span<const uint8_t> headers);
+    FrameNals TakeSets(std::span<const uint8_t> bytes);
+    void Replace(State with);
+
+    State now_;
+    // As it was ahead of the last Take: all of it if that replaced it, else the two numbers, and the sets know theirs.
+    State before_;
+    bool replaced_ = false;
 };
 
 // The codecs by what they are, whichever of their numbers they come with.
 inline bool IsAvc(uint32_t encode_type) {
-    return encode_type == MX_VIDEO_H264 || encode_type == MX_VIDEO_H264_ALT || encode_type == MX_VIDEO_H264_STREAM;
+    return IsH264(encode_type) || encode_type == MX_VIDEO_H264_STREAM;
 }
 
 }  // namespace Orvane::Muxora

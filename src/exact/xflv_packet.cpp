@@ -136,7 +136,6 @@ uint32_t CXflvPacket::getCodecCapacity(uint32_t type, const void** table, uint32
 
 uint32_t CXflvPacket::PackVideo(const MXFrameInfo& frame) {
     const bool key = IsKeyFrame(frame.frame_sub_type);
-    looked_ = true;
     const auto found = video_.Take(frame);
     if (!found) return MX_FAILED;
     if (!video_begun_ && !key) return MX_FRAME_REFUSED;
@@ -175,8 +174,8 @@ uint32_t CXflvPacket::PackVideo(const MXFrameInfo& frame) {
     return MX_OK;
 }
 
-void CXflvPacket::Forget() {
-    if (looked_) video_.Undo();
+void CXflvPacket::Forget(bool picture) {
+    if (picture) video_.Undo();
 }
 
 // What comes next in the work buffer is a place to seek to. Readers check the index against the tags and do not expect
@@ -208,7 +207,6 @@ void CXflvPacket::PutPicture(const MXFrameInfo& frame, uint32_t skipped, bool ke
 }
 
 uint32_t CXflvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
-    looked_ = false;
     const bool aac = frame.encode_type == MX_AUDIO_AAC;
     const std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
     if (bytes.size() > kLongestData - 2) return MX_FRAME_REFUSED;

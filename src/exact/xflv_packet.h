@@ -48,7 +48,7 @@ class CXflvPacket : public CExactPackage {
 
     uint32_t PackVideo(const MXFrameInfo& frame) override;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) override;
-    void Forget() override;
+    void Forget(bool picture) override;
     uint32_t Finish() override;
 
     // These write where there is room: HeadSize and the sizes below say how much they need.
@@ -76,7 +76,6 @@ class CXflvPacket : public CExactPackage {
 
     CVideoConfig video_;
     bool video_begun_ = false;
-    bool looked_ = false;  // at the configuration in the frame at hand
     bool hevc_ = false;
     Tally video_tally_;
 

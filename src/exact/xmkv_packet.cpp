@@ -132,7 +132,7 @@ uint32_t CXmkvPacket::PackVideo(const MXFrameInfo& frame) {
     if (frame.frame_size > kLargestFrame) return MX_FRAME_REFUSED;
     // Another codec, or a track that came too late.
     if (opens ? started_ : codec != video_.codec) return MX_FRAME_REFUSED;
-    Begin(true);
+    Begin();
     const auto found = config_.Take(frame);
     if (!found) return MX_FAILED;
     if (opens && !key) return MX_FRAME_REFUSED;
@@ -177,12 +177,12 @@ uint32_t CXmkvPacket::PackVideo(const MXFrameInfo& frame) {
 }
 
 // A frame begins.
-void CXmkvPacket::Begin(bool looks) {
-    before_ = {looks, nullptr, first_time_, waiting_.size(), front_.Size()};
+void CXmkvPacket::Begin() {
+    before_ = {nullptr, first_time_, waiting_.size(), front_.Size()};
 }
 
-void CXmkvPacket::Forget() {
-    if (before_.looks) config_.Undo();
+void CXmkvPacket::Forget(bool picture) {
+    if (picture) config_.Undo();
     if (before_.opened != nullptr) *before_.opened = {};
     first_time_ = before_.first_time;
     if (waiting_.size() > before_.waiting) waiting_.resize(before_.waiting);
@@ -198,7 +198,7 @@ uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
     if (aac && !measure.adts) return MX_FAILED;
     if (frame.encode_type == MX_AUDIO_MPEG && !ReadMpegAudioHeader(bytes)) return MX_FAILED;
 
-    Begin(false);
+    Begin();
     FrameTime time = AudioTime(frame, measure);
     if (opens) {
         before_.opened = &audio_;

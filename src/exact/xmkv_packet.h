@@ -71,10 +71,10 @@ class CXmkvPacket : public CExactPackage {
 
     uint32_t PackVideo(const MXFrameInfo& frame) override;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) override;
-    void Forget() override;
+    void Forget(bool picture) override;
     uint32_t Finish() override;
 
-    void Begin(bool looks);
+    void Begin();
     void OpenVideo(const MXFrameInfo& frame, const FrameTime& time);
     void OpenAudio(const MXFrameInfo& frame, const AudioMeasure& measure, const FrameTime& time);
     bool IsReady(int64_t now) const;
@@ -117,7 +117,6 @@ class CXmkvPacket : public CExactPackage {
 
     // How things were before the frame at hand; what Forget goes back to.
     struct Before {
-        bool looks = false;        // the frame is asked for its configuration
         Stream* opened = nullptr;  // by the frame
         std::optional<int64_t> first_time;
         size_t waiting = 0;

@@ -4,7 +4,6 @@
 #include <iterator>
 
 #include "codec/audio_header.h"
-#include "codec/mpeg4_headers.h"
 #include "codec/mpeg_clock.h"
 #include "codec/start_code.h"
 #include "core/frame_kinds.h"
@@ -133,12 +132,11 @@ void CXtsPacket::SetStreams(uint8_t video, uint8_t audio) {
 uint32_t CXtsPacket::PackVideo(const MXFrameInfo& frame) {
     const uint8_t type = VideoType(frame.encode_type);
     const bool key = IsKeyFrame(frame.frame_sub_type);
-    looked_ = false;
     if (!begun_ && !key) return MX_FRAME_REFUSED;
     const auto bytes = ComposeVideo(frame, key);
     if (!bytes) return MX_FAILED;
     if (bytes->empty()) return MX_OK;
-    const FrameTime time = VideoTime(frame, reorder_depth_);
+    const FrameTime time = VideoTime(frame, config_.ReorderDepth());
     PutPesHeader(head_, kVideoStreamId, head_.size() + bytes->size(), time);
     const CTsMultiplex::Unit unit{head_, *bytes, CTsMultiplex::kVideoPid, time.dts, key};
     if (!multiplex_.Reserve(unit)) return MX_NO_RESOURCES;
@@ -148,60 +146,44 @@ uint32_t CXtsPacket::PackVideo(const MXFrameInfo& frame) {
     return MX_OK;
 }
 
-void CXtsPacket::Forget() {
-    if (!looked_) return;
-    sets_->Undo();
-    reorder_depth_ = depth_before_;
+void CXtsPacket::Forget(bool picture) {
+    if (picture) config_.Undo();
 }
 
 // Gives what is to be written of the frame, behind what goes into head_: nothing if it has no start code, an empty
 // stretch if it has no picture.
 std::optional<std::span<const uint8_t>> CXtsPacket::ComposeVideo(const MXFrameInfo& frame, bool key) {
+    const auto taken = config_.Take(frame);
+    if (!taken) return std::nullopt;
+    const FrameNals& found = *taken;
     const std::span<const uint8_t> bytes(FrameBytes(frame), frame.frame_size);
-    const uint8_t type = VideoType(frame.encode_type);
     head_.clear();
-    if (type == kMpeg4Video) {
-        const auto headers = FindMpeg4Headers(bytes);
-        if (!headers.empty()) {
-            mpeg4_headers_.assign(headers.begin(), headers.end());
-        } else if (key) {
-            head_ = mpeg4_headers_;
-        }
+    if (!config_.IsNal()) {
+        const auto headers = config_.Mpeg4Headers();
+        if (key && !found.has_parameter_sets) head_.assign(headers.begin(), headers.end());
         return bytes;
     }
-    if (type != kAvc && type != kHevc) return bytes;
-
-    const NalCodec codec = type == kAvc ? NalCodec::kAvc : NalCodec::kHevc;
-    if (!sets_ || sets_->codec() != codec) sets_.emplace(codec);
-    const uint8_t* const start = FindStartCode(bytes.data(), bytes.data() + bytes.size());
-    if (start == bytes.data() + bytes.size()) return std::nullopt;
-    looked_ = true;
-    depth_before_ = reorder_depth_;
-    const FrameNals found = sets_->ScanAnnexB(bytes);
-    if (found.changed) {
-        const auto details = sets_->Details();
-        reorder_depth_ = details ? details->max_reorder : 0;
-    }
     if (!found.has_picture) return std::span<const uint8_t>{};
-    const bool add_sets = key && !found.has_parameter_sets && sets_->Complete();
+    const CParameterSets& sets = config_.Sets();
+    const bool add_sets = key && !found.has_parameter_sets && sets.Complete();
     if (found.has_delimiter && !add_sets) return bytes;
 
-    const auto delimiter = codec == NalCodec::kAvc ? std::span<const uint8_t>(kAvcDelimiter) : kHevcDelimiter;
-    const uint32_t size = static_cast<uint32_t>(delimiter.size()) + (add_sets ? sets_->UnitsSize() : 0);
+    const auto delimiter = sets.codec() == NalCodec::kAvc ? std::span<const uint8_t>(kAvcDelimiter) : kHevcDelimiter;
+    const uint32_t size = static_cast<uint32_t>(delimiter.size()) + (add_sets ? sets.UnitsSize() : 0);
     head_.resize(size);
     ByteCursor out(head_.data(), size);
     out.Bytes(delimiter.data(), static_cast<uint32_t>(delimiter.size()));
-    if (add_sets) sets_->WriteAnnexB(out);
+    if (add_sets) sets.WriteAnnexB(out);
     // All the sets stand there now: those of the frame, too.
     if (add_sets) return bytes.subspan(found.rest);
     // Nothing but zeros may stand between two units.
+    const uint8_t* const start = FindStartCode(bytes.data(), bytes.data() + bytes.size());
     const auto skipped = static_cast<size_t>(start - bytes.data());
     return bytes.subspan(skipped != 0 && start[-1] == 0 ? skipped - 1 : skipped);
 }
 
 uint32_t CXtsPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
     const uint8_t type = AudioType(frame.encode_type, measure.sample_rate);
-    looked_ = false;
     const FrameTime time = AudioTime(frame, measure);
     const bool alone = multiplex_.video() == kNoStream;
     head_.clear();

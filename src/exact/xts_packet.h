@@ -4,9 +4,9 @@
 #include <optional>
 #include <vector>
 
-#include "codec/parameter_sets.h"
 #include "exact/exact_package.h"
 #include "exact/ts_multiplex.h"
+#include "exact/video_config.h"
 
 namespace Orvane::Muxora {
 
@@ -27,7 +27,7 @@ class CXtsPacket : public CExactPackage {
   private:
     uint32_t PackVideo(const MXFrameInfo& frame) override;
     uint32_t PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) override;
-    void Forget() override;
+    void Forget(bool picture) override;
     uint32_t Finish() override { return MX_OK; }
 
     std::optional<std::span<const uint8_t>> ComposeVideo(const MXFrameInfo& frame, bool key);
@@ -36,12 +36,7 @@ class CXtsPacket : public CExactPackage {
 
     CTsMultiplex multiplex_;
     bool begun_ = false;  // the first key frame was there
-    std::optional<CParameterSets> sets_;
-    uint32_t reorder_depth_ = 0;
-    // What Forget goes back to.
-    bool looked_ = false;  // for parameter sets in the frame at hand
-    uint32_t depth_before_ = 0;
-    std::vector<uint8_t> mpeg4_headers_;
+    CVideoConfig config_;
     std::vector<uint8_t> head_;  // what goes in front of the frame's bytes
 };
 
