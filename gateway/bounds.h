@@ -20,6 +20,22 @@ constexpr size_t kMaxQueueBlocks = 4096;
 static_assert(kMaxQueueBlocks >= 2 * kMaxGopFrames);
 // Frames that wait for a recording's disk.
 constexpr size_t kRecordingQueueBytes = 64u << 20;
+// Frames that wait for the relay's servers, and messages that went to them and were not confirmed yet: together the
+// time that a cluster may need to choose a new leader (some 10 s).
+constexpr size_t kRelayQueueBytes = 64u << 20;
+constexpr size_t kRelayWindowBytes = 16u << 20;
+// What the relay's servers keep of each stream, so that an edge that was cut off misses nothing.
+constexpr std::chrono::seconds kRelayKeeps{60};
+constexpr size_t kRelayKeepsBytes = 64u << 20;
+// Pieces of one frame, and its bytes.
+constexpr uint32_t kMaxRelayPieces = 4096;
+constexpr size_t kMaxRelayFrame = 64u << 20;
+// Messages that wait at an edge for one that is missing, and how long.
+constexpr size_t kMaxRelayWaiting = 4096;
+constexpr size_t kMaxRelayWaitingBytes = 64u << 20;
+constexpr std::chrono::seconds kRelayMissing{20};
+// Of two origins the one that began later is followed, and the other one when that one is silent for so long.
+constexpr std::chrono::seconds kOriginSilence{2};
 // A client that took nothing for so long while something was there for it is closed.
 constexpr std::chrono::seconds kStalledFor{10};
 // Sound waits so long for the next picture, so that both go out in one write.
@@ -51,5 +67,7 @@ constexpr size_t kMaxStreamName = 64;
 constexpr std::chrono::seconds kInputSilence{10};
 constexpr std::chrono::milliseconds kFirstPause{250};
 constexpr std::chrono::milliseconds kLongestPause{10000};
+// A relay answers with a word, so it is asked more often.
+constexpr std::chrono::milliseconds kLongestRelayPause{1000};
 
 }  // namespace Orvane::Muxora::Gateway

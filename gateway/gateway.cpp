@@ -9,6 +9,8 @@
 #include <thread>
 #include <utility>
 
+#include "relay/relay_source.h"
+
 namespace Orvane::Muxora::Gateway {
 
 namespace asio = boost::asio;
@@ -73,6 +75,11 @@ GatewayRun::GatewayRun(const Options& options)
       router_({hub_, shelf_, segments_, access_, api_, metrics_, page_, options.cors}),
       http_(workers_, options.http, tls_.get(), router_),
       rtsp_(RtspOf(options), hub_, shelf_, access_) {
+    const auto relay = [&options](const std::string& address) {
+        return NatsLink::To(ParseRelayAddress(address).servers, options.credentials);
+    };
+    if (!options.publish.empty()) publishing_ = relay(options.publish);
+    const std::shared_ptr<NatsLink> from = options.from.empty() ? nullptr : relay(options.from);
     metrics_.SetCounts(http_.Counts());
     workers_.Start();
     http_.Start();
@@ -83,10 +90,13 @@ GatewayRun::GatewayRun(const Options& options)
         // The threads use what is about to be destroyed.
         http_.Stop();
         rtsp_.Stop();
-        sources_.clear();
+        works_.clear();
         workers_.Stop();
-        throw std::runtime_error(name + ": " + why);
+        throw std::runtime_error(std::string(name).append(": ").append(why));
     }
+    if (from == nullptr) return;
+    finder_ = std::make_unique<RelayFinder>(
+        from, [this](const std::string& name) { return AddStream(name, options_.from, true).empty(); });
 }
 
 GatewayRun::~GatewayRun() {
@@ -102,14 +112,7 @@ std::string GatewayRun::AddStream(const std::string& name, const std::string& in
     if (stream == nullptr) return "there is a stream of that name, or too many of them";
     segments_.Add(stream);
     try {
-        std::shared_ptr<Recorder> recorder;
-        if (!options_.recording.folder.empty()) {
-            recorder = std::make_shared<Recorder>(stream, options_.recording);
-            asio::post(stream->Home().Context(), [stream, recorder] { stream->Attach(recorder); });
-        }
-        auto source = OpenAvSource(stream, input, trusted);
-        if (recorder != nullptr) recorders_[name] = std::move(recorder);
-        sources_[name] = std::move(source);
+        works_[name] = Begin(stream, input, trusted);
         return "";
     } catch (const std::exception& error) {
         hub_.Remove(name);
@@ -119,6 +122,38 @@ std::string GatewayRun::AddStream(const std::string& name, const std::string& in
     }
 }
 
+GatewayRun::Work GatewayRun::Begin(const StreamPtr& stream, const std::string& input, bool trusted) {
+    Work work;
+    const auto attach = [&stream](const std::shared_ptr<FrameSink>& sink) {
+        asio::post(stream->Home().Context(), [stream, sink] { stream->Attach(sink); });
+    };
+    if (!options_.recording.folder.empty()) {
+        attach(work.recorder = std::make_shared<Recorder>(stream, options_.recording));
+    }
+    const bool relayed = IsRelayAddress(input);
+    // What is published already is not published again.
+    if (publishing_ != nullptr && !relayed)
+        attach(work.publisher = std::make_shared<RelayPublisher>(stream, publishing_));
+    work.source = relayed ? OpenRelaySource(stream, input, trusted ? options_.credentials : "")
+                          : OpenAvSource(stream, input, trusted);
+    return work;
+}
+
+void GatewayRun::EndWork(Work work) {
+    if (work.source != nullptr) {
+        endings_.Begin([ending = std::shared_ptr<Source>(std::move(work.source))]() mutable { ending.reset(); });
+    }
+    const auto finish = [this](auto sink) {
+        if (sink == nullptr) return;
+        endings_.Begin([sink] {
+            sink->OnEnd();
+            sink->Wait();
+        });
+    };
+    finish(std::move(work.recorder));
+    finish(std::move(work.publisher));
+}
+
 bool GatewayRun::RemoveStream(const std::string& name) {
     const std::lock_guard lock(mutex_);
     const StreamPtr stream = hub_.Remove(name);
@@ -126,16 +161,7 @@ bool GatewayRun::RemoveStream(const std::string& name) {
         shelf_.Drop(*stream);
         segments_.Drop(*stream);
     }
-    // A source and a disk may take a moment to end: not on a worker's thread.
-    if (auto source = sources_.extract(name)) {
-        endings_.Begin([ending = std::shared_ptr<Source>(std::move(source.mapped()))]() mutable { ending.reset(); });
-    }
-    if (auto recorder = recorders_.extract(name)) {
-        endings_.Begin([ending = std::move(recorder.mapped())] {
-            ending->OnEnd();
-            ending->Wait();
-        });
-    }
+    if (auto work = works_.extract(name)) EndWork(std::move(work.mapped()));
     return stream != nullptr;
 }
 
@@ -179,28 +205,21 @@ std::string GatewayRun::Signs() const {
 }
 
 bool GatewayRun::End() {
-    std::map<std::string, std::unique_ptr<Source>> sources;
-    std::map<std::string, std::shared_ptr<Recorder>> recorders;
+    std::map<std::string, Work> works;
     {
         const std::lock_guard lock(mutex_);
         if (ended_) return true;
         ended_ = true;
-        sources.swap(sources_);
-        recorders.swap(recorders_);
+        works.swap(works_);
     }
     http_.Stop();
     rtsp_.Stop();
-    for (auto& [name, source] : sources)
-        endings_.Begin([ending = std::shared_ptr<Source>(std::move(source))]() mutable { ending.reset(); });
+    finder_.reset();
+    // Each recording gets its index, and what came is published.
+    for (auto& [name, work] : works)
+        EndWork(std::move(work));
     for (const StreamPtr& stream : hub_.All())
         hub_.Remove(stream->Name());
-    // Each recording gets its index.
-    for (const auto& [name, recorder] : recorders) {
-        endings_.Begin([recorder] {
-            recorder->OnEnd();
-            recorder->Wait();
-        });
-    }
     // Clients hear of the end; those who do not listen are not waited for.
     const auto patience = std::chrono::steady_clock::now() + std::chrono::seconds(2);
     while (http_.Counts().connections + rtsp_.Clients() > 0 && std::chrono::steady_clock::now() < patience)

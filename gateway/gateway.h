@@ -14,6 +14,9 @@
 #include "packaging/shelf.h"
 #include "protocols/access.h"
 #include "recording/recorder.h"
+#include "relay/finder.h"
+#include "relay/nats.h"
+#include "relay/publisher.h"
 #include "servers/api.h"
 #include "servers/http_server.h"
 #include "servers/metrics.h"
@@ -46,6 +49,16 @@ class GatewayRun final : public StreamKeeper {
     bool End();
 
   private:
+    // What works for one stream, on threads of its own.
+    struct Work {
+        std::unique_ptr<Source> source;
+        std::shared_ptr<Recorder> recorder;
+        std::shared_ptr<RelayPublisher> publisher;
+    };
+    Work Begin(const StreamPtr& stream, const std::string& input, bool trusted);
+    // Each of them may take a moment to end: none holds up the caller.
+    void EndWork(Work work);
+
     Options options_;
     Access access_;
     std::unique_ptr<boost::asio::ssl::context> tls_;
@@ -61,9 +74,10 @@ class GatewayRun final : public StreamKeeper {
     RtspServer rtsp_;
     Endings endings_;
     std::mutex mutex_;  // of what stands below; streams come and go one at a time
-    std::map<std::string, std::unique_ptr<Source>> sources_;
-    std::map<std::string, std::shared_ptr<Recorder>> recorders_;
+    std::map<std::string, Work> works_;
     bool ended_ = false;
+    std::shared_ptr<NatsLink> publishing_;  // null: nothing is published
+    std::unique_ptr<RelayFinder> finder_;
 };
 
 }  // namespace Orvane::Muxora::Gateway

@@ -31,7 +31,7 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.add_option(
         "streams", streams,
         "NAME=INPUT: a file (played in real time, again and again), rtsp://, rtmp://, listen+rtmp://, srt://, "
-        "udp://, a .sdp file, or - for the standard input");
+        "udp://, nats:// (published by another gateway), a .sdp file, or - for the standard input");
     app.add_option("--address", options.http.address, "Address to listen on (127.0.0.1)");
     app.add_option("--port", options.http.port, "Port of HTTP and WebSocket (8080; 0: any)");
     app.add_option("--rtsp-port", options.rtsp.port, "Port of RTSP (8554; 0: any)");
@@ -58,6 +58,12 @@ int ReadOptions(int argc, char** argv, Options& options) {
         ->check(CLI::Range(0.5, static_cast<double>(kLongestSegment.count())));
     app.add_option("--part-seconds", options.segments.part, "Length of Low-Latency HLS parts (0.25)")
         ->check(CLI::Range(0.1, 2.0));
+    app.add_option(
+        "--publish", options.publish,
+        "Publish every stream for other gateways: nats://HOST:PORT, or more servers of a cluster behind commas");
+    app.add_option("--from", options.from, "Serve every stream that is published there: nats://HOST:PORT");
+    app.add_option("--relay-credentials", options.credentials, "File with the credentials of a user of NATS")
+        ->check(CLI::ExistingFile);
     app.add_option("--threads", options.threads, "Threads (one a core)")->check(CLI::Range(size_t{1}, size_t{256}));
     app.add_option("--share", options.share, "Folder of the page and its players");
     app.add_option("--log", log, "text or json")->check(CLI::IsMember({"text", "json"}));

@@ -26,8 +26,11 @@ struct Options {
     std::string certificate;  // TLS, PEM; empty: plain
     std::string private_key;
     std::string cors;
-    std::string share;   // folder of the page
-    size_t threads = 0;  // 0: one a core
+    std::string publish;      // servers of a relay, where all streams go
+    std::string from;         // and from where all that are published come
+    std::string credentials;  // of the relay's user
+    std::string share;        // folder of the page
+    size_t threads = 0;       // 0: one a core
     LogForm log = LogForm::kText;
     bool quiet = false;
     bool plain_rtsp = false;

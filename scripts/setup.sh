@@ -18,7 +18,7 @@ packages=(g++ cmake ninja-build make git pkg-config python3
     clang clang-format clang-tidy libclang-rt-14-dev binutils
     flvmeta tshark chromium parallel
     doxygen abigail-tools dpkg-dev fish zsh bc
-    libspdlog-dev prometheus-cpp-dev
+    libspdlog-dev prometheus-cpp-dev libnats-dev nats-server
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
 
 # Other platforms, built here and run in emulators.

@@ -95,6 +95,12 @@ void Stream::SetDamaged(uint64_t count) {
     status_.damaged = count;
 }
 
+void Stream::SetRelayed(uint64_t messages, uint64_t lost) {
+    const std::lock_guard lock(mutex_);
+    status_.relayed = messages;
+    status_.relay_lost = lost;
+}
+
 StreamStatus Stream::Status() const {
     const std::lock_guard lock(mutex_);
     return status_;

@@ -35,9 +35,11 @@ struct StreamStatus {
     uint64_t pictures = 0;
     uint64_t sounds = 0;
     uint64_t bytes = 0;
-    uint64_t opened = 0;    // times that the input was opened
-    uint64_t damaged = 0;   // frames that the input marked as damaged
-    uint64_t overruns = 0;  // frames thrown away because the stream's thread was behind
+    uint64_t opened = 0;      // times that the input was opened
+    uint64_t damaged = 0;     // frames that the input marked as damaged
+    uint64_t relayed = 0;     // messages that the relay's servers have of it
+    uint64_t relay_lost = 0;  // frames that found no place on their way there
+    uint64_t overruns = 0;    // frames thrown away because the stream's thread was behind
     RepairCounts video_repairs;
     RepairCounts audio_repairs;
     double bits_per_second = 0;  // over the last seconds
@@ -62,6 +64,8 @@ class Stream : public std::enable_shared_from_this<Stream> {
     void Opened();
     void Lost(const std::string& trouble);
     void SetDamaged(uint64_t count);
+    // For who publishes it: see StreamStatus.
+    void SetRelayed(uint64_t messages, uint64_t lost);
 
     // ---- for everybody, on any thread.
 

@@ -11,7 +11,7 @@
 
 #include "bounds.h"
 #include "hub/stream.h"
-#include "recording/frame_queue.h"
+#include "hub/frame_queue.h"
 #include "recording/recording_file.h"
 
 namespace Orvane::Muxora::Gateway {

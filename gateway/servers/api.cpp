@@ -45,6 +45,8 @@ Json Describe(const Stream& stream, const Shelf& shelf) {
     json["opened"] = status.opened;
     json["damaged"] = status.damaged;
     json["overruns"] = status.overruns;
+    json["relayed"] = status.relayed;
+    json["relay_lost"] = status.relay_lost;
     json["bits_per_second"] = std::llround(status.bits_per_second);
     json["pictures_per_second"] = Rounded(status.pictures_per_second);
     json["key_distance"] = Rounded(status.key_distance);

@@ -64,6 +64,10 @@ void AddStream(Families& all, const StreamStatus& status) {
             labels);
     all.Add("muxora_stream_overruns_total", "Frames lost because the stream's thread was behind.", kCounter,
             Value(status.overruns), labels);
+    all.Add("muxora_stream_relayed_total", "Messages of the stream that the relay's servers have taken.", kCounter,
+            Value(status.relayed), labels);
+    all.Add("muxora_stream_relay_lost_total", "Frames that were not published: the relay's servers took too few.",
+            kCounter, Value(status.relay_lost), labels);
     const auto repairs = [&](const RepairCounts& counts, const char* kind) {
         const auto add = [&](const char* rule, uint64_t count) {
             Labels more = with("kind", kind);

@@ -359,8 +359,8 @@ class AvSource final : public Source {
 }  // namespace
 
 bool IsNetworkInput(const std::string& input) {
-    static constexpr std::string_view kSchemes[] = {"rtsp://", "rtmp://", "rtmps://",      "srt://",
-                                                    "udp://",  "rtp://",  "listen+rtmp://"};
+    static constexpr std::string_view kSchemes[] = {"rtsp://", "rtmp://",        "rtmps://", "srt://", "udp://",
+                                                    "rtp://",  "listen+rtmp://", "nats://",  "tls://"};
     return std::any_of(std::begin(kSchemes), std::end(kSchemes),
                        [&input](std::string_view scheme) { return StartsWith(input, scheme); });
 }

@@ -1,4 +1,4 @@
-#include "recording/frame_queue.h"
+#include "hub/frame_queue.h"
 
 #include <gtest/gtest.h>
 

@@ -150,8 +150,13 @@ def packets(url, seconds=3, more=(), timeout=60):
 
 def numbers(url, count=75, more=(), timeout=240):
     """The numbers painted into so many pictures (make_clip) that ffmpeg decodes of a live address."""
+    return numbers_of(url, ('-frames:v', str(count)), more, timeout)
+
+
+def numbers_of(url, limit=(), more=(), timeout=240):
+    """The numbers painted into the pictures of a file."""
     done = subprocess.run(
-        ['ffmpeg', '-v', 'error', *more, '-i', url, '-map', '0:v:0', '-frames:v', str(count), '-vf',
+        ['ffmpeg', '-v', 'error', *more, '-i', url, '-map', '0:v:0', *limit, '-vf',
          f'crop={serve_clip.BITS * serve_clip.SQUARE}:{serve_clip.SQUARE}:0:0,scale={serve_clip.BITS}:1:flags=area,format=gray',
          '-fps_mode', 'passthrough', '-f', 'rawvideo', '-'],
         stdin=subprocess.DEVNULL, capture_output=True, timeout=timeout, check=False)

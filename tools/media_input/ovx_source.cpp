@@ -7,6 +7,7 @@
 #include "media_input/elementary.h"
 #include "media_input/file_bytes.h"
 #include "media_input/media_source.h"
+#include "media_input/ovx_frame.h"
 #include "ovx_reader/decryptor.h"
 #include "ovx_reader/reader.h"
 #include "ovx_reader/summary.h"
@@ -25,54 +26,6 @@ constexpr uint32_t kDefaultFrameRate = 25;
 constexpr size_t kReorderDepth = 17;
 // Units that are looked through for a description of the streams.
 constexpr int kLookAhead = 5000;
-
-uint32_t VideoCodecOf(uint8_t codec_byte) {
-    switch (codec_byte) {
-        case 1:
-            return MX_VIDEO_MPEG4;
-        case 2:
-        case 8:
-            return MX_VIDEO_H264;
-        case 5:
-            return MX_VIDEO_MJPEG;
-        case 9:
-            return MX_VIDEO_MPEG2;
-        case 12:
-            return MX_VIDEO_H265;
-        default:
-            return 0;
-    }
-}
-
-uint32_t AudioCodecOf(uint8_t encode_type) {
-    switch (encode_type) {
-        case MX_AUDIO_PCM8:
-        case MX_AUDIO_PCM16:
-        case MX_AUDIO_ALAW:
-        case MX_AUDIO_MULAW:
-        case MX_AUDIO_AAC:
-        case MX_AUDIO_MPEG:
-            return encode_type;
-        case MX_AUDIO_MULAW_ALT:
-            return MX_AUDIO_MULAW;
-        default:
-            return 0;
-    }
-}
-
-uint32_t SubTypeOf(uint8_t kind) {
-    switch (kind) {
-        case OvxReader::kKindI:
-        case OvxReader::kKindJpeg:
-            return MX_SUB_I;
-        case OvxReader::kKindP:
-            return MX_SUB_P;
-        case OvxReader::kKindB:
-            return MX_SUB_B;
-        default:
-            return MX_SUB_OTHER;
-    }
-}
 
 // Units state 16 bits of their milliseconds and the calendar second; both together give a time that goes on.
 class UnitClock {
@@ -222,8 +175,8 @@ class OvxSource : public MediaSource {
             units = true;
             if (piece->head.IsAudio()) {
                 if (!audio) audio = DescribeSound(*piece);
-            } else if (!video && piece->extension.Find(OvxReader::kPlayBack)) {
-                video = DescribePicture(*piece);
+            } else if (const auto picture = PictureOf(*piece); !video && picture) {
+                video = DescribePicture(*picture);
             }
         }
         if (!units) throw InputError(path_ + ": has no intact OVX unit in it");
@@ -235,42 +188,28 @@ class OvxSource : public MediaSource {
         }
     }
 
-    MediaStream DescribePicture(const Piece& piece) const {
+    MediaStream DescribePicture(const OvxPicture& picture) const {
         MediaStream about;
         about.type = MX_FRAME_VIDEO;
-        const auto play_back = piece.extension.Find(OvxReader::kPlayBack);
-        about.codec = VideoCodecOf(play_back->bytes[2]);
-        about.codec_name = OvxReader::VideoCodec(play_back->bytes[2]).text;
-        about.frame_rate = options_.frame_rate != 0 ? options_.frame_rate : play_back->bytes[3];
+        about.codec = picture.codec;
+        about.codec_name = OvxReader::VideoCodec(picture.codec_byte).text;
+        about.frame_rate = options_.frame_rate != 0 ? options_.frame_rate : picture.frame_rate;
         if (about.frame_rate == 0) about.frame_rate = kDefaultFrameRate;
         about.exact_rate = about.frame_rate;
-        if (const auto size = piece.extension.Find(OvxReader::kLongImageSize)) {
-            about.width = OvxReader::Load16(size->bytes.data() + 4);
-            about.height = OvxReader::Load16(size->bytes.data() + 6);
-        } else if (const auto small = piece.extension.Find(OvxReader::kImageSize)) {
-            about.width = 8u * small->bytes[2];
-            about.height = 8u * small->bytes[3];
-        }
+        about.width = picture.width;
+        about.height = picture.height;
         return about;
     }
 
     MediaStream DescribeSound(const Piece& piece) {
+        const OvxSound sound = SoundOf(piece);
         MediaStream about;
         about.type = MX_FRAME_AUDIO;
-        uint8_t channels = 1;
-        uint8_t codec = 0;
-        uint8_t rate_index = 0;
-        if (const auto format = piece.extension.Find(OvxReader::kAudioFormat2)) {
-            channels = format->bytes[2], codec = format->bytes[3], rate_index = format->bytes[4];
-        } else if (const auto old = piece.extension.Find(OvxReader::kAudioFormat)) {
-            channels = old->bytes[1], codec = old->bytes[2], rate_index = old->bytes[3];
-        }
-        about.codec = AudioCodecOf(codec);
-        about.codec_name = OvxReader::AudioCodec(codec).text;
-        about.channels = std::max<uint32_t>(channels, 1);
-        about.bits_per_sample =
-            about.codec == MX_AUDIO_PCM16 || about.codec == MX_AUDIO_AAC || about.codec == MX_AUDIO_MPEG ? 16 : 8;
-        about.samples_per_sec = OvxReader::SampleRate(rate_index);
+        about.codec = sound.codec;
+        about.codec_name = OvxReader::AudioCodec(sound.codec_byte).text;
+        about.channels = sound.channels;
+        about.bits_per_sample = sound.bits_per_sample;
+        about.samples_per_sec = sound.samples_per_sec;
         if (about.codec == MX_AUDIO_AAC) {
             // The list of the format lacks rates that ADTS has.
             const std::vector<uint8_t> frame = FrameOf(piece);
@@ -329,7 +268,7 @@ class OvxSource : public MediaSource {
             queue->PushSound(std::move(frame), us);
             return;
         }
-        frame.sub_type = SubTypeOf(piece.head.kind);
+        frame.sub_type = SubTypeOf(piece);
         begun_ = begun_ || frame.IsKey();
         if (!begun_) {
             ++begins_late_;

@@ -1,4 +1,4 @@
-// Frames that wait for a disk: bounded by their bytes, and cut where a recording can go on.
+// Frames that wait for a disk or a relay: bounded by their bytes, and cut where it can go on.
 #pragma once
 
 #include <cstddef>
