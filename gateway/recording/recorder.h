@@ -10,8 +10,8 @@
 #include <thread>
 
 #include "bounds.h"
-#include "hub/stream.h"
 #include "hub/frame_queue.h"
+#include "hub/stream.h"
 #include "recording/recording_file.h"
 
 namespace Orvane::Muxora::Gateway {
