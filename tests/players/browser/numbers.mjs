@@ -8,6 +8,9 @@
 // white for a 1, the lowest bit first. Standard output gets one line of JSON: the numbers while it plays, the number at
 // the middle of each picture's time, those at 20 random places in time, the picture's widths, and every error. A
 // presentation plays its largest rendition first, and is sought in its smallest.
+//
+// HOW may be killed: FILE and COUNT are lists then, divided by commas, of files of which each has its first COUNT
+// pictures. The line has an entry a file: what it shows at its first picture, one in the middle, and its last.
 import { createReadStream, existsSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
 import { basename, dirname, join } from 'node:path';
@@ -18,7 +21,8 @@ const [modules, file, how, rate, count, offset] = process.argv.slice(2);
 
 const page_text = '<!doctype html><meta charset="utf-8"><title>Muxora</title>' +
     '<video id="video" muted></video>';
-const types = { native: 'video/x-matroska', mse: 'video/mp4', mpegts: 'video/mp2t', flv: 'video/x-flv' };
+const files = file.split(',');
+const types = { native: 'video/x-matroska', killed: 'video/mp4', mse: 'video/mp4', mpegts: 'video/mp2t', flv: 'video/x-flv' };
 const players = {
     mpegts: 'mpegts.js/dist/mpegts.js',
     flv: 'mpegts.js/dist/mpegts.js',
@@ -52,8 +56,8 @@ const server = createServer((request, response) => {
         } else {
             response.writeHead(404).end();
         }
-    } else if (path === '/media') {
-        sendFile(request, response, file, types[how]);
+    } else if (/^\/media\/\d+$/.test(path) && Number(path.slice('/media/'.length)) < files.length) {
+        sendFile(request, response, files[Number(path.slice('/media/'.length))], types[how]);
     } else {
         response.writeHead(path === '/favicon.ico' ? 204 : 404).end();
     }
@@ -62,8 +66,9 @@ await new Promise((resolve) => server.listen(0, '127.0.0.1', resolve));
 const address = `http://127.0.0.1:${server.address().port}`;
 
 // Runs in the page.
-async function watch({ how, rate, count, offset, site }) {
+async function watch({ how, rate, counts, offset, site }) {
     const video = document.getElementById('video');
+    const count = counts[0];
     const errors = [];
     video.addEventListener('error', () => errors.push(`video: ${video.error.message}`));
     const canvas = document.createElement('canvas');
@@ -87,9 +92,35 @@ async function watch({ how, rate, count, offset, site }) {
         if (!condition()) errors.push(`waited in vain at ${video.currentTime}`);
     };
 
+    // What the screen settles on: a decoder may still show an earlier picture when it says that it has arrived.
+    const frame = () => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
+    const at = async (n) => {
+        video.currentTime = offset + (n + 0.5) / rate;
+        await until(() => !video.seeking && video.readyState >= 2);
+        let seen = -1;
+        for (const started = performance.now(); performance.now() - started < 10000;) {
+            const before = seen;
+            await frame();
+            seen = number();
+            if (seen === n && before === n) break;
+        }
+        return seen;
+    };
+    if (how === 'killed') {
+        const shown = [];
+        for (const [i, pictures] of counts.entries()) {
+            video.src = `/media/${i}`;
+            await until(() => video.readyState >= 2);
+            for (const wanted of [0, Math.floor(pictures / 2), pictures - 1]) {
+                if (errors.length === 0) shown.push({ wanted, got: await at(wanted) });
+            }
+        }
+        return { shown, errors };
+    }
+
     let smallest = () => {};
     if (how === 'native') {
-        video.src = '/media';
+        video.src = '/media/0';
     } else if (how === 'mse') {
         const source = new MediaSource();
         video.src = URL.createObjectURL(source);
@@ -97,7 +128,7 @@ async function watch({ how, rate, count, offset, site }) {
             const buffer = source.addSourceBuffer('video/mp4; codecs="avc1.640028, mp4a.40.2"');
             buffer.addEventListener('error', () => errors.push('source buffer'));
             buffer.addEventListener('updateend', () => source.endOfStream(), { once: true });
-            buffer.appendBuffer(await (await fetch('/media')).arrayBuffer());
+            buffer.appendBuffer(await (await fetch('/media/0')).arrayBuffer());
         }, { once: true });
     } else if (how === 'hls') {
         const player = new Hls({ enableWorker: false, startLevel: 1 });
@@ -129,7 +160,7 @@ async function watch({ how, rate, count, offset, site }) {
         if (errors.length === 0) player.selectVariantTrack(bySize().at(-1), true);
         smallest = () => player.selectVariantTrack(bySize()[0], true);
     } else {
-        const player = mpegts.createPlayer({ type: how, url: '/media', isLive: false },
+        const player = mpegts.createPlayer({ type: how, url: '/media/0', isLive: false },
             { enableWorker: false, lazyLoad: false, accurateSeek: true, autoCleanupSourceBuffer: false });
         player.on(mpegts.Events.ERROR, (kind, detail, info) => errors.push(`${kind} ${detail} ${JSON.stringify(info)}`));
         player.attachMediaElement(video);
@@ -152,20 +183,6 @@ async function watch({ how, rate, count, offset, site }) {
     playing = false;
     video.pause();
 
-    // What the screen settles on: a decoder may still show an earlier picture when it says that it has arrived.
-    const frame = () => new Promise((resolve) => requestAnimationFrame(() => requestAnimationFrame(resolve)));
-    const at = async (n) => {
-        video.currentTime = offset + (n + 0.5) / rate;
-        await until(() => !video.seeking && video.readyState >= 2);
-        let seen = -1;
-        for (const started = performance.now(); performance.now() - started < 10000;) {
-            const before = seen;
-            await frame();
-            seen = number();
-            if (seen === n && before === n) break;
-        }
-        return seen;
-    };
     const stepped = [];
     for (let n = 0; n < count && errors.length === 0; ++n) stepped.push(await at(n));
     const widths = [video.videoWidth];
@@ -186,7 +203,7 @@ try {
         await page.goto(address);
         if (how in players) await page.addScriptTag({ path: join(modules, 'node_modules', players[how]) });
         const result = await page.evaluate(watch, {
-            how, rate: Number(rate), count: Number(count), offset: Number(offset), site: `/site/${basename(file)}`,
+            how, rate: Number(rate), counts: count.split(',').map(Number), offset: Number(offset), site: `/site/${basename(file)}`,
         });
         console.log(JSON.stringify(result));
     });

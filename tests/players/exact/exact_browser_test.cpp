@@ -6,8 +6,10 @@
 #include <cmath>
 #include <filesystem>
 #include <numeric>
+#include <random>
 
 #include "exact/exact_clip.h"
+#include "exact/killed_recording.h"
 #include "support/clip.h"
 #include "support/process.h"
 
@@ -18,14 +20,24 @@ using test::ExactFrame;
 constexpr int kPictures = 72;
 constexpr double kRate = 24000.0 / 1001;
 
-// Three seconds of 23.976 with B pictures; picture n holds n in ten squares along its top, the lowest bit first.
-const test::Encode& Numbered() {
-    static const test::Encode encode{
-        "numbered",
-        "color=s=320x128:r=24000/1001:d=3.003",
-        "sine=r=44100:d=3",
-        {"-vf", "geq=lum='if(lt(Y,64),16+219*mod(floor(N/pow(2,floor(X/32))),2),128)':cb=128:cr=128", "-c:v", "libx264",
-         "-pix_fmt", "yuv420p", "-g", "24", "-c:a", "aac"}};
+// 23.976 with B pictures, a group of pictures a second; picture n holds n in ten squares along its top, the lowest bit
+// first.
+test::Encode Numbered(const char* name, const char* video_source, const char* audio_source) {
+    return {name,
+            video_source,
+            audio_source,
+            {"-vf", "geq=lum='if(lt(Y,64),16+219*mod(floor(N/pow(2,floor(X/32))),2),128)':cb=128:cr=128", "-c:v",
+             "libx264", "-pix_fmt", "yuv420p", "-g", "24", "-c:a", "aac"}};
+}
+
+const test::Encode& ThreeSeconds() {
+    static const test::Encode encode = Numbered("numbered", "color=s=320x128:r=24000/1001:d=3.003", "sine=r=44100:d=3");
+    return encode;
+}
+
+const test::Encode& EightSeconds() {
+    static const test::Encode encode =
+        Numbered("numbered_long", "color=s=320x128:r=24000/1001:d=8.008", "sine=r=44100:d=8");
     return encode;
 }
 
@@ -95,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
     ASSERT_TRUE(std::filesystem::exists(std::string(BROWSER_MODULES) + "/node_modules/mpegts.js"))
         << "scripts/setup.sh installs what this test needs";
-    const auto frames = test::ReadExact(test::MakeEncode(Numbered()));
+    const auto frames = test::ReadExact(test::MakeEncode(ThreeSeconds()));
     ASSERT_EQ(std::count_if(frames.begin(), frames.end(), [](const auto& f) { return f.IsVideo(); }), kPictures);
     const std::string path = test::WorkPath(std::string("numbered.") + GetParam().extension);
     int pictures = kPictures;
@@ -135,6 +147,34 @@ TEST_P(ExactBrowser, ShowsEveryPictureInItsPlace) {
     ASSERT_EQ(pairs.size(), 40u) << run.out;
     for (size_t i = 0; i < pairs.size(); i += 2)
         EXPECT_EQ(pairs[i], pairs[i + 1]) << "wanted, got";
+}
+
+// One browser for all of them: each shows its first picture, one in the middle and its last.
+TEST(ExactBrowserKilled, ShowsEveryWholeFragmentWheneverItWasKilled) {
+    ASSERT_TRUE(std::filesystem::exists(std::string(BROWSER_MODULES) + "/node_modules/playwright-core"))
+        << "scripts/setup.sh installs what this test needs";
+    const auto frames = test::ReadExact(test::MakeEncode(EightSeconds()));
+    ASSERT_GT(frames.size(), 400u);
+    std::mt19937 random(20);
+    std::string files;
+    std::string counts;
+    for (int i = 0; i < 20; ++i) {
+        const std::string path = test::WorkPath("killed_" + std::to_string(i) + ".mp4");
+        const auto most = static_cast<uint32_t>(frames.size()) - test::kRecorderAhead;
+        test::RecordAndKill(frames, path, 120 + static_cast<uint32_t>(random() % (most - 120)));
+        const uint64_t pictures = test::WholePictures(test::ReadFile(path));
+        ASSERT_GE(pictures, 24u) << i;
+        files += (i == 0 ? "" : ",") + path;
+        counts += (i == 0 ? "" : ",") + std::to_string(pictures);
+    }
+    const auto run =
+        test::Run({"node", NUMBERS_SCRIPT, BROWSER_MODULES, files, "killed", std::to_string(kRate), counts, "0"}, 400);
+    ASSERT_TRUE(run.Ok()) << run.err;
+    EXPECT_NE(run.out.find("\"errors\":[]"), std::string::npos) << run.out;
+    const auto pairs = Numbers(run.out, "shown");
+    ASSERT_EQ(pairs.size(), 120u) << run.out;
+    for (size_t i = 0; i < pairs.size(); i += 2)
+        EXPECT_EQ(pairs[i], pairs[i + 1]) << counts << ": wanted, got, of file " << i / 6;
 }
 
 }  // namespace

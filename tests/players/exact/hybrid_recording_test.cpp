@@ -1,15 +1,12 @@
 // A hybrid MP4 recording that is killed plays as it is; one that is closed is a plain MP4.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <random>
 
 #include "exact/exact_clip.h"
+#include "exact/killed_recording.h"
 #include "support/clip.h"
 #include "support/decoded.h"
 #include "support/iso_file.h"
@@ -18,88 +15,12 @@
 namespace {
 
 using test::ByteVector;
-using test::ExactFrame;
-
-int32_t WriteBlock(const MXOutputBlock* block, void* user) {
-    const ssize_t written = pwrite(*static_cast<int*>(user), block->data, block->length, block->offset);
-    return written == static_cast<ssize_t>(block->length) ? 0 : 1;
-}
-
-// How far the recorder runs ahead of what was asked for: the moment of its death lies somewhere in there.
-constexpr uint32_t kAhead = 12;
-
-// Records the frames over and over, with times that go on, until it is killed; tells of each through `progress`, and
-// takes a byte of `allowance` ahead of each. Nothing else bounds the file: a killer that waits for a processor would
-// find hours of video.
-[[noreturn]] void Record(std::vector<ExactFrame> frames, const std::string& path, int allowance, int progress) {
-    int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    MXCreateParam param{};
-    param.output = WriteBlock;
-    param.user = &file;
-    const MXHandle handle = MX_CreateHandle(MX_FORMAT_HMP4, &param);
-    if (file < 0 || MX_CreateHeader(handle, nullptr) != MX_OK) _exit(1);
-    for (uint32_t round = 0;; ++round) {
-        for (ExactFrame& frame : frames) {
-            char byte = 0;
-            if (read(allowance, &byte, 1) != 1) _exit(4);
-            MXFrameInfo record = frame.Record();
-            if (MX_InputFrame(handle, &record) != MX_OK) _exit(2);
-            if (write(progress, "", 1) != 1) _exit(3);
-            frame.dts += int64_t{3} * frame.scale;
-            frame.pts += int64_t{3} * frame.scale;
-        }
-    }
-}
-
-void RecordAndKill(const std::vector<ExactFrame>& frames, const std::string& path, uint32_t count) {
-    int progress[2];
-    int allowance[2];
-    ASSERT_EQ(pipe(progress), 0);
-    ASSERT_EQ(pipe(allowance), 0);
-    const std::string allowed(count + kAhead, ' ');
-    ASSERT_EQ(write(allowance[1], allowed.data(), allowed.size()), static_cast<ssize_t>(allowed.size()));
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) Record(frames, path, allowance[0], progress[1]);
-    close(progress[1]);
-    char byte = 0;
-    uint32_t seen = 0;
-    while (seen < count && read(progress[0], &byte, 1) == 1)
-        ++seen;
-    EXPECT_EQ(seen, count);
-    kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(progress[0]);
-    close(allowance[0]);
-    close(allowance[1]);
-    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
-}
+using test::RecordAndKill;
+using test::WholePictures;
 
 uint32_t BE32(const ByteVector& bytes, size_t at) {
     return static_cast<uint32_t>(bytes.at(at)) << 24 | static_cast<uint32_t>(bytes.at(at + 1)) << 16 |
            static_cast<uint32_t>(bytes.at(at + 2)) << 8 | bytes.at(at + 3);
-}
-
-// Pictures in the fragments that are there to their last byte: the first trun of each moof is theirs.
-uint64_t WholePictures(const ByteVector& file) {
-    uint64_t pictures = 0;
-    uint64_t pending = 0;
-    for (size_t at = 0; at + 8 <= file.size();) {
-        const size_t end = at + BE32(file, at);
-        if (end > file.size() || end < at + 8) break;
-        const std::string type(file.begin() + static_cast<std::ptrdiff_t>(at) + 4,
-                               file.begin() + static_cast<std::ptrdiff_t>(at) + 8);
-        if (type == "moof") {
-            const std::string run = "trun";
-            const auto place =
-                std::search(file.begin() + static_cast<std::ptrdiff_t>(at), file.end(), run.begin(), run.end());
-            pending = BE32(file, static_cast<size_t>(place - file.begin()) + 8);
-        }
-        if (type == "mdat") pictures += pending;
-        at = end;
-    }
-    return pictures;
 }
 
 // A write that was cut off, by a kill or by a full disk: in the guard, anywhere in the index of the fragment, in its
