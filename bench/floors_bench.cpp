@@ -144,6 +144,7 @@ const bool kRegistered = [] {
         Add<RtpCutsByMemcpy>(shape, "rtp_cuts_by_memcpy");
         Add<RtpSearched>(shape, "rtp_cuts_and_search");
         Add<Plain, true>(shape, "gathered_gop");
+        Add<Searched, true>(shape, "copy_and_search_gathered");
 #if defined(MUXORA_X86_KERNELS)
         Add<NonTemporal>(shape, "non_temporal");
         Add<NonTemporal, true>(shape, "non_temporal_gathered");

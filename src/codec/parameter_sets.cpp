@@ -107,6 +107,7 @@ FrameNals CParameterSets::ScanAnnexB(std::span<const uint8_t> frame) {
     const uint8_t* const begin = frame.data();
     const uint8_t* const end = begin + frame.size();
     const uint8_t* code = FindStartCode(begin, end);
+    found.has_start_code = code != end;
     bool leading = true;
     while (end - code > 3) {
         const uint8_t* const nal = code + 3;

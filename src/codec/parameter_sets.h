@@ -14,6 +14,7 @@ enum class NalCodec : uint8_t { kAvc, kHevc };
 
 // What a look at a frame found.
 struct FrameNals {
+    bool has_start_code = false;      // Annex-B: one at least
     uint32_t rest = 0;                // behind the delimiters and parameter sets that the frame begins with
     bool changed = false;             // a parameter set is new, or differs from the one with its number
     bool has_delimiter = false;       // an access unit delimiter

@@ -69,26 +69,32 @@ MXFrameTimes VideoArrival::Take(const MXFrameInfo& frame, uint32_t reorder_depth
         latest_ = std::max(latest_, pts);
     }
     started_ = true;
-    while (waiting_ < depth_)
-        Insert(dts_ + 1);
-    Insert(pts);
-    dts_ = times_[0];
-    std::copy(times_ + 1, times_ + waiting_, times_);
-    --waiting_;
+    while (waiting_.Count() < depth_)
+        waiting_.Insert(dts_ + 1);
+    waiting_.Insert(pts);
+    dts_ = waiting_.TakeFirst();
     return {MX_FRAME_TIMES_TAG, kScale, dts_, pts, 0};
 }
 
-void VideoArrival::Insert(int64_t time) {
-    int64_t* const place = std::upper_bound(times_, times_ + waiting_, time);
-    std::copy_backward(place, times_ + waiting_, times_ + waiting_ + 1);
+void RisingTimes::Insert(int64_t time) {
+    int64_t* const place = std::upper_bound(times_, times_ + count_, time);
+    std::copy_backward(place, times_ + count_, times_ + count_ + 1);
     *place = time;
-    ++waiting_;
+    ++count_;
+}
+
+int64_t RisingTimes::TakeFirst() {
+    const int64_t first = times_[0];
+    std::copy(times_ + 1, times_ + count_, times_);
+    --count_;
+    return first;
 }
 
 // As if the pictures before had come at the stream's rate.
 void VideoArrival::Refill(int64_t pts) {
-    for (waiting_ = 0; waiting_ < depth_; ++waiting_)
-        times_[waiting_] = pts - int64_t{depth_ - waiting_} * kScale / rate_;
+    waiting_.Clear();
+    for (uint32_t ahead = depth_; ahead > 0; --ahead)
+        waiting_.Insert(pts - int64_t{ahead} * kScale / rate_);
 }
 
 MXFrameTimes AudioArrival::Take(const MXFrameInfo& frame, const AudioMeasure& measure) {

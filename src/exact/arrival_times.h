@@ -1,6 +1,7 @@
 // Times of frames that come without MXFrameTimes: presentation from `timestamp`, decoding order from arrival.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "MuxoraExt.h"
@@ -21,6 +22,33 @@ class UnwrappedMilliseconds {
     int64_t time_ = 0;
 };
 
+// A few times in rising order. A copy takes along those that are there, and not the room.
+class RisingTimes {
+  public:
+    static constexpr uint32_t kMost = 18;
+
+    RisingTimes() = default;
+    RisingTimes(const RisingTimes& other) { *this = other; }
+    RisingTimes& operator=(const RisingTimes& other) {
+        if (this == &other) return *this;
+        std::copy_n(other.times_, other.count_, times_);
+        count_ = other.count_;
+        return *this;
+    }
+    ~RisingTimes() = default;
+
+    uint32_t Count() const { return count_; }
+    void Clear() { count_ = 0; }
+    // Only below kMost.
+    void Insert(int64_t time);
+    // Only where there is one.
+    int64_t TakeFirst();
+
+  private:
+    uint32_t count_ = 0;
+    int64_t times_[kMost] = {};
+};
+
 // Pictures, in 1/90000 s. A timestamp of 0 stands for one frame duration behind the frame that came before, the first
 // one for 0. Decoding times are the presentation times in rising order, put ahead by as many frames as the stream
 // reorders: what decoders need, and never behind the presentation.
@@ -33,9 +61,9 @@ class VideoArrival {
 
   private:
     static constexpr uint32_t kLargestDepth = 16;
+    static_assert(kLargestDepth < RisingTimes::kMost);
 
     int64_t Presentation(const MXFrameInfo& frame);
-    void Insert(int64_t time);
     void Refill(int64_t pts);
 
     UnwrappedMilliseconds milliseconds_;
@@ -45,10 +73,8 @@ class VideoArrival {
     int64_t anchor_ = 0;
     uint32_t rate_ = 0;
     int64_t frames_ = 0;
-    // The presentation times that wait to be decoding times, rising.
     uint32_t depth_ = 0;
-    uint32_t waiting_ = 0;
-    int64_t times_[kLargestDepth + 2] = {};
+    RisingTimes waiting_;  // presentation times that will be decoding times
     int64_t dts_ = 0;
     int64_t latest_ = 0;
 };

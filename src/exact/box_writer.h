@@ -73,6 +73,9 @@ class BoxWriter {
         return *this;
     }
 
+    // `count` bytes that the caller fills before anything else is written.
+    uint8_t* Room(size_t count) { return Grow(count); }
+
     size_t Size() const { return bytes_.size(); }
     // For a value that is known later.
     void PatchBE32(size_t at, uint32_t value) { PutBE32(bytes_.data() + at, value); }

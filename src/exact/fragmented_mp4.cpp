@@ -164,12 +164,16 @@ void CFragmentedMp4::CatchUp() {
 
 // The sample entry that the frame needs, if that may be another than the one in force.
 std::optional<Mp4Entry> CFragmentedMp4::AnotherEntry(const MXFrameInfo& frame) const {
-    if (!config_.Complete() || (!config_.IsNal() && !IsKeyFrame(frame.frame_sub_type))) return std::nullopt;
-    if (video_.info.present && !config_.Changed()) {
-        const Mp4Entry& current = video_.info.entries[video_.info.entry];
-        const bool same_size = frame.width == current.width && frame.height == current.height;
-        if (config_.IsNal() || same_size) return std::nullopt;
+    const bool told = video_.info.present && !config_.Changed();
+    if (config_.IsNal()) {
+        if (told) return std::nullopt;
+    } else {
+        if (!IsKeyFrame(frame.frame_sub_type)) return std::nullopt;
+        // Only the record tells of another size.
+        const Mp4Entry* const current = told ? &video_.info.entries[video_.info.entry] : nullptr;
+        if (told && frame.width == current->width && frame.height == current->height) return std::nullopt;
     }
+    if (!config_.Complete()) return std::nullopt;
     Mp4Entry entry;
     entry.encode_type = IsAvc(frame.encode_type) ? uint32_t{MX_VIDEO_H264} : frame.encode_type;
     if (config_.IsNal()) {

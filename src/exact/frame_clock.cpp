@@ -42,40 +42,46 @@ FrameClock::FrameClock(uint32_t scale, Origin origin) : scale_(scale), origin_(o
 
 FrameTime FrameClock::Video(const MXFrameInfo& frame, uint32_t reorder_depth) {
     const auto given = ReadFrameTimes(frame);
-    before_.kind = Before::Kind::kVideo;
-    before_.common = common_;
-    before_.stream = video_;
-    before_.arrival = !given;
-    if (!given) before_.video = video_arrival_;
-    return Apply(video_, given ? *given : video_arrival_.Take(frame, reorder_depth),
-                 {common_.repairs.video_not_rising, common_.repairs.video_jumps, common_.repairs.video_early_pictures});
+    Remember(video_);
+    if (given) return Apply(video_, *given);
+    before_.video = video_arrival_;
+    before_.arrived = true;
+    return Apply(video_, video_arrival_.Take(frame, reorder_depth));
 }
 
 FrameTime FrameClock::Audio(const MXFrameInfo& frame, const AudioMeasure& measure) {
     const auto given = ReadFrameTimes(frame);
-    before_.kind = Before::Kind::kAudio;
-    before_.common = common_;
-    before_.stream = audio_;
-    before_.arrival = !given;
-    if (!given) before_.audio = audio_arrival_;
-    return Apply(audio_, given ? *given : audio_arrival_.Take(frame, measure),
-                 {common_.repairs.audio_not_rising, common_.repairs.audio_jumps, common_.repairs.audio_early_frames});
+    Remember(audio_);
+    if (given) return Apply(audio_, *given);
+    before_.audio = audio_arrival_;
+    before_.arrived = true;
+    return Apply(audio_, audio_arrival_.Take(frame, measure));
+}
+
+void FrameClock::Remember(Stream& stream) {
+    before_.stream = &stream;
+    before_.was = stream;
+    before_.arrived = false;
+    before_.jump = jump_;
 }
 
 void FrameClock::Undo() {
-    if (before_.kind == Before::Kind::kNothing) return;
-    common_ = before_.common;
-    if (before_.kind == Before::Kind::kVideo) {
-        video_ = before_.stream;
-        if (before_.arrival) video_arrival_ = before_.video;
-    } else {
-        audio_ = before_.stream;
-        if (before_.arrival) audio_arrival_ = before_.audio;
-    }
-    before_.kind = Before::Kind::kNothing;
+    if (before_.stream == nullptr) return;
+    *before_.stream = before_.was;
+    jump_ = before_.jump;
+    if (before_.arrived && before_.stream == &video_) video_arrival_ = before_.video;
+    if (before_.arrived && before_.stream == &audio_) audio_arrival_ = before_.audio;
+    before_.stream = nullptr;
 }
 
-FrameTime FrameClock::Apply(Stream& stream, const MXFrameTimes& times, Counters counters) {
+MXTimeRepairs FrameClock::Repairs() const {
+    const Repaired& video = video_.repaired;
+    const Repaired& audio = audio_.repaired;
+    return {sizeof(MXTimeRepairs), video.not_rising, video.jumps, video.early,
+            audio.not_rising,      audio.jumps,      audio.early};
+}
+
+FrameTime FrameClock::Apply(Stream& stream, const MXFrameTimes& times) {
     if (!stream.started) Begin(stream, times);
     const auto convert = [&](int64_t value) { return Rescale(value, times.time_scale, stream.scale); };
     const int64_t given_dts = convert(times.dts);
@@ -83,15 +89,15 @@ FrameTime FrameClock::Apply(Stream& stream, const MXFrameTimes& times, Counters 
 
     if (stream.started && IsJump(stream, given_dts + stream.offset)) {
         Jump(stream, given_dts);
-        ++counters.jumps;
+        ++stream.repaired.jumps;
     }
     int64_t dts = given_dts + stream.offset;
     if (stream.started && dts <= stream.dts) {
         dts = stream.dts + 1;
-        ++counters.not_rising;
+        ++stream.repaired.not_rising;
     }
     if (given_pts < given_dts || given_pts > given_dts + kLongestStepSeconds * stream.scale) {
-        ++counters.early;
+        ++stream.repaired.early;
     }
     int64_t pts = given_pts + stream.offset;
     if (pts < dts || pts > dts + kLongestStepSeconds * stream.scale) pts = dts;
@@ -116,23 +122,23 @@ void FrameClock::Begin(Stream& stream, const MXFrameTimes& times) {
         const int64_t bound = kLongestStepSeconds * stream.scale;
         if (dts > bound || dts < -bound) Jump(stream, dts);
     }
-    if (common_.epoch != 0) stream.offset = Rescale(common_.offset, common_.offset_scale, stream.scale);
-    stream.epoch = common_.epoch;
+    if (jump_.epoch != 0) stream.offset = Rescale(jump_.offset, jump_.scale, stream.scale);
+    stream.epoch = jump_.epoch;
 }
 
 void FrameClock::Jump(Stream& stream, int64_t dts) {
-    if (stream.epoch != common_.epoch) {
-        const int64_t offset = Rescale(common_.offset, common_.offset_scale, stream.scale);
+    if (stream.epoch != jump_.epoch) {
+        const int64_t offset = Rescale(jump_.offset, jump_.scale, stream.scale);
         if (!IsJump(stream, dts + offset)) {
             stream.offset = offset;
-            stream.epoch = common_.epoch;
+            stream.epoch = jump_.epoch;
             return;
         }
     }
     stream.offset = stream.end - dts;
-    common_.offset = stream.offset;
-    common_.offset_scale = stream.scale;
-    stream.epoch = ++common_.epoch;
+    jump_.offset = stream.offset;
+    jump_.scale = stream.scale;
+    stream.epoch = ++jump_.epoch;
 }
 
 bool FrameClock::IsJump(const Stream& stream, int64_t dts) {

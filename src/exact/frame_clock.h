@@ -38,9 +38,15 @@ class FrameClock {
     // Takes back what Video or Audio did last.
     void Undo();
 
-    const MXTimeRepairs& Repairs() const { return common_.repairs; }
+    MXTimeRepairs Repairs() const;
 
   private:
+    // Frames, by the rule that they needed.
+    struct Repaired {
+        uint32_t not_rising = 0;
+        uint32_t jumps = 0;
+        uint32_t early = 0;
+    };
     struct Stream {
         bool started = false;
         uint32_t scale = 1;
@@ -49,14 +55,17 @@ class FrameClock {
         int64_t interval = 1;  // between the two frames before
         int64_t offset = 0;    // from given to written times
         uint32_t epoch = 0;    // the jump that gave the offset
+        Repaired repaired;
     };
-    struct Counters {
-        uint32_t& not_rising;
-        uint32_t& jumps;
-        uint32_t& early;
+    // The jump that came last: how many there were, and the offset that keeps the streams together behind it.
+    struct LastJump {
+        uint32_t epoch = 0;
+        uint32_t scale = 1;
+        int64_t offset = 0;
     };
 
-    FrameTime Apply(Stream& stream, const MXFrameTimes& times, Counters counters);
+    void Remember(Stream& stream);
+    FrameTime Apply(Stream& stream, const MXFrameTimes& times);
     void Begin(Stream& stream, const MXFrameTimes& times);
     void Jump(Stream& stream, int64_t dts);
     static bool IsJump(const Stream& stream, int64_t dts);
@@ -67,22 +76,14 @@ class FrameClock {
     Stream audio_;
     VideoArrival video_arrival_;
     AudioArrival audio_arrival_;
-    // What the streams have in common.
-    struct Common {
-        // The jump that came last: how many there were, and the offset that keeps the streams together behind it.
-        uint32_t epoch = 0;
-        uint32_t offset_scale = 1;
-        int64_t offset = 0;
-        MXTimeRepairs repairs{sizeof(MXTimeRepairs), 0, 0, 0, 0, 0, 0};
-    };
-    Common common_;
+    LastJump jump_;
 
-    // How all was before the last frame; of the arrivals those that were asked.
+    // How all was before the last frame, of which much stands still: that is not remembered.
     struct Before {
-        enum class Kind : uint8_t { kNothing, kVideo, kAudio } kind = Kind::kNothing;
-        bool arrival = false;
-        Common common;
-        Stream stream;
+        Stream* stream = nullptr;  // of the frame
+        bool arrived = false;      // it was given no times
+        Stream was;
+        LastJump jump;
         VideoArrival video;
         AudioArrival audio;
     };

@@ -18,6 +18,7 @@ constexpr uint32_t kKeySample = 0x02000000;    // depends on no other
 constexpr uint32_t kOtherSample = 0x01010000;  // depends on others, is no sync sample
 
 constexpr uint32_t kBoxHead = 8;
+constexpr uint32_t kField = 4;
 constexpr uint32_t kStartsWithKey = 0x90000000;  // starts_with_SAP, SAP_type 1
 constexpr uint64_t kSecondsFrom1900To1970 = 2208988800;
 
@@ -76,11 +77,14 @@ size_t WriteTraf(BoxWriter& out, const FragmentPart& part) {
     const size_t data_offset = out.Size();
     out.BE32(0);
     if (columns.first_flags) out.BE32(Flags(samples.front()));
+    const uint32_t row = kField * (1u + columns.durations + columns.flags + columns.offsets);
+    const auto size = static_cast<uint32_t>(row * samples.size());
+    ByteCursor rows(out.Room(size), size);
     for (const Mp4Sample& sample : samples) {
-        if (columns.durations) out.BE32(sample.duration);
-        out.BE32(sample.size);
-        if (columns.flags) out.BE32(Flags(sample));
-        if (columns.offsets) out.BE32(static_cast<uint32_t>(sample.composition_offset));
+        if (columns.durations) rows.BE32(sample.duration);
+        rows.BE32(sample.size);
+        if (columns.flags) rows.BE32(Flags(sample));
+        if (columns.offsets) rows.BE32(static_cast<uint32_t>(sample.composition_offset));
     }
     return data_offset;
 }

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "codec/mpeg4_headers.h"
-#include "codec/start_code.h"
 #include "core/package.h"
 
 namespace Orvane::Muxora {
@@ -17,9 +16,6 @@ std::optional<FrameNals> CVideoConfig::Take(const MXFrameInfo& frame) {
     replaced_ = false;
     before_.reorder_depth = now_.reorder_depth;
     before_.changed = now_.changed;
-    if (nal && FindStartCode(bytes.data(), bytes.data() + bytes.size()) == bytes.data() + bytes.size()) {
-        return std::nullopt;
-    }
     if (codec != now_.codec) {
         State other{codec, {}, {}, 0, true};
         if (nal) other.sets.emplace(avc ? NalCodec::kAvc : NalCodec::kHevc);
@@ -46,8 +42,12 @@ void CVideoConfig::TakeMpeg4(std::span<const uint8_t> headers) {
     }
 }
 
-FrameNals CVideoConfig::TakeSets(std::span<const uint8_t> bytes) {
+std::optional<FrameNals> CVideoConfig::TakeSets(std::span<const uint8_t> bytes) {
     const FrameNals found = now_.sets->ScanAnnexB(bytes);
+    if (!found.has_start_code) {
+        Undo();
+        return std::nullopt;
+    }
     if (found.changed) {
         now_.changed = true;
         const auto details = now_.sets->Details();

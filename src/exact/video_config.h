@@ -46,7 +46,7 @@ class CVideoConfig {
     };
 
     void TakeMpeg4(std::span<const uint8_t> headers);
-    FrameNals TakeSets(std::span<const uint8_t> bytes);
+    std::optional<FrameNals> TakeSets(std::span<const uint8_t> bytes);
     void Replace(State with);
 
     State now_;

@@ -17,6 +17,7 @@
 #include "support/allocation_counter.h"
 #include "support/frames.h"
 #include "support/iso_frames.h"
+#include "support/parameter_sets.h"
 #include "support/quiet_file.h"
 
 namespace {
@@ -39,6 +40,7 @@ struct Form {
     bool bare = false;   // the stream has sound that comes late, and no picture in front
     uint32_t mode = MX_FRAGMENT_GOP;
     uint32_t duration = 0;
+    bool codecs = false;  // H.265 follows H.264
 };
 
 constexpr Form kForms[] = {
@@ -49,6 +51,8 @@ constexpr Form kForms[] = {
     {"fmp4_sound", MX_FORMAT_FMP4, true, true, true},
     {"hmp4", MX_FORMAT_HMP4},
     {"hmp4_sound", MX_FORMAT_HMP4, true, true, true},
+    {"fmp4_codecs", MX_FORMAT_FMP4, true, true, false, MX_FRAGMENT_GOP, 0, true},
+    {"hmp4_codecs", MX_FORMAT_HMP4, true, true, false, MX_FRAGMENT_GOP, 0, true},
     {"xmkv", MX_FORMAT_XMKV},
     {"xmkv_by_arrival", MX_FORMAT_XMKV, true, false},
     {"xmkv_stream", MX_FORMAT_XMKV, false},
@@ -57,10 +61,20 @@ constexpr Form kForms[] = {
     {"xflv_by_arrival", MX_FORMAT_XFLV, true, false},
     {"xflv_stream", MX_FORMAT_XFLV, false},
     {"xflv_sound", MX_FORMAT_XFLV, true, true, true},
+    {"xflv_codecs", MX_FORMAT_XFLV, true, true, false, MX_FRAGMENT_GOP, 0, true},
     {"xts", MX_FORMAT_XTS},
     {"xts_by_arrival", MX_FORMAT_XTS, true, false},
     {"xts_sound", MX_FORMAT_XTS, true, true, true},
+    {"xts_codecs", MX_FORMAT_XTS, true, true, false, MX_FRAGMENT_GOP, 0, true},
 };
+
+// H.265: a key frame with its parameter sets, and a picture that needs the one before.
+ByteVector HevcPicture(bool key) {
+    ByteVector picture = key ? test::HevcSets() : ByteVector{};
+    const ByteVector slice = key ? test::Bytes("00 00 00 01 26 01 AF 10") : test::Bytes("00 00 00 01 02 01 D0 10");
+    picture.insert(picture.end(), slice.begin(), slice.end());
+    return picture;
+}
 
 // Pictures whose parameter sets change once, of growing size, with a pause in them; sound in one frame or several.
 std::vector<Frame> Scenario(const Form& form) {
@@ -77,11 +91,15 @@ std::vector<Frame> Scenario(const Form& form) {
         if (!form.bare) {
             const bool key = i % 10 == 0;
             const uint32_t pause = i >= 15 ? 1000 : 0;
-            ByteVector picture = key ? test::KeyFrameOfAnEncoder() : test::PFrame(static_cast<uint8_t>(i));
+            const bool other = form.codecs && i >= 20;
+            ByteVector picture = other ? HevcPicture(key)
+                                 : key ? test::KeyFrameOfAnEncoder()
+                                       : test::PFrame(static_cast<uint8_t>(i));
             // level_idc of the sequence parameter set
-            if (key && i >= 20) picture[7] = 0x29;
+            if (key && i >= 20 && !other) picture[7] = 0x29;
             picture.resize(100 + size_t{i} * i * i * 2, static_cast<uint8_t>(0x21 + i));
-            MXFrameInfo video = test::VideoFrame(none, MX_VIDEO_H264, key ? MX_SUB_I : MX_SUB_P, 1000 + 40 * i + pause);
+            MXFrameInfo video = test::VideoFrame(none, other ? MX_VIDEO_H265 : MX_VIDEO_H264, key ? MX_SUB_I : MX_SUB_P,
+                                                 1000 + 40 * i + pause);
             add(std::move(picture), video, 90000, 90000 + 3600 * int64_t{i} + 90 * pause, 3600);
         }
         const MXFrameInfo sound = test::AudioFrame(none, MX_AUDIO_AAC, 1000 + 40 * i);

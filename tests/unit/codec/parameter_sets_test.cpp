@@ -13,6 +13,7 @@
 
 #include "support/hex.h"
 #include "support/noise.h"
+#include "support/parameter_sets.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -21,14 +22,13 @@ using test::Bytes;
 using test::ByteVector;
 using test::operator+;
 
-const ByteVector kHighSps =
-    Bytes("67 64 00 28 ac d9 40 78 02 27 e5 c0 5a 80 80 80 a0 00 00 7d 20 00 1d 4c 01 e3 06 32 c0");
-const ByteVector kHighPps = Bytes("68 eb e3 cb 22 c0");
+const ByteVector kHighSps = test::HighSps();
+const ByteVector kHighPps = test::HighPps();
 const ByteVector kInterlacedSps =
     Bytes("67 7a 00 1e b6 cd 94 0b 42 4d 82 08 00 00 03 00 08 00 00 03 01 90 f8 a1 4c b0");
 const ByteVector kInterlacedPps = Bytes("68 fb a3 cb 22 c0");
-const ByteVector kBaselineSps = Bytes("67 42 c0 0d d9 01 50 87 88 88 c0 44 00 00 03 00 04 00 00 03 00 c8 3c 50 a9 20");
-const ByteVector kBaselinePps = Bytes("68 cb 83 cb 20");
+const ByteVector kBaselineSps = test::BaselineSps();
+const ByteVector kBaselinePps = test::BaselinePps();
 const ByteVector kMain10Vps = Bytes("40 01 0c 01 ff ff 02 20 00 00 03 00 90 00 00 03 00 00 03 00 78 95 98 09");
 const ByteVector kMain10Sps = Bytes(
     "42 01 01 02 20 00 00 03 00 90 00 00 03 00 00 03 00 78 a0 03 c0 80 10 e4 d9 65 66 92 4c af 0e 6e 12 20 12 08"
@@ -37,13 +37,6 @@ const ByteVector kMain10Pps = Bytes("44 01 c1 72 b4 62 40");
 const ByteVector kHevc444Sps = Bytes(
     "42 01 01 04 08 00 00 03 00 9e 08 00 00 03 00 00 3c 90 01 49 01 f3 9e 7c b2 54 92 72 bc 05 a0 20 00 00 03 00"
     "20 00 00 03 03 21");
-
-ByteVector AnnexB(const std::vector<ByteVector>& units) {
-    ByteVector out;
-    for (const auto& unit : units)
-        out = out + Bytes("00 00 00 01") + unit;
-    return out;
-}
 
 ByteVector Prefixed(const std::vector<ByteVector>& units) {
     ByteVector out;
@@ -173,7 +166,7 @@ TEST(SpsDetails, AnyBytesAreSafe) {
 TEST(ParameterSets, AvcConfigurationOfHighProfile) {
     CParameterSets sets(NalCodec::kAvc);
     EXPECT_FALSE(sets.Complete());
-    const FrameNals found = Scan(sets, AnnexB({Bytes("09 F0"), kHighSps, kHighPps, Bytes("65 88 84")}));
+    const FrameNals found = Scan(sets, test::Units({Bytes("09 F0"), kHighSps, kHighPps, Bytes("65 88 84")}));
     EXPECT_TRUE(found.changed);
     EXPECT_TRUE(found.has_delimiter);
     EXPECT_TRUE(found.has_parameter_sets);
@@ -196,7 +189,7 @@ TEST(ParameterSets, AvcConfigurationStatesChromaAndDepth) {
 
 TEST(ParameterSets, AvcBaselineHasNoTrailer) {
     CParameterSets sets(NalCodec::kAvc);
-    Scan(sets, AnnexB({kBaselineSps, kBaselinePps}));
+    Scan(sets, test::Units({kBaselineSps, kBaselinePps}));
     EXPECT_EQ(Configuration(sets), Bytes("01 42 c0 0d ff e1 00 1a") + kBaselineSps + Bytes("01 00 05") + kBaselinePps);
 }
 
@@ -217,11 +210,11 @@ TEST(ParameterSets, HevcConfiguration) {
 
 TEST(ParameterSets, ARepeatedSetIsNoChange) {
     CParameterSets sets(NalCodec::kAvc);
-    const ByteVector frame = AnnexB({kHighSps, kHighPps, Bytes("65 88")});
+    const ByteVector frame = test::Units({kHighSps, kHighPps, Bytes("65 88")});
     EXPECT_TRUE(Scan(sets, frame).changed);
     EXPECT_FALSE(Scan(sets, frame).changed);
     // The same number, other bytes.
-    EXPECT_TRUE(Scan(sets, AnnexB({kInterlacedSps, kInterlacedPps, Bytes("65 88")})).changed);
+    EXPECT_TRUE(Scan(sets, test::Units({kInterlacedSps, kInterlacedPps, Bytes("65 88")})).changed);
     ASSERT_TRUE(sets.Details());
     EXPECT_EQ(sets.Details()->width, 720u);
     EXPECT_EQ(Configuration(sets)[5], 0xE1);
@@ -230,25 +223,27 @@ TEST(ParameterSets, ARepeatedSetIsNoChange) {
 TEST(ParameterSets, SeveralPpsAreKeptByNumber) {
     CParameterSets sets(NalCodec::kAvc);
     const ByteVector second = Bytes("68 53 88 80");  // ue 1: pic_parameter_set_id 1
-    EXPECT_TRUE(Scan(sets, AnnexB({kBaselineSps, kBaselinePps, second, Bytes("65 88")})).changed);
+    EXPECT_TRUE(Scan(sets, test::Units({kBaselineSps, kBaselinePps, second, Bytes("65 88")})).changed);
     EXPECT_EQ(Configuration(sets), Bytes("01 42 c0 0d ff e1 00 1a") + kBaselineSps + Bytes("02 00 05") + kBaselinePps +
                                        Bytes("00 04") + second);
     EXPECT_EQ(sets.UnitsSize(), 4 + 26 + 4 + 5 + 4 + 4u);
-    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteAnnexB(out); }), AnnexB({kBaselineSps, kBaselinePps, second}));
+    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteAnnexB(out); }),
+              test::Units({kBaselineSps, kBaselinePps, second}));
     EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteLengthPrefixed(out); }),
               Prefixed({kBaselineSps, kBaselinePps, second}));
 }
 
 TEST(ParameterSets, ZerosBehindASetAreNotPartOfIt) {
     CParameterSets sets(NalCodec::kAvc);
-    Scan(sets, AnnexB({kBaselineSps, kBaselinePps, Bytes("65 88")}));
+    Scan(sets, test::Units({kBaselineSps, kBaselinePps, Bytes("65 88")}));
     EXPECT_FALSE(
-        Scan(sets, AnnexB({kBaselineSps + Bytes("00 00"), kBaselinePps + Bytes("00"), Bytes("65 88")})).changed);
+        Scan(sets, test::Units({kBaselineSps + Bytes("00 00"), kBaselinePps + Bytes("00"), Bytes("65 88")})).changed);
 }
 
 TEST(ParameterSets, WhatStandsBehindThePictureIsNotLookedAt) {
     CParameterSets sets(NalCodec::kAvc);
-    const FrameNals found = Scan(sets, AnnexB({Bytes("06 05 01 AA 80"), Bytes("41 9A 00 11"), kHighSps, kHighPps}));
+    const FrameNals found =
+        Scan(sets, test::Units({Bytes("06 05 01 AA 80"), Bytes("41 9A 00 11"), kHighSps, kHighPps}));
     EXPECT_FALSE(found.changed || found.has_delimiter || found.has_parameter_sets || found.random_access);
     EXPECT_TRUE(found.has_picture);
     EXPECT_EQ(found.rest, 0u);
@@ -263,7 +258,7 @@ TEST(ParameterSets, APictureIsNotLookedAtToItsEnd) {
     ASSERT_NE(memory, MAP_FAILED);
     auto* const bytes = static_cast<uint8_t*>(memory);
     ASSERT_EQ(mprotect(bytes + page, page, PROT_NONE), 0);
-    const ByteVector front = AnnexB({kHighSps, kHighPps, Bytes("65 88 84 00")});
+    const ByteVector front = test::Units({kHighSps, kHighPps, Bytes("65 88 84 00")});
     std::ranges::copy(front, bytes);
     CParameterSets sets(NalCodec::kAvc);
     const FrameNals found = sets.ScanAnnexB({bytes, 2 * page});
@@ -288,7 +283,8 @@ TEST(ParameterSets, KeepsNoMoreThanTheirNumber) {
     CParameterSets sets(NalCodec::kAvc);
     std::mt19937 random(7);
     for (uint32_t round = 0; round < 4000; ++round) {
-        Scan(sets, AnnexB({Bytes("68") + test::RandomBytes(random, 8), Bytes("67") + test::RandomBytes(random, 40)}));
+        Scan(sets,
+             test::Units({Bytes("68") + test::RandomBytes(random, 8), Bytes("67") + test::RandomBytes(random, 40)}));
     }
     uint8_t area[65536];
     ByteCursor out(area);

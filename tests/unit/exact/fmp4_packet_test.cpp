@@ -219,6 +219,35 @@ TEST_F(Fmp4Packet, PicturesBeginWithAKeyFrameThatSaysHowTheyAreCoded) {
     EXPECT_EQ(test::IsoFile(stream->Last().data).Payload("mdat"), Bytes("00 00 00 03 65 88 01"));
 }
 
+// ISO/IEC 14496-2: what a decoder is told ends where the group of pictures begins.
+TEST_F(Fmp4Packet, Mpeg4BeginsWithItsHeadersAndTellsOthersAnew) {
+    const ByteVector headers = Bytes("00 00 01 B0 01 00 00 01 B5 89 13 00 00 01 00 00 00 01 20 00 C4 88");
+    const ByteVector others = Bytes("00 00 01 B0 01 00 00 01 B5 89 13 00 00 01 00 00 00 01 20 00 C4 89");
+    const ByteVector picture = Bytes("00 00 01 B3 00 10 07 00 00 01 B6 10 60 11");
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO);
+    stream->Open(MX_VIDEO_MPEG4, 0);
+    int64_t time = 0;
+    const auto give = [&](const ByteVector& bytes) {
+        EXPECT_EQ(stream->Video(bytes, MX_SUB_I, time, time, 3600, 90000, MX_VIDEO_MPEG4), 0u);
+        time += 3600;
+    };
+    give(picture);
+    for (const ByteVector& front : {headers, headers, others, ByteVector{}})
+        give(front + picture);
+    stream->Close();
+    ASSERT_EQ(Kinds(), "hmmhmm");
+    const auto tells = [&](size_t block, const ByteVector& what) {
+        // DecSpecificInfoTag and its length (ISO/IEC 14496-1 7.2.6.7)
+        const ByteVector info = Bytes("05 80 80 80 16") + what + Bytes("06");
+        const ByteVector& bytes = stream->blocks[block].data;
+        return std::search(bytes.begin(), bytes.end(), info.begin(), info.end()) != bytes.end();
+    };
+    EXPECT_TRUE(tells(0, headers));
+    EXPECT_TRUE(tells(3, others));
+    EXPECT_EQ(test::IsoFile(stream->blocks[1].data).Payload("mdat"), headers + picture);
+    EXPECT_EQ(test::IsoFile(stream->blocks[5].data).Payload("mdat"), picture);
+}
+
 TEST_F(Fmp4Packet, ParametersAreCheckedAndComeAheadOfTheHeader) {
     auto& package = static_cast<CFmp4Packet&>(*stream->package);
     const auto set = [&](uint32_t mode, uint32_t ms, uint32_t tracks, uint32_t boxes) {

@@ -224,6 +224,22 @@ TEST(Arrival, DecodingTimesArePresentationTimesInOrder) {
     EXPECT_EQ(clock.Repairs().video_early_pictures, 0u);
 }
 
+TEST(FrameClock, WhatIsTakenBackHasNotBeen) {
+    FrameClock clock;
+    EXPECT_EQ(Video(clock, Stamped(1000), 2), (Pair{82800, 90000}));
+    EXPECT_EQ(Video(clock, Stamped(1120), 2), (Pair{86400, 100800}));
+    for (const uint32_t other : {1160u, 900u, 1u, 4000000u}) {
+        Video(clock, Stamped(other), 3);
+        clock.Undo();
+        clock.Undo();
+    }
+    EXPECT_EQ(Video(clock, Stamped(1040), 2), (Pair{90000, 93600}));
+    EXPECT_EQ(Video(clock, Stamped(1080), 2), (Pair{93600, 97200}));
+    EXPECT_EQ(Video(clock, Stamped(1240), 2), (Pair{97200, 111600}));
+    const MXTimeRepairs repairs = clock.Repairs();
+    EXPECT_EQ(repairs.video_not_rising + repairs.video_jumps + repairs.video_early_pictures, 0u);
+}
+
 TEST(Arrival, AStreamThatDoesNotSayIsLearned) {
     FrameClock clock;
     const uint32_t stamps[] = {1000, 1120, 1040, 1080, 1240, 1160, 1200, 1360, 1280, 1320};
