@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 
 namespace Orvane::Muxora::Gateway {
 
@@ -38,6 +39,8 @@ constexpr std::chrono::seconds kRelayMissing{20};
 constexpr std::chrono::seconds kOriginSilence{2};
 // A client that took nothing for so long while something was there for it is closed.
 constexpr std::chrono::seconds kStalledFor{10};
+// So is one that takes less than this a second all that time: less than any picture needs.
+constexpr uint64_t kLeastBytesPerSecond = 4096;
 // Sound waits so long for the next picture, so that both go out in one write.
 constexpr std::chrono::milliseconds kSoundWaits{25};
 // Buffers in one vectored write.

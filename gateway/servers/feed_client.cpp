@@ -9,7 +9,8 @@ namespace Orvane::Muxora::Gateway {
 
 namespace {
 
-// A client that had to skip so often, with no such span without a skip between, stays behind for good.
+// A client that had to skip so often stays behind for good, unless it had taken everything between, and some time
+// passed.
 constexpr unsigned kMaxSkips = 4;
 constexpr std::chrono::seconds kRecovered{30};
 
@@ -21,7 +22,7 @@ FeedMember::FeedMember(const SessionPlace& place, ConnectionCount count, std::sh
 
 void FeedMember::Enter() {
     watch_ = place_.worker.Look(*this);
-    Progress();
+    Measure();
     feed_->Join(place_.worker, shared_from_this());
 }
 
@@ -35,14 +36,20 @@ void FeedMember::Leave() {
 }
 
 // A write that is not done says little: the system holds megabytes for a client that reads slowly, and takes more only
-// when much of it is gone. What counts is whether the client took anything of it.
+// when much of it is gone. What counts is what the client took of it, and that it is not a byte now and then.
 void FeedMember::Expired() {
+    const auto half = place_.stalled_for / 2;
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(half).count();
     const uint64_t taken = Taken();
-    if (!taken_ || taken > *taken_) {
-        taken_ = taken;
-        return Expect(place_.stalled_for / 2);
-    }
-    Stall();
+    if (taken_ && taken < *taken_ + kLeastBytesPerSecond * static_cast<uint64_t>(seconds)) return Stall();
+    taken_ = taken;
+    Expect(half);
+}
+
+void FeedMember::Measure() {
+    if (std::exchange(measured_, true)) return;
+    taken_.reset();
+    Expect(place_.stalled_for / 2);
 }
 
 void FeedMember::Stall() {
@@ -54,7 +61,8 @@ void FeedMember::Offer(const BlockPtr& block) {
     if (!queue_.Offer(block)) return;
     feed_->CountSkip();
     const auto now = Clock::now();
-    skips_ = now - last_skip_ > kRecovered ? 1 : skips_ + 1;
+    skips_ = caught_up_ && now - last_skip_ > kRecovered ? 1 : skips_ + 1;
+    caught_up_ = false;
     last_skip_ = now;
     stay_behind_ = skips_ >= kMaxSkips;
 }
@@ -82,15 +90,17 @@ void FeedMember::Written(size_t bytes) {
 void FeedMember::WriteNext() {
     if (queue_.Empty()) {
         ExpectNothing();
+        measured_ = false;
+        caught_up_ = true;
         if (!ending_) return;
         writing_ = true;
-        Progress();
+        Measure();
         SayGoodbye();
         return;
     }
     writing_ = true;
     queue_.Take(kMaxBuffersPerWrite, in_flight_);
-    Progress();
+    Measure();
     WriteBlocks();
 }
 
@@ -138,7 +148,6 @@ void FeedClient::WriteSome() {
     stream_.async_write_some(gather_.Rest(), [self = Self()](const boost::system::error_code& error, size_t written) {
         if (!self->Inside()) return;
         if (error) return self->Leave();
-        self->Progress();
         self->gather_.Advance(written);
         if (!self->gather_.Done()) return self->WriteSome();
         if (self->goodbye_) return self->Leave();

@@ -33,11 +33,6 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     bool Inside() const { return watch_.has_value(); }
     // The next write is done; goes on with what waits.
     void Written(size_t bytes);
-    // Some bytes went out.
-    void Progress() {
-        taken_.reset();
-        Expect(place_.stalled_for / 2);
-    }
 
     // Writes `in_flight_`.
     virtual void WriteBlocks() = 0;
@@ -52,6 +47,8 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
 
   private:
     void Expired() override;
+    // Something waits for the client from now on.
+    void Measure();
     void Stall();
     void WriteNext();
 
@@ -62,7 +59,9 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     bool writing_ = true;  // the head comes first
     bool ending_ = false;
     bool stay_behind_ = false;
-    std::optional<uint64_t> taken_;  // when half of the time of a stalled client was over
+    bool measured_ = false;
+    std::optional<uint64_t> taken_;  // at the begin of the half of a stalled client's time that runs
+    bool caught_up_ = true;          // since the last skip
     unsigned skips_ = 0;
     Clock::time_point last_skip_;
 };
