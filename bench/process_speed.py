@@ -34,7 +34,7 @@ FORMATS = {
     'avi': (['-f', 'avi', '-bsf:v', 'h264_mp4toannexb'], 'avi'),
     'ps': (['-f', 'vob'], 'mpg'),
 }
-DEFAULT = ['mp4', 'fmp4', 'xmkv', 'flv', 'xts', 'ts']
+DEFAULT = ['mp4', 'hmp4', 'fmp4', 'xmkv', 'flv', 'xflv', 'xts', 'ts']
 MEGABYTE = 1000000
 
 
@@ -100,7 +100,7 @@ def compare(tool, source, key, pairs, folder):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument('tool', type=pathlib.Path)
-    parser.add_argument('--sizes', default='1,18,317')
+    parser.add_argument('--sizes', default='1,18,317,2000')
     parser.add_argument('--formats', default=','.join(DEFAULT))
     parser.add_argument('--pairs', type=int, default=5)
     parser.add_argument('--limit', type=float, default=0)

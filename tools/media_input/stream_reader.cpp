@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <new>
+#include <tuple>
 #include <utility>
 
 namespace Orvane::Muxora::Tools {
@@ -351,8 +352,15 @@ bool StreamReader::TakeUnits(AVPacket& packet, bool key, FrameBytes& bytes) cons
 }
 
 void StreamReader::TakeVideo(AVPacket& packet) {
+    const uint32_t sub_type = SubType(packet);
     MediaFrame frame = Blank();
-    frame.sub_type = SubType(packet);
+    frame.sub_type = sub_type;
+    // Parameter sets may change on the way, and a file with several sample entries states the size of any of them.
+    if (HasNalUnits(about_.codec) && parser_ && parser_->width > 0 && parser_->height > 0) {
+        frame.width = static_cast<uint32_t>(parser_->width);
+        frame.height = static_cast<uint32_t>(parser_->height);
+        if (!reorder_us_) std::tie(about_.width, about_.height) = std::tie(frame.width, frame.height);
+    }
     if (!TakeUnits(packet, frame.sub_type == MX_SUB_I, frame.bytes)) {
         ++damaged;
         return;

@@ -108,6 +108,7 @@ void PackRun::OpenPart() {
     packer_ = std::make_unique<Packer>(format_, settings_, input_.Video(), input_.Audio(),
                                        [this](const MXOutputBlock& block) { return Store(block); });
     key_at_ = 0;
+    headers_ = 0;
     largest_gap_ = 0;
     // The exact formats are whole as far as they are written.
     if (arguments_.backup <= 0 || format_.IsExact()) return;
@@ -119,7 +120,7 @@ void PackRun::OpenPart() {
 void PackRun::ClosePart() {
     if (snapshots_) snapshots_->Stop();
     packer_->Finish();
-    if (!output_->Trouble().empty()) throw Failure(output_->Trouble());
+    CheckStored();
     Add(video_, packer_->Video());
     Add(audio_, packer_->Audio());
     bytes_ += output_->End();
@@ -199,7 +200,7 @@ void PackRun::PackFrames() {
         has_b_pictures_ = has_b_pictures_ || (frame.IsVideo() && frame.sub_type == MX_SUB_B);
         frame.MoveBack(part_start_ms_ - start_ms, part_start_ticks_, part_start_scale_);
         packer_->Give(frame);
-        if (!output_->Trouble().empty()) throw Failure(output_->Trouble());
+        CheckStored();
         media_ms_ = std::max(media_ms_, time_ms - start_ms);
         progress.Show(media_ms_, total_ms, bytes_ + output_->End());
     }
@@ -218,7 +219,10 @@ uint64_t PackRun::Store(const MXOutputBlock& block) {
     const uint64_t before = output_->End();
     // What completes an exact format where the sink can go back, and nothing lacks where it cannot.
     const bool exact = block.size >= sizeof(MXExactBlock);
-    if (exact && !output_->Seekable() && reinterpret_cast<const MXExactBlock&>(block).kind == MX_BLOCK_PATCH) return 0;
+    const uint32_t kind = exact ? reinterpret_cast<const MXExactBlock&>(block).kind : uint32_t{MX_BLOCK_MEDIA};
+    if (kind == MX_BLOCK_PATCH && !output_->Seekable()) return 0;
+    if (kind == MX_BLOCK_HEADER) ++headers_;
+    if (NewInitialisation()) return 0;
     if (format_.number == MX_FORMAT_RTP) {
         StorePacket(block);
     } else if (block.seek_type == MX_SEEK_ABSOLUTE) {
@@ -227,6 +231,20 @@ uint64_t PackRun::Store(const MXOutputBlock& block) {
         output_->Write(block.data, block.length, std::nullopt);
     }
     return output_->End() - before;
+}
+
+// Players of a fragmented MP4 read one moov; those of a stream take each.
+bool PackRun::NewInitialisation() const {
+    return format_.number == MX_FORMAT_FMP4 && headers_ > 1;
+}
+
+void PackRun::CheckStored() const {
+    if (!output_->Trouble().empty()) throw Failure(output_->Trouble());
+    if (NewInitialisation()) {
+        throw Failure(output_->Path() + ": the pictures change their parameter sets (their size, as a rule) behind " +
+                      ClockText(static_cast<double>(media_ms_) / 1000) +
+                      ", which players of one fmp4 file pass over; -f hmp4 states it");
+    }
 }
 
 // RFC 4571: each packet behind its length. Two payloads come without it.

@@ -51,6 +51,8 @@ class PackRun {
     void MeasureRate(const MediaFrame& frame);
     uint64_t Store(const MXOutputBlock& block);
     void StorePacket(const MXOutputBlock& block);
+    bool NewInitialisation() const;
+    void CheckStored() const;
     void RefuseIfStrict(bool finished) const;
     std::vector<std::string> Notes() const;
     std::string Summary() const;
@@ -76,6 +78,7 @@ class PackRun {
     uint32_t part_start_scale_ = 1;
     uint64_t largest_gap_ = 0;  // bytes from one key frame to the next
     uint64_t key_at_ = 0;
+    unsigned headers_ = 0;  // of the part, where the form tells them from media
     uint32_t codec_now_ = 0;
     bool has_b_pictures_ = false;
     uint64_t pictures_ = 0;
