@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <memory>
 
+#include "common/file_kind.h"
 #include "common/json.h"
 #include "media_input/file_bytes.h"
 #include "muxora/command.h"
@@ -175,6 +176,10 @@ Summary PrintTable(Reader reader, const InspectArguments& arguments) {
 void Inspect(const InspectArguments& arguments) {
     const FileBytes file(arguments.path);
     if (file.All().empty()) throw Failure(arguments.path + " is empty");
+    if (const FileKind kind = KindOf(file.All()); kind != FileKind::kUnknown) {
+        throw Failure(arguments.path + " is " + KindText(kind) +
+                      ", and inspect shows OVX; ffprobe and mediainfo show the others");
+    }
     const Reader reader(file.All());
     const Summary summary = arguments.json ? PrintJson(reader, arguments) : PrintTable(reader, arguments);
     std::fflush(stdout);

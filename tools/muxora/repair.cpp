@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cinttypes>
@@ -10,8 +11,10 @@
 #include <cstring>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "MuxoraExt.h"
+#include "common/file_kind.h"
 #include "common/file_lock.h"
 #include "common/format_list.h"
 #include "common/json.h"
@@ -220,6 +223,28 @@ bool RepairHybrid(const RepairArguments& arguments, RecordingFile& file, uint64_
     return true;
 }
 
+// Only MP4 and MOV are worthless without the end that a killed process did not write.
+void CheckKind(const RepairArguments& arguments, const RecordingFile& file, uint64_t size) {
+    std::vector<uint8_t> head(std::min<uint64_t>(size, kFileKindBytes));
+    file.Read(0, head.data(), head.size());
+    const FileKind kind = KindOf(head);
+    if (kind == FileKind::kMp4) return;
+    const bool mp4_name = arguments.path.ends_with(".mp4") || arguments.path.ends_with(".mov");
+    if (kind == FileKind::kUnknown && mp4_name) return;
+    const std::string text = arguments.path + " is " + KindText(kind) + ", and repair completes MP4 and MOV alone";
+    switch (kind) {
+        case FileKind::kTransportStream:
+        case FileKind::kProgramStream:
+            throw Failure(text + ": this plays as far as it was written, and lacks nothing");
+        case FileKind::kUnknown:
+            throw Failure(text);
+        default:
+            throw Failure(text +
+                          ": 'muxora pack' reads this as far as it was written, and writes a whole file, in which "
+                          "players can seek, under another name");
+    }
+}
+
 void Repair(const RepairArguments& arguments) {
     const std::string snapshot_path = SnapshotPath(arguments.path);
     RecordingFile file(arguments.path, O_RDWR);
@@ -227,6 +252,7 @@ void Repair(const RepairArguments& arguments) {
     if (RepairHybrid(arguments, file, size)) return;
     const Layout layout = ReadLayout(file, size);
     const std::optional<Snapshot> snapshot = ReadSnapshot(snapshot_path);
+    if (!layout.complete && !snapshot) CheckKind(arguments, file, size);
     if (layout.complete) {
         // Killed between the last byte and the removal of the snapshot, or repaired before.
         RemoveSnapshot(snapshot_path);

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "common/file_kind.h"
 #include "common/output.h"
 #include "media_input/file_bytes.h"
 #include "muxora/command.h"
@@ -115,6 +116,10 @@ void Unpack(const UnpackArguments& arguments) {
     const FileBytes file(arguments.path);
     const Survey survey = LookThrough(file.All());
     file.CheckWhole(arguments.path);
+    if (const FileKind kind = KindOf(file.All()); survey.usable == 0 && kind != FileKind::kUnknown) {
+        throw Failure(arguments.path + " is " + KindText(kind) +
+                      ", and unpack takes OVX apart; 'ffmpeg -i IN -c copy OUT' does it with the others");
+    }
     if (survey.usable == 0) throw Failure(arguments.path + " has no intact OVX unit in it");
     if (survey.summary.encrypted_units != 0 && !decryptor) {
         throw Failure(arguments.path + " is encrypted; give its key with --key-file FILE, --key HEX or MUXORA_KEY");

@@ -1,6 +1,7 @@
 // A recording that is killed, and what muxora repair makes of it.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <memory>
@@ -147,6 +148,54 @@ TEST(Repair, SaysWhatItCannotDo) {
     EXPECT_EQ(run.exit_code, 1);
     EXPECT_TRUE(Contains(run.err, "no whole snapshot")) << run.err;
     EXPECT_EQ(test::ReadFile(path), bytes);
+}
+
+TEST(Repair, WhatIsNoMp4IsNamed) {
+    const std::string folder = test::FreshDirectory("kinds");
+    const std::string clip = test::MakeClip({});
+    struct Form {
+        const char* key;
+        const char* kind;
+        const char* to_do;
+    };
+    const Form forms[] = {
+        {"xmkv", "a Matroska file", "'muxora pack' reads this as far as it was written"},
+        {"mkv", "a Matroska file", "'muxora pack' reads this as far as it was written"},
+        {"xflv", "an FLV file", "'muxora pack' reads this as far as it was written"},
+        {"avi", "an AVI file", "'muxora pack' reads this as far as it was written"},
+        {"asf", "an ASF file", "'muxora pack' reads this as far as it was written"},
+        {"xts", "an MPEG-2 transport stream", "plays as far as it was written"},
+        {"ps", "an MPEG-2 program stream", "plays as far as it was written"},
+        {"fmp4", "an MP4 or MOV file", nullptr},
+        {"hmp4", "an MP4 or MOV file", nullptr},
+    };
+    for (const Form& form : forms) {
+        const std::string path = folder + "/x." + form.key;
+        ASSERT_EQ(Muxora({"pack", clip, "-o", path, "-f", form.key, "--quiet"}).exit_code, 0) << form.key;
+        const auto bytes = test::ReadFile(path);
+        const auto repair = Muxora({"repair", path});
+        if (form.to_do == nullptr) {
+            EXPECT_EQ(repair.out, path + " is complete; there is nothing to repair\n");
+        } else {
+            EXPECT_EQ(repair.exit_code, 1);
+            EXPECT_TRUE(Contains(repair.err, path + " is " + form.kind + ", and repair completes MP4 and MOV alone"));
+            EXPECT_TRUE(Contains(repair.err, form.to_do)) << repair.err;
+        }
+        const auto inspect = Muxora({"inspect", path});
+        EXPECT_EQ(inspect.exit_code, 1);
+        EXPECT_EQ(inspect.out, "");
+        EXPECT_TRUE(Contains(inspect.err, path + " is " + form.kind + ", and inspect shows OVX")) << inspect.err;
+        const auto unpack = Muxora({"unpack", path, "-o", folder + "/u"});
+        EXPECT_EQ(unpack.exit_code, 1);
+        EXPECT_TRUE(Contains(unpack.err, path + " is " + form.kind + ", and unpack takes OVX apart")) << unpack.err;
+        EXPECT_EQ(test::ReadFile(path), bytes) << form.key;
+        // As a killed process leaves it: what the words above say holds.
+        if (form.to_do == nullptr || std::string(form.key) == "mkv") continue;
+        test::WriteFile(path, {bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(bytes.size() * 2 / 3)});
+        EXPECT_EQ(Muxora({"pack", path, "-o", folder + "/whole.mkv", "--quiet"}).exit_code, 0) << form.key;
+        const std::string packets = test::Probe(folder + "/whole.mkv", "v:0", "packet=flags");
+        EXPECT_GT(std::count(packets.begin(), packets.end(), '\n'), 20) << form.key;
+    }
 }
 
 TEST(Repair, DamagedSnapshotsAreNotUsed) {
