@@ -55,6 +55,11 @@ def commands_of_page(text):
         yield begins.group(1), below
 
 
+def scripts_of_page(text):
+    """Each fenced block of shell, as one script."""
+    return [(block, []) for block in re.findall(r"^```sh\n(.*?)^```", text, re.MULTILINE | re.DOTALL)]
+
+
 def commands_of_manual(text):
     for block in re.findall(r"^\.nf\n(.*?)^\.fi", text, re.MULTILINE | re.DOTALL):
         for line in block.replace("\\-", "-").splitlines():
@@ -71,6 +76,8 @@ def commands_of_help(text):
 def pages(muxora):
     yield from ((path.name, list(commands_of_page(path.read_text())))
                 for path in [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))])
+    # Other hosts are this one, by a runner that stands for ssh.
+    yield "SCALE.md, blocks", scripts_of_page((ROOT / "docs/SCALE.md").read_text())
     yield "muxora.1", list(commands_of_manual((ROOT / "docs/muxora.1").read_text()))
     tool = subprocess.run([muxora, "--help"], capture_output=True, text=True, check=True).stdout
     for name in re.findall(r"^  (\w+)", tool.partition("Subcommands:")[2], re.MULTILINE):
@@ -102,10 +109,28 @@ def make_inputs(folder, muxora):
         (folder / name).mkdir()
 
 
+# What stands for ssh: the machine on the other side has a shell, and a login's environment.
+RUNNER = """#!/bin/sh
+export SHELL=/bin/sh
+echo "$1" >>"$RUNNER_LOG"
+shift
+[ "$1" != -- ] || shift
+exec sh -c "$*"
+"""
+
+
+def make_machines(folder, binaries):
+    """The list that docs/SCALE.md shows, and ssh to them."""
+    (folder / "machines").write_text("4/first.example\n4/second.example\n")
+    ssh = binaries / "ssh"
+    ssh.write_text(RUNNER)
+    ssh.chmod(0o755)
+
+
 class Page:
     def __init__(self, folder, path):
         self.folder = folder
-        self.environment = {**os.environ, "PATH": path}
+        self.environment = {**os.environ, "PATH": path, "RUNNER_LOG": str(folder / "asked"), "PARALLEL_HOME": str(folder)}
         self.behind = []  # commands with an & at their end
 
     def shell(self, command):
@@ -178,12 +203,14 @@ def main():
         path = f"{binaries}:{work / 'bin'}:{os.environ['PATH']}"
         (work / "inputs").mkdir()
         make_inputs(work / "inputs", muxora)
+        make_machines(work / "inputs", work / "bin")
         for number, (name, commands) in enumerate(pages(muxora)):
             folder = work / str(number)
             shutil.copytree(work / "inputs", folder)
             page = Page(folder, path)
             for command, below in commands:
-                command = re.sub(r"\s+# .*", "", command)
+                if "\n" not in command:
+                    command = re.sub(r"\s+# .*", "", command)
                 reason = next((start for start in left_out if command.startswith(start)), None)
                 if reason is not None:
                     unused.discard(reason)
