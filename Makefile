@@ -37,7 +37,7 @@ bench: setup build/bench/build.ninja ## Each format against memcpy and a general
 matrix: build ## Odd inputs times every format: each cell a right output, or a refusal with a reason
 	@MUXORA_TOOL=build/release/bin/muxora tests/players/matrix.py
 
-process-bench: build ## muxora pack against ffmpeg -c copy, the whole process, at 1, 18 and 317 MB
+process-bench: build ## muxora pack against ffmpeg -c copy, the whole process, from 1 MB to 2 GB
 	@bench/process_speed.py build/release/bin/muxora
 
 faults: setup build/release/build.ninja ## Every allocation and every write of a stream fails in turn, format by format

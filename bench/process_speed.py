@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """The speed of the whole process: `muxora pack` against `ffmpeg -c copy`, same input, same format.
 
-    bench/process_speed.py build/release/bin/muxora [--sizes 1,18,317] [--pairs 5] [--formats mp4,ts] [--limit 0.8]
+    bench/process_speed.py build/release/bin/muxora [--sizes 1,18,317,2000] [--pairs 5] [--formats mp4,ts] [--limit 0.8]
 
 Runs the two in turn, PAIRS times each behind one pair that does not count, and prints the medians of wall time and of CPU
 time (user and system), and ours over ffmpeg's: below 1 we are faster. Sizes are megabytes of an MP4 file with H.264 at
