@@ -64,10 +64,10 @@ class FeedClientTest : public ::testing::Test {
     ~FeedClientTest() override { workers_.Stop(); }
 
     // The client's end of a connection that is being fed.
-    tcp::socket Connect(bool web_socket) {
+    tcp::socket Connect(bool web_socket, int receive_buffer = 16384) {
         tcp::socket client(own_);
         client.open(tcp::v4());
-        client.set_option(tcp::socket::receive_buffer_size(16384));
+        client.set_option(tcp::socket::receive_buffer_size(receive_buffer));
         client.connect(acceptor_.local_endpoint());
         Worker& worker = workers_.At(0);
         NetStream::Socket server(worker.Context());
@@ -121,11 +121,11 @@ TEST_F(FeedClientTest, WhoReadsSlowlyIsServedAndWhoDoesNotReadIsClosed) {
         }));
         stalled.push_back(Connect(web_socket));
     }
-    // A little now and then is as good as nothing.
+    // A little now and then is as good as nothing. Of a small buffer, so that the system hears of it at once.
     std::vector<std::future<size_t>> dripping;
     for (const bool web_socket : {false, true}) {
-        dripping.push_back(std::async(std::launch::async, [client = Connect(web_socket)]() mutable {
-            return ReadSlowly(std::move(client), 300, 100ms);
+        dripping.push_back(std::async(std::launch::async, [client = Connect(web_socket, 4096)]() mutable {
+            return ReadSlowly(std::move(client), 200, 100ms);
         }));
     }
     for (auto& total : slow)
