@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "media_input/av_handles.h"
+#include "media_input/elementary.h"
 #include "media_input/media_source.h"
 #include "media_input/raw_video.h"
 #include "media_input/stream_reader.h"
@@ -122,13 +123,16 @@ bool ListsFrames(const AVFormatContext& format) {
 // Does the head of such a file state all that is asked of its streams? libavformat would decode pictures to learn more.
 bool StatesAll(const AVFormatContext& format) {
     // Below, frames of AAC may hold more than their configuration says (implicit SBR and parametric stereo).
-    constexpr int kSurelyPlainAac = 32000;
+    constexpr uint32_t kSurelyPlainAac = 32000;
     return std::all_of(format.streams, format.streams + format.nb_streams, [](const AVStream* stream) {
         if (!IsMedia(*stream)) return true;
         const AVCodecParameters& par = *stream->codecpar;
         if (par.extradata_size <= 0 || stream->duration <= 0) return false;
         if (par.codec_type == AVMEDIA_TYPE_AUDIO) {
-            return par.sample_rate >= kSurelyPlainAac && par.ch_layout.nb_channels > 0;
+            std::string why;
+            const auto config = AdtsFromSpecificConfig({par.extradata, static_cast<size_t>(par.extradata_size)}, why);
+            return config && !config->extended && config->Rate() >= kSurelyPlainAac &&
+                   par.sample_rate == static_cast<int>(config->Rate()) && par.ch_layout.nb_channels > 0;
         }
         return par.width > 0 && par.height > 0 && stream->avg_frame_rate.num > 0;
     });
