@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "exact_stream.h"
-#include "support/allocation_counter.h"
 #include "support/iso_file.h"
 
 namespace Orvane::Muxora {
@@ -260,29 +259,6 @@ TEST_F(Fmp4Packet, ParametersAreCheckedAndComeAheadOfTheHeader) {
     EXPECT_EQ(set(0, 500, 0, 7), 0u);
     stream->Open();
     EXPECT_EQ(set(0, 500, 0, 7), 3u);
-}
-
-TEST_F(Fmp4Packet, ASteadyStreamDoesNotAllocate) {
-    stream->package->setCallback([](const MXOutputBlock*, void*) { return 0; }, nullptr);
-    stream->Open();
-    ByteVector key = Key();
-    ByteVector inter = Inter();
-    ByteVector sound = Adts(ByteVector(10));
-    MXFrameInfo audio = test::AudioFrame(sound, MX_AUDIO_AAC);
-    const auto play = [&](int64_t first, int64_t count) {
-        for (int64_t i = first; i < first + count; ++i) {
-            ByteVector& data = i % 25 == 0 ? key : inter;
-            MXFrameInfo frame = test::VideoFrame(data, MX_VIDEO_H264, i % 25 == 0 ? MX_SUB_I : MX_SUB_P);
-            MXSetFrameTimes(&frame, 90000, i * 3600, i * 3600, 0);
-            stream->package->inputFrame(&frame, 0);
-            MXSetFrameTimes(&audio, 48000, i * 1920, i * 1920, 1920);
-            stream->package->inputFrame(&audio, 0);
-        }
-    };
-    play(0, 100);
-    const test::AllocationCounter allocations;
-    play(100, 200);
-    EXPECT_EQ(allocations.Count(), 0u);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <bit>
 
 #include "exact_stream.h"
-#include "support/allocation_counter.h"
 #include "support/pes_reader.h"
 
 namespace Orvane::Muxora {
@@ -395,32 +394,6 @@ TEST_F(XmkvPacket, AnEmptyFileHasAHead) {
     stream->Open();
     EXPECT_EQ(stream->Close(), 0u);
     EXPECT_TRUE(Segment().One(0x1654AE6B).children.empty());
-}
-
-TEST_F(XmkvPacket, ASteadyStreamDoesNotAllocate) {
-    MXCreateParam param{};
-    CXmkvPacket package(MX_FORMAT_XMKV, &param);
-    package.init();
-    package.createHeader(nullptr, 0);
-    ByteVector key = Key() + ByteVector(20000, 0x55);
-    ByteVector inter = Inter() + ByteVector(9000, 0x55);
-    ByteVector sound = test::Adts(ByteVector(300, 1));
-    int64_t time = 0;
-    const auto pack = [&](int frames) {
-        for (int i = 0; i < frames; ++i, time += 3600) {
-            MXFrameInfo video = i % 10 == 0 ? test::VideoFrame(key, MX_VIDEO_H264, MX_SUB_I)
-                                            : test::VideoFrame(inter, MX_VIDEO_H264, MX_SUB_P);
-            MXSetFrameTimes(&video, 90000, time, time, 3600);
-            ASSERT_EQ(package.inputFrame(&video, 0), 0u);
-            MXFrameInfo audio = test::AudioFrame(sound, MX_AUDIO_AAC);
-            MXSetFrameTimes(&audio, 90000, time, time, 1920);
-            ASSERT_EQ(package.inputFrame(&audio, 0), 0u);
-        }
-    };
-    pack(20);
-    const test::AllocationCounter count;
-    pack(2000);
-    EXPECT_EQ(count.Count(), 0u);
 }
 
 }  // namespace

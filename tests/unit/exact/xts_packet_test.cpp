@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "exact_stream.h"
-#include "support/allocation_counter.h"
 #include "support/ts_reader.h"
 
 namespace Orvane::Muxora {
@@ -275,32 +274,6 @@ TEST_F(XtsPacket, WhatIsRefused) {
     EXPECT_EQ(stream->Audio(ByteVector(65528, 0), 0), 5u);
     EXPECT_EQ(stream->blocks.size(), 1u);
     EXPECT_EQ(stream->Audio(ByteVector(65527, 0), 0), 0u);
-}
-
-TEST_F(XtsPacket, ASteadyStreamDoesNotAllocate) {
-    stream->Open();
-    MXCreateParam param{};
-    CXtsPacket package(MX_FORMAT_XTS, &param);
-    package.init();
-    ByteVector key = Key(20000);
-    ByteVector inter = Inter(9000);
-    ByteVector sound = test::Adts(ByteVector(300, 1));
-    int64_t time = 0;
-    const auto pack = [&](int frames) {
-        for (int i = 0; i < frames; ++i, time += 3600) {
-            MXFrameInfo video = i % 10 == 0 ? test::VideoFrame(key, MX_VIDEO_H264, MX_SUB_I)
-                                            : test::VideoFrame(inter, MX_VIDEO_H264, MX_SUB_P);
-            MXSetFrameTimes(&video, 90000, time, time, 3600);
-            ASSERT_EQ(package.inputFrame(&video, 0), 0u);
-            MXFrameInfo audio = test::AudioFrame(sound, MX_AUDIO_AAC);
-            MXSetFrameTimes(&audio, 90000, time, time, 1920);
-            ASSERT_EQ(package.inputFrame(&audio, 0), 0u);
-        }
-    };
-    pack(20);
-    const test::AllocationCounter count;
-    pack(200);
-    EXPECT_EQ(count.Count(), 0u);
 }
 
 }  // namespace
