@@ -96,6 +96,10 @@ TEST_P(ExactForms, AnHourEndsWithBothStreamsInPlace) {
         const double source =
             video ? static_cast<double>(picture - 1) * 1001 / 30000 : static_cast<double>(sound - 1) * 1024 / 44100;
         EXPECT_NEAR(end, source, 0.001);
+        if (GetParam().lists_durations) {
+            const double last = static_cast<double>(list.packets.back().duration) * scale;
+            EXPECT_NEAR(end + last, source + (video ? 1001.0 / 30000 : 1024.0 / 44100), 0.001);
+        }
         EXPECT_GT(source, 3599.9);
     }
 }
