@@ -5,9 +5,9 @@
 
 #include <string>
 
-namespace Orvane::Muxora::Tools {
+#include "common/json_fwd.h"
 
-using Json = nlohmann::ordered_json;
+namespace Orvane::Muxora::Tools {
 
 // In one line. Names of files need not be UTF-8: what is not becomes U+FFFD.
 inline std::string JsonLine(const Json& json) {

@@ -15,6 +15,7 @@
 
 #include "common/errors.h"
 #include "common/format_list.h"
+#include "common/json.h"
 #include "common/pace.h"
 #include "common/text.h"
 

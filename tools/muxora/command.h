@@ -1,9 +1,11 @@
 // What the subcommands share: how they register and how they fail.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include "common/errors.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Orvane::Muxora::Tools {
 

@@ -1,4 +1,6 @@
 // muxora formats: what the library packs.
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <array>
 #include <iostream>

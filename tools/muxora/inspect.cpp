@@ -1,5 +1,7 @@
 #include "muxora/inspect.h"
 
+#include <CLI/CLI.hpp>
+
 #include <array>
 #include <cinttypes>
 #include <cstdio>

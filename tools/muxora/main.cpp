@@ -1,4 +1,6 @@
 // The command line tool: real media in, every format out.
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>

@@ -1,6 +1,7 @@
 #include "muxora/options.h"
 
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <cctype>
 #include <chrono>

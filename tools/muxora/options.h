@@ -1,8 +1,6 @@
 // Options that more than one subcommand has.
 #pragma once
 
-#include <CLI/CLI.hpp>
-
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,6 +9,10 @@
 #include "common/pace.h"
 #include "common/text.h"
 #include "media_input/media_input.h"
+
+namespace CLI {
+class App;
+}
 
 namespace Orvane::Muxora::Tools {
 

@@ -1,4 +1,6 @@
 // muxora pack: real media into any format.
+#include <CLI/CLI.hpp>
+
 #include <filesystem>
 #include <memory>
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "common/errors.h"
+#include "common/json.h"
 #include "common/pace.h"
 #include "common/working_file.h"
 #include "muxora/pack_notes.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "common/json.h"
+#include "common/json_fwd.h"
 #include "common/output.h"
 #include "common/packer.h"
 #include "media_input/media_input.h"

@@ -1,6 +1,8 @@
 // muxora send --to rtp://HOST:PORT, and the choice between the three ways to send.
 #include "muxora/send.h"
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
 #include <chrono>
 #include <cinttypes>

@@ -1,5 +1,6 @@
 // muxora serve: becomes the gateway, which is a program of its own.
 #include <unistd.h>
+#include <CLI/CLI.hpp>
 
 #include <cerrno>
 #include <cstring>

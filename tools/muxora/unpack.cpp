@@ -1,5 +1,7 @@
 #include "muxora/unpack.h"
 
+#include <CLI/CLI.hpp>
+
 #include <cinttypes>
 #include <cstdio>
 #include <map>
