@@ -1,7 +1,3 @@
-# What the library stands on beside the compiler.
-set(THREADS_PREFER_PTHREAD_FLAG ON)
-find_package(Threads REQUIRED)
-
 # The records of the interface and the stretches of AES are little-endian, as every platform is that we test on.
 if(CMAKE_VERSION VERSION_LESS 3.20)
     include(TestBigEndian)
@@ -12,6 +8,10 @@ endif()
 if(MUXORA_BIG_ENDIAN)
     message(FATAL_ERROR "Muxora supports little-endian machines only, and ${CMAKE_SYSTEM_PROCESSOR} is big-endian.")
 endif()
+
+# What the library stands on beside the compiler.
+set(THREADS_PREFER_PTHREAD_FLAG ON)
+find_package(Threads REQUIRED)
 
 # Which of the units that speak with the system are built: src/basalt/native_file_*.cpp.
 if(WIN32)
