@@ -69,14 +69,20 @@ fi
 step "the packages"
 mkdir -p "$root/work/packages"
 cp "$packages"/*.deb "$root/work/packages/"
-mount --bind /proc "$root/proc" 2>/dev/null && trap 'umount "$root/proc"' EXIT
+# The tool reads /proc; zsh completes on a terminal of its own only.
+for folder in proc dev/pts; do
+    mkdir -p "$root/$folder"
+    mount --bind "/$folder" "$root/$folder"
+done
+ln -sfn pts/ptmx "$root/dev/ptmx"
+trap 'umount "$root/proc" "$root/dev/pts"' EXIT
 inside 'cd /work/packages
     export DEBIAN_FRONTEND=noninteractive
     # What the packages depend on, and what the snippet, the completion and the page are shown with.
     dpkg --unpack ./*.deb
     apt-get update -q >/dev/null
     apt-get -y -q --no-install-recommends --fix-broken install >/dev/null
-    apt-get -y -q --no-install-recommends install pkg-config bash-completion man-db python3 >/dev/null
+    apt-get -y -q --no-install-recommends install pkg-config bash-completion zsh fish man-db python3 >/dev/null
     dpkg -i ./*.deb
     dpkg -l "libmuxora*" muxora | tail -n 3'
 
@@ -98,7 +104,17 @@ inside 'cd /work
         COMP_WORDS=(muxora pack --ba) COMP_CWORD=2
         _muxora
         printf \"%s\n\" \"\${COMPREPLY[@]}\"" | tee completion.log
-    grep -qx -- --backup completion.log'
+    grep -qx -- --backup completion.log
+    # These find it in their own folders.
+    fish --no-config -c "complete -C \"muxora pack --ba\"" | tee fish.log
+    grep -q "^--backup" fish.log
+    mkdir -p installed
+    cp /usr/share/bash-completion/completions/muxora installed/muxora.bash
+    zsh -f -i -c "autoload -Uz compinit; compinit -u -D; print -r -- \$_comps[muxora]" | tee zsh.log
+    grep -qx _muxora zsh.log
+    ln -sf /usr/share/zsh/vendor-completions/_muxora installed/_muxora
+    ln -sf /usr/share/fish/vendor_completions.d/muxora.fish installed/muxora.fish
+    source/scripts/completions_test.sh /usr/bin/muxora installed'
 
 step "the manual page"
 inside 'man -P cat muxora 2>/dev/null | head -n 12 | tee /work/man.log; grep -q "muxora" /work/man.log; muxora --version'
