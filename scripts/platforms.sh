@@ -27,8 +27,6 @@ aarch64)
 esac
 here=build/release/bin/format_bytes
 export TZ=UTC0
-# What ccache asks for where headers are precompiled.
-export CCACHE_SLOPPINESS=pch_defines,time_macros
 
 cmake --preset "$platform" >"$build-configure.log" || { cat "$build-configure.log"; exit 1; }
 if [ "${#tests[@]}" -eq 0 ]; then
