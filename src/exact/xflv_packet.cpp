@@ -282,9 +282,8 @@ void CXflvPacket::PutSound(std::span<const uint8_t> bytes, int64_t time) {
     out.U8(sound_).Bytes(bytes.data(), static_cast<uint32_t>(bytes.size())).BE32(FlvTagSize(data_size));
 }
 
-// One tag for each frame. What stands behind the last whole one is left out.
-
-// A tag for each frame in `bytes`, of which `first` is the first header.
+// A tag for each frame in `bytes`, of which `first` is the first header. What stands behind the last whole one is left
+// out.
 void CXflvPacket::PutAdtsFrames(const AdtsHeader& first, std::span<const uint8_t> bytes, int64_t time) {
     int64_t samples = 0;
     for (std::optional<AdtsHeader> adts = first; adts; adts = ReadAdtsHeader(bytes)) {
