@@ -106,7 +106,7 @@ inside 'cd /work
         printf \"%s\n\" \"\${COMPREPLY[@]}\"" | tee completion.log
     grep -qx -- --backup completion.log
     # These find it in their own folders.
-    fish --no-config -c "complete -C \"muxora pack --ba\"" | tee fish.log
+    fish -c "complete -C \"muxora pack --ba\"" | tee fish.log
     grep -q "^--backup" fish.log
     mkdir -p installed
     cp /usr/share/bash-completion/completions/muxora installed/muxora.bash
