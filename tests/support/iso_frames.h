@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "support/hex.h"
+#include "support/parameter_sets.h"
 
 namespace test {
 
@@ -16,9 +17,7 @@ inline ByteVector KeySample() {
 }
 // One with whole parameter sets, of 1920x1080 in the high profile as x264 makes them.
 inline ByteVector KeyFrameOfAnEncoder() {
-    return Bytes(
-        "00 00 00 01 67 64 00 28 ac d9 40 78 02 27 e5 c0 5a 80 80 80 a0 00 00 7d 20 00 1d 4c 01 e3 06 32 c0"
-        "00 00 00 01 68 eb e3 cb 22 c0  00 00 00 01 65 88 84 01 02 03 04 05");
+    return Units({HighSps(), HighPps(), Bytes("65 88 84 01 02 03 04 05")});
 }
 inline ByteVector PFrame(uint8_t number = 0) {
     return {0, 0, 0, 1, 0x41, 0x9A, 0x11, 0x22, 0x33, number};
