@@ -261,12 +261,6 @@ void CompareForms(Input in, uint32_t format) {
 
 }  // namespace
 
-// What the library says is no finding, and takes more time than the rest.
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    MX_SetMessageFunction([](const char* /*text*/, void* /*user*/) {}, nullptr);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const uint32_t format = kFormats[data[0] % std::size(kFormats)];

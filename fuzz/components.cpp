@@ -300,11 +300,6 @@ void UseStream(const Key& key, Input& in) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int* /*argc*/, char*** /*argv*/) {
-    MX_SetMessageFunction([](const char* /*text*/, void* /*user*/) {}, nullptr);
-    return 0;
-}
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const Orvane::Muxora::ScopedClock clock(1700000000);
