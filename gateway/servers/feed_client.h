@@ -4,7 +4,6 @@
 #include <array>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -21,7 +20,8 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
   public:
     FeedMember(const SessionPlace& place, ConnectionCount count, std::shared_ptr<Broadcast> feed);
 
-    void Take(std::span<const BlockPtr> blocks) final;
+    void Offer(const BlockPtr& block) final;
+    void Flush() final;
     size_t Room() const final { return queue_.MaxBytes(); }
     void End() final;
 
@@ -31,11 +31,11 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     void Enter();
     void Leave();
     bool Inside() const { return watch_.has_value(); }
-    // A write that took longer than its call is done; goes on with what waits.
-    void Written();
+    // The next write is done; goes on with what waits.
+    void Written(size_t bytes);
 
-    // Writes `in_flight_`. True when that is done; otherwise Written() says so later, or the client left.
-    virtual bool WriteBlocks() = 0;
+    // Writes `in_flight_`.
+    virtual void WriteBlocks() = 0;
     // Everything was written, and the stream is at its end.
     virtual void SayGoodbye() = 0;
     virtual void CloseStream() = 0;
@@ -49,10 +49,8 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     void Expired() override;
     // Something waits for the client from now on.
     void Measure();
-    void Skipped();
     void Stall();
     void WriteNext();
-    void EndWrite();
 
     ConnectionCount count_;
     std::shared_ptr<Broadcast> feed_;
@@ -78,13 +76,11 @@ class FeedClient final : public FeedMember {
 
   private:
     std::shared_ptr<FeedClient> Self() { return std::static_pointer_cast<FeedClient>(shared_from_this()); }
-    bool WriteBlocks() override;
+    void WriteBlocks() override;
     void SayGoodbye() override;
     void CloseStream() override { stream_.Close(); }
     uint64_t Taken() override { return stream_.Taken(); }
-    // True when all of `gather_` is gone; otherwise the rest goes when there is room.
-    bool Write();
-    void WriteRest();
+    void WriteSome();
     void WatchForClose();
 
     NetStream stream_;
@@ -92,6 +88,7 @@ class FeedClient final : public FeedMember {
     bool goodbye_ = false;
     std::string text_;  // the head, then the line in front of a chunk
     Gather gather_;
+    size_t payload_ = 0;
     std::array<char, 64> ignored_{};
 };
 

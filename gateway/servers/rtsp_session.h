@@ -43,7 +43,8 @@ class RtspSession : public Guarded, public BlockReceiver, public std::enable_sha
     // On the worker's thread, as all below.
     void Run();
 
-    void Take(std::span<const BlockPtr> blocks) override;
+    void Offer(const BlockPtr& block) override;
+    void Flush() override;
     size_t Room() const override { return queue_.MaxBytes(); }
     void End() override;
 
@@ -75,7 +76,6 @@ class RtspSession : public Guarded, public BlockReceiver, public std::enable_sha
                const std::string& body = {});
     void SendText(std::string text);
     void WriteNext();
-    void Offer(const BlockPtr& block);
     void SendUdp(const BlockPtr& block);
     void Gathered(const BlockPtr& block);
     void Report(Track& track, bool goodbye);

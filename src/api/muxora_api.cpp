@@ -131,10 +131,13 @@ void Announce([[maybe_unused]] const MXFrameInfo* frame) {
 #if defined(__GNUC__)
     constexpr uint32_t kLine = 64;
     constexpr uint32_t kAhead = 1024;
-    if (frame == nullptr || frame->frame_pointer == nullptr || frame->frame_size < kAhead) return;
+    if (frame == nullptr || frame->frame_pointer == nullptr) return;
     const char* const bytes = static_cast<const char*>(frame->frame_pointer);
-    for (uint32_t at = 0; at < kAhead; at += kLine)
-        __builtin_prefetch(bytes + at);
+    const auto fetch = [bytes](uint32_t count) {
+        for (uint32_t at = 0; at < count; at += kLine)
+            __builtin_prefetch(bytes + at);
+    };
+    frame->frame_size < kAhead ? fetch(frame->frame_size) : fetch(kAhead);
 #endif
 }
 

@@ -12,7 +12,6 @@ constexpr uint32_t kDefaultSpeechRate = 8000;
 constexpr uint32_t kDefaultRate = 48000;
 
 void MeasureAac(std::span<const uint8_t> data, AudioMeasure& measure) {
-    measure.adts = ReadAdtsHeader(data);
     if (!measure.adts) {
         measure.samples = kRawAacSamples;
         return;
@@ -42,7 +41,9 @@ void MeasureMpegAudio(std::span<const uint8_t> data, AudioMeasure& measure) {
 
 AudioMeasure MeasureAudio(const MXFrameInfo& frame) {
     const std::span data(static_cast<const uint8_t*>(frame.frame_pointer), frame.frame_size);
-    AudioMeasure measure{0, frame.samples_per_sec, frame.channels};
+    // Read into its place: a copy would wait for bytes that were only just written.
+    AudioMeasure measure{0, frame.samples_per_sec, frame.channels,
+                         frame.encode_type == MX_AUDIO_AAC ? ReadAdtsHeader(data) : std::optional<AdtsHeader>()};
     switch (frame.encode_type) {
         case MX_AUDIO_AAC:
             MeasureAac(data, measure);

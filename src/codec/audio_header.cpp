@@ -42,6 +42,12 @@ std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data) {
     return found;
 }
 
+std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
+    std::optional<AdtsHeader> header = ReadAdtsFields(data);
+    if (header && header->frame_size > data.size()) header.reset();
+    return header;
+}
+
 uint8_t SamplingFrequencyIndex(uint32_t sample_rate) {
     const auto* const place = std::ranges::find(kFrequencies, sample_rate);
     if (sample_rate == 0 || place == std::end(kFrequencies)) return kNoFrequencyIndex;

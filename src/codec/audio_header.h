@@ -30,12 +30,7 @@ struct AdtsHeader {
 // The header at the beginning of `data`, its first 7 bytes; nothing unless it is one. ReadAdtsHeader wants the whole of
 // its frame to be there as well.
 std::optional<AdtsHeader> ReadAdtsFields(std::span<const uint8_t> data);
-inline std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data) {
-    if (data.empty()) return std::nullopt;
-    std::optional<AdtsHeader> header = ReadAdtsFields(data);
-    if (header && header->frame_size > data.size()) header.reset();
-    return header;
-}
+std::optional<AdtsHeader> ReadAdtsHeader(std::span<const uint8_t> data);
 
 // samplingFrequencyIndex of a rate (ISO/IEC 14496-3 1.6.3.4); 15 if it has none.
 uint8_t SamplingFrequencyIndex(uint32_t sample_rate);

@@ -109,9 +109,9 @@ uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
     CatchUp();
     const bool key = IsKeyFrame(frame.frame_sub_type);
     const bool has_picture = found && found->has_picture && found->rest < frame.frame_size;
-    std::optional<Mp4Entry> entry;
-    if (has_picture) entry = AnotherEntry(frame);
-    if (!has_picture || (!video_.info.present && (!key || !entry))) {
+    next_entry_.reset();
+    if (has_picture) FindEntry(frame);
+    if (!has_picture || (!video_.info.present && (!key || !next_entry_))) {
         saw_picture_ = true;
         return MX_OK;
     }
@@ -123,18 +123,17 @@ uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
     video_.samples.Reserve(room, 1);
 
     const FrameTime time = VideoTime(frame, config_.ReorderDepth());
-    if (entry) {
+    if (next_entry_) {
         if (!video_.info.present) {
             video_.info.rotation = frame.rotation_angle;
-            Open(video_, time, std::move(*entry));
+            Open(video_, time, std::move(*next_entry_));
         } else {
-            const int64_t next = Sample(video_, time).dts;
-            UseEntry(video_, std::move(*entry), &next);
+            UseEntry(video_, std::move(*next_entry_), MediaTime(video_, time));
         }
     }
     Mp4Sample sample = Sample(video_, time);
     sample.key = key;
-    CutBefore(video_, sample, frame.frame_size);
+    CutBefore(video_, sample.dts, key, frame.frame_size);
 
     saw_picture_ = true;
     uint8_t* const out = video_.samples.Place(room);
@@ -162,19 +161,18 @@ void CFragmentedMp4::CatchUp() {
     owed_ = nullptr;
 }
 
-// The sample entry that the frame needs, if that may be another than the one in force.
-std::optional<Mp4Entry> CFragmentedMp4::AnotherEntry(const MXFrameInfo& frame) const {
+void CFragmentedMp4::FindEntry(const MXFrameInfo& frame) {
     const bool told = video_.info.present && !config_.Changed();
     if (config_.IsNal()) {
-        if (told) return std::nullopt;
+        if (told) return;
     } else {
-        if (!IsKeyFrame(frame.frame_sub_type)) return std::nullopt;
+        if (!IsKeyFrame(frame.frame_sub_type)) return;
         // Only the record tells of another size.
         const Mp4Entry* const current = told ? &video_.info.entries[video_.info.entry] : nullptr;
-        if (told && frame.width == current->width && frame.height == current->height) return std::nullopt;
+        if (told && frame.width == current->width && frame.height == current->height) return;
     }
-    if (!config_.Complete()) return std::nullopt;
-    Mp4Entry entry;
+    if (!config_.Complete()) return;
+    Mp4Entry& entry = next_entry_.emplace();
     entry.encode_type = IsAvc(frame.encode_type) ? uint32_t{MX_VIDEO_H264} : frame.encode_type;
     if (config_.IsNal()) {
         entry.config.resize(config_.Sets().ConfigurationSize());
@@ -184,7 +182,6 @@ std::optional<Mp4Entry> CFragmentedMp4::AnotherEntry(const MXFrameInfo& frame) c
         entry.config.assign(config_.Mpeg4Headers().begin(), config_.Mpeg4Headers().end());
     }
     DescribePicture(entry, config_.Details(frame));
-    return entry;
 }
 
 uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure& measure) {
@@ -196,14 +193,14 @@ uint32_t CFragmentedMp4::PackAudio(const MXFrameInfo& frame, const AudioMeasure&
     const AudioForm form = FormOf(frame, measure);
     if (!audio_.info.present) {
         Open(audio_, time, EntryOf(form));
+        audio_form_ = form;
     } else if (form != audio_form_) {
-        const int64_t next = Sample(audio_, time).dts;
-        UseEntry(audio_, EntryOf(form), &next);
+        UseEntry(audio_, EntryOf(form), MediaTime(audio_, time));
+        audio_form_ = form;
     }
-    audio_form_ = form;
     Mp4Sample sample = Sample(audio_, time);
     sample.key = true;
-    CutBefore(audio_, sample, frame.frame_size);
+    CutBefore(audio_, sample.dts, true, frame.frame_size);
 
     const uint8_t* const data = FrameBytes(frame);
     if (!measure.adts) {
@@ -281,7 +278,7 @@ void CFragmentedMp4::Open(Stream& stream, const FrameTime& time, Mp4Entry entry)
     stream.info.present = true;
 }
 
-void CFragmentedMp4::UseEntry(Stream& stream, Mp4Entry entry, const int64_t* next) {
+void CFragmentedMp4::UseEntry(Stream& stream, Mp4Entry entry, int64_t next) {
     Mp4Track& track = stream.info;
     auto place = std::ranges::find(track.entries, entry);
     if (place == track.entries.begin() + track.entry) return;
@@ -291,7 +288,7 @@ void CFragmentedMp4::UseEntry(Stream& stream, Mp4Entry entry, const int64_t* nex
         place = track.entries.end();
     }
     KnowTracks(true);
-    Flush(nullptr, &stream, next);
+    Flush(nullptr, &stream, &next);
     if (is_new) {
         track.entries.push_back(std::move(entry));
         place = track.entries.end() - 1;
@@ -300,9 +297,13 @@ void CFragmentedMp4::UseEntry(Stream& stream, Mp4Entry entry, const int64_t* nex
     tracks_stale_ = true;
 }
 
-Mp4Sample CFragmentedMp4::Sample(const Stream& stream, const FrameTime& time) const {
+int64_t CFragmentedMp4::MediaTime(const Stream& stream, const FrameTime& time) {
+    return time.dts + stream.info.edit_shift;
+}
+
+Mp4Sample CFragmentedMp4::Sample(const Stream& stream, const FrameTime& time) {
     Mp4Sample sample;
-    sample.dts = time.dts + stream.info.edit_shift;
+    sample.dts = MediaTime(stream, time);
     sample.composition_offset = static_cast<int32_t>(
         std::min<int64_t>(time.pts + stream.info.edit_shift - sample.dts, std::numeric_limits<int32_t>::max()));
     sample.duration = static_cast<uint32_t>(time.duration);
@@ -314,46 +315,46 @@ void CFragmentedMp4::AddSample(Stream& stream, const Mp4Sample& sample) {
     stream.samples.Add(sample);
     stream.last_dts = sample.dts;
     try {
-        AfterSample(stream, sample);
+        AfterSample(stream, sample.duration != 0);
     } catch (const std::bad_alloc&) {
         // The sample is in. What was to go out now goes with the next one.
         if (IsByFrame() && sample.duration != 0) owed_ = &stream;
     }
 }
 
-void CFragmentedMp4::AfterSample(Stream& stream, const Mp4Sample& sample) {
+void CFragmentedMp4::AfterSample(Stream& stream, bool has_duration) {
     KnowTracks(false);
-    if (!IsByFrame() || sample.duration == 0 || !tracks_known_) return;
+    if (!IsByFrame() || !has_duration || !tracks_known_) return;
     Flush(&stream, nullptr, nullptr);
     if (owed_ == &stream) owed_ = nullptr;
 }
 
-// Ends the fragment, if it is to end ahead of this sample.
-void CFragmentedMp4::CutBefore(Stream& stream, const Mp4Sample& sample, uint32_t bytes) {
+// Ends the fragment, if it is to end ahead of the sample of this time.
+void CFragmentedMp4::CutBefore(Stream& stream, int64_t dts, bool key, uint32_t bytes) {
     const bool too_large = video_.samples.Media().Size() + audio_.samples.Media().Size() + bytes > kLargestFragment;
     const bool too_long =
-        !stream.samples.Empty() && sample.dts - stream.first_dts > kLongestFragmentSeconds * stream.info.time_scale;
+        !stream.samples.Empty() && dts - stream.first_dts > kLongestFragmentSeconds * stream.info.time_scale;
     if (too_large || too_long) {
         KnowTracks(true);
-        Flush(nullptr, &stream, &sample.dts);
-    } else if (tracks_known_ && IsFull(stream, sample)) {
-        Flush(IsByFrame() ? &stream : nullptr, &stream, &sample.dts);
+        Flush(nullptr, &stream, &dts);
+    } else if (tracks_known_ && IsFull(stream, dts, key)) {
+        Flush(IsByFrame() ? &stream : nullptr, &stream, &dts);
     }
 }
 
-bool CFragmentedMp4::IsFull(const Stream& stream, const Mp4Sample& sample) const {
+bool CFragmentedMp4::IsFull(const Stream& stream, int64_t dts, bool key) const {
     if (stream.samples.Empty()) return false;
     if (IsByFrame()) return true;
     // Pictures decide, where there are any.
     if (!stream.info.video && video_.info.present) return false;
-    const int64_t length = sample.dts - stream.first_dts;
+    const int64_t length = dts - stream.first_dts;
     if (fragments_.mode == MX_FRAGMENT_DURATION || OnlyKeyFrames(stream)) {
         const uint32_t wanted = fragments_.duration_ms != 0 ? fragments_.duration_ms : kDefaultDurationMs;
         return length >= Milliseconds(wanted, stream.info.time_scale);
     }
-    if (sample.key) return true;
+    if (key) return true;
     // With this picture it would be too long.
-    const int64_t interval = sample.dts - stream.last_dts;
+    const int64_t interval = dts - stream.last_dts;
     return fragments_.duration_ms != 0 &&
            length + interval > Milliseconds(fragments_.duration_ms, stream.info.time_scale);
 }

@@ -75,17 +75,18 @@ class CFragmentedMp4 : public CExactPackage {
     void Forget(bool picture) final;
 
     void CatchUp();
-    void AfterSample(Stream& stream, const Mp4Sample& sample);
+    void AfterSample(Stream& stream, bool has_duration);
 
-    std::optional<Mp4Entry> AnotherEntry(const MXFrameInfo& frame) const;
+    void FindEntry(const MXFrameInfo& frame);
     static AudioForm FormOf(const MXFrameInfo& frame, const AudioMeasure& measure);
     static Mp4Entry EntryOf(const AudioForm& form);
-    void UseEntry(Stream& stream, Mp4Entry entry, const int64_t* next);
+    void UseEntry(Stream& stream, Mp4Entry entry, int64_t next);
     void Open(Stream& stream, const FrameTime& time, Mp4Entry entry);
-    Mp4Sample Sample(const Stream& stream, const FrameTime& time) const;
+    static int64_t MediaTime(const Stream& stream, const FrameTime& time);
+    static Mp4Sample Sample(const Stream& stream, const FrameTime& time);
     void AddSample(Stream& stream, const Mp4Sample& sample);
-    void CutBefore(Stream& stream, const Mp4Sample& sample, uint32_t bytes);
-    bool IsFull(const Stream& stream, const Mp4Sample& sample) const;
+    void CutBefore(Stream& stream, int64_t dts, bool key, uint32_t bytes);
+    bool IsFull(const Stream& stream, int64_t dts, bool key) const;
     void KnowTracks(bool now);
     void RefreshTracks();
     void Flush(Stream* alone, const Stream* ended, const int64_t* next);
@@ -97,6 +98,8 @@ class CFragmentedMp4 : public CExactPackage {
     Stream audio_;
     CVideoConfig config_;
     AudioForm audio_form_;
+    // What the frame at hand needs, if that may be another sample entry than the one in force.
+    std::optional<Mp4Entry> next_entry_;
     bool saw_picture_ = false;
     bool tracks_known_ = false;
     bool tracks_stale_ = false;

@@ -91,16 +91,6 @@ size_t WriteTraf(BoxWriter& out, const FragmentPart& part) {
 
 }  // namespace
 
-void FragmentTrack::Add(const Mp4Sample& sample) {
-    samples_.push_back(sample);
-    if (samples_.size() > 1) {
-        Mp4Sample& before = samples_[samples_.size() - 2];
-        before.duration = Between(before.dts, sample.dts);
-        last_duration_ = before.duration;
-    }
-    media_.Commit(sample.size);
-}
-
 void FragmentTrack::End(const int64_t* next) {
     if (samples_.empty()) return;
     Mp4Sample& last = samples_.back();
@@ -121,11 +111,6 @@ void FragmentTrack::Clear() {
     samples_.clear();
     media_.Clear();
     if (keeps_) std::swap(media_, spare_);
-}
-
-// Decoding times rise, by a minute and the longest duration at most; only the finest scales reach 32 bits with that.
-uint32_t FragmentTrack::Between(int64_t from, int64_t to) {
-    return static_cast<uint32_t>(std::min<int64_t>(to - from, std::numeric_limits<uint32_t>::max()));
 }
 
 void WriteFragmentHead(BoxWriter& out, uint32_t sequence_number, std::span<const FragmentPart> parts) {

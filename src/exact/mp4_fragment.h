@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <span>
 #include <vector>
 
@@ -40,7 +41,15 @@ class FragmentTrack {
     // Where the bytes of the next sample go; Add takes them in with the sample.
     uint8_t* Place(size_t bytes) { return media_.Reserve(bytes); }
     // The sample before lasts until this one. `duration` 0: not known.
-    void Add(const Mp4Sample& sample);
+    void Add(const Mp4Sample& sample) {
+        samples_.emplace_back() = sample;
+        if (samples_.size() > 1) {
+            Mp4Sample& before = samples_[samples_.size() - 2];
+            before.duration = Between(before.dts, sample.dts);
+            last_duration_ = before.duration;
+        }
+        media_.Commit(sample.size);
+    }
     // Ends the last sample: `next` is where the one behind it begins, if that is known. Without that, and without a
     // duration of its own, it lasts as long as the one before.
     void End(const int64_t* next);
@@ -63,7 +72,11 @@ class FragmentTrack {
   private:
     static constexpr size_t kFirstSamples = 16;
 
-    static uint32_t Between(int64_t from, int64_t to);
+    // Decoding times rise, by a minute and the longest duration at most; only the finest scales reach 32 bits with
+    // that.
+    static uint32_t Between(int64_t from, int64_t to) {
+        return static_cast<uint32_t>(std::min<int64_t>(to - from, std::numeric_limits<uint32_t>::max()));
+    }
 
     std::vector<Mp4Sample> samples_;
     MediaBuffer media_;
