@@ -43,8 +43,16 @@ constexpr std::chrono::seconds kStalledFor{10};
 constexpr uint64_t kLeastBytesPerSecond = 4096;
 // Sound waits so long for the next picture, so that both go out in one write.
 constexpr std::chrono::milliseconds kSoundWaits{25};
-// Buffers in one vectored write.
-constexpr size_t kMaxBuffersPerWrite = 96;
+// A write costs the system much the same whatever its length. So a thread with more connections than these collects for
+// each of them what comes, longer the more they are, up to --collect or until it is so much that more would bring
+// nothing.
+constexpr size_t kCollectFrom = 16;
+constexpr std::chrono::milliseconds kCollectForEach{5};
+constexpr std::chrono::milliseconds kDefaultCollect{200};
+constexpr std::chrono::milliseconds kLongestCollect{500};
+constexpr size_t kCollectBytes = 256u << 10;
+// Buffers in one vectored write; with what frames them not more than Asio hands to the system at once (64).
+constexpr size_t kMaxBuffersPerWrite = 62;
 
 // Requests.
 constexpr size_t kMaxHeaderBytes = 8192;

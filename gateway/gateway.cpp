@@ -67,7 +67,7 @@ GatewayRun::GatewayRun(const Options& options)
       tls_(Tls(options)),
       workers_(ThreadCount(options.threads)),
       hub_(workers_),
-      shelf_(workers_),
+      shelf_(workers_, std::chrono::milliseconds(options.collect_ms)),
       segments_(options.segments),
       api_(hub_, shelf_, access_, *this),
       metrics_(hub_, shelf_),

@@ -26,11 +26,12 @@ struct Options {
     std::string certificate;  // TLS, PEM; empty: plain
     std::string private_key;
     std::string cors;
-    std::string publish;      // servers of a relay, where all streams go
-    std::string from;         // and from where all that are published come
-    std::string credentials;  // of the relay's user
-    std::string share;        // folder of the page
-    size_t threads = 0;       // 0: one a core
+    std::string publish;                                                   // servers of a relay, where all streams go
+    std::string from;                                                      // and from where all that are published come
+    std::string credentials;                                               // of the relay's user
+    std::string share;                                                     // folder of the page
+    size_t threads = 0;                                                    // 0: one a core
+    unsigned collect_ms = static_cast<unsigned>(kDefaultCollect.count());  // see kCollectFrom
     LogForm log = LogForm::kText;
     bool quiet = false;
     bool plain_rtsp = false;

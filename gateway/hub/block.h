@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace Orvane::Muxora::Gateway {
@@ -34,10 +35,8 @@ using BlockPtr = std::shared_ptr<const Block>;
 class BlockReceiver {
   public:
     virtual ~BlockReceiver() = default;
-    // What a reader needs first, then media from a key frame on, then all that follows.
-    virtual void Offer(const BlockPtr& block) = 0;
-    // What was offered should go out now.
-    virtual void Flush() = 0;
+    // What a reader needs first, then media from a key frame on, then all that follows. It should go out now.
+    virtual void Take(std::span<const BlockPtr> blocks) = 0;
     // How many bytes may wait in it.
     virtual size_t Room() const = 0;
     // The stream is gone; nothing more comes.

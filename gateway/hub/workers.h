@@ -46,6 +46,7 @@ class Worker {
     using Watch = std::list<Guarded*>::iterator;
     Watch Look(Guarded& guarded);
     void Forget(Watch watch);
+    size_t Watched() const { return watched_.size(); }
 
   private:
     friend class Workers;

@@ -1,5 +1,6 @@
 #include "packaging/broadcast.h"
 
+#include <algorithm>
 #include <boost/asio/post.hpp>
 #include <utility>
 
@@ -8,11 +9,36 @@
 
 namespace Orvane::Muxora::Gateway {
 
-Outlet::Outlet(Worker& worker, bool first_header_stays)
-    : first_header_stays_(first_header_stays), flush_(worker.Context()) {
+Outlet::Outlet(Worker& worker, bool first_header_stays, std::chrono::milliseconds collect)
+    : worker_(worker), first_header_stays_(first_header_stays), collect_(collect), flush_(worker.Context()) {
+}
+
+std::chrono::milliseconds Outlet::Waits(const Block& block) const {
+    std::chrono::milliseconds wait{0};
+    if (receivers_.empty()) return wait;
+    const size_t many = worker_.Watched();
+    if (many > kCollectFrom) {
+        wait = std::min(collect_, kCollectForEach * static_cast<std::chrono::milliseconds::rep>(many - kCollectFrom));
+    }
+    const bool sound_alone = block.audio && !block.video && block.kind == Block::Kind::kMedia && !block.key;
+    return sound_alone ? std::max(wait, kSoundWaits) : wait;
 }
 
 void Outlet::Deliver(const BlockPtr& block) {
+    collected_.push_back(block);
+    collected_bytes_ += block->bytes.size();
+    const auto wait = Waits(*block);
+    if (wait == std::chrono::milliseconds(0) || collected_bytes_ >= kCollectBytes) return Flush();
+    if (std::exchange(flush_waits_, true)) return;
+    flush_.expires_after(wait);
+    flush_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
+        const auto self = weak.lock();
+        if (!error && self != nullptr) self->Flush();
+    });
+}
+
+// For those who join from now on.
+void Outlet::Keep(const BlockPtr& block) {
     if (block->kind == Block::Kind::kHeader) {
         if (first_header_stays_) {
             if (head_.size() > 1) head_.resize(1);
@@ -21,49 +47,39 @@ void Outlet::Deliver(const BlockPtr& block) {
         }
         head_open_ = true;
         head_.push_back(block);
-    } else {
-        head_open_ = false;
-        if (block->key) {
-            gop_.clear();
-            gop_bytes_ = 0;
-        }
-        if (block->key || !gop_.empty()) {
-            gop_.push_back(block);
-            gop_bytes_ += block->bytes.size();
-        }
-        if (gop_.size() > kMaxGopFrames || gop_bytes_ > kMaxGopBytes) {
-            gop_.clear();
-            gop_bytes_ = 0;
-        }
-    }
-    for (const auto& receiver : receivers_)
-        receiver->Offer(block);
-    if (block->audio && !block->video && block->kind == Block::Kind::kMedia && !block->key) {
-        if (flush_waits_) return;
-        flush_waits_ = true;
-        flush_.expires_after(kSoundWaits);
-        flush_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
-            const auto self = weak.lock();
-            if (!error && self != nullptr) self->FlushAll();
-        });
         return;
     }
-    FlushAll();
+    head_open_ = false;
+    if (block->key) {
+        gop_.clear();
+        gop_bytes_ = 0;
+    }
+    if (block->key || !gop_.empty()) {
+        gop_.push_back(block);
+        gop_bytes_ += block->bytes.size();
+    }
+    if (gop_.size() > kMaxGopFrames || gop_bytes_ > kMaxGopBytes) {
+        gop_.clear();
+        gop_bytes_ = 0;
+    }
 }
 
-void Outlet::FlushAll() {
-    if (flush_waits_) flush_.cancel();
-    flush_waits_ = false;
+void Outlet::Flush() {
+    if (std::exchange(flush_waits_, false)) flush_.cancel();
+    for (const BlockPtr& block : collected_)
+        Keep(block);
     // A receiver may leave while it is told.
     for (auto at = receivers_.begin(); at != receivers_.end();) {
         const auto receiver = *at++;
-        receiver->Flush();
+        receiver->Take(collected_);
     }
+    collected_.clear();
+    collected_bytes_ = 0;
 }
 
 void Outlet::End() {
+    Flush();
     ended_ = true;
-    flush_.cancel();
     for (const auto& receiver : std::exchange(receivers_, {}))
         receiver->End();
 }
@@ -74,16 +90,12 @@ void Outlet::Join(std::shared_ptr<BlockReceiver> receiver) {
         return;
     }
     size_t bytes = gop_bytes_;
-    for (const BlockPtr& block : head_) {
-        receiver->Offer(block);
+    for (const BlockPtr& block : head_)
         bytes += block->bytes.size();
-    }
+    std::vector<BlockPtr> first = head_;
     // A group that would run over at once is no beginning: the next one is.
-    if (bytes <= receiver->Room()) {
-        for (const BlockPtr& block : gop_)
-            receiver->Offer(block);
-    }
-    receiver->Flush();
+    if (bytes <= receiver->Room()) first.insert(first.end(), gop_.begin(), gop_.end());
+    receiver->Take(first);
     receivers_.insert(std::move(receiver));
 }
 
@@ -91,17 +103,18 @@ void Outlet::Leave(const std::shared_ptr<BlockReceiver>& receiver) {
     receivers_.erase(receiver);
 }
 
-std::shared_ptr<Broadcast> Broadcast::Make(Workers& workers, const StreamPtr& stream, const Form& form) {
-    const std::shared_ptr<Broadcast> made(new Broadcast(workers, stream, form));
+std::shared_ptr<Broadcast> Broadcast::Make(Workers& workers, const StreamPtr& stream, const Form& form,
+                                           std::chrono::milliseconds collect) {
+    const std::shared_ptr<Broadcast> made(new Broadcast(workers, stream, form, collect));
     if (!made->packager_->Good()) return nullptr;
     boost::asio::post(stream->Home().Context(), [made] { made->stream_->Attach(made); });
     return made;
 }
 
-Broadcast::Broadcast(Workers& workers, StreamPtr stream, const Form& form)
+Broadcast::Broadcast(Workers& workers, StreamPtr stream, const Form& form, std::chrono::milliseconds collect)
     : workers_(workers), stream_(std::move(stream)), form_(form) {
     for (size_t i = 0; i < workers_.Count(); ++i)
-        outlets_.push_back(std::make_shared<Outlet>(workers_.At(i), form.first_header_stays));
+        outlets_.push_back(std::make_shared<Outlet>(workers_.At(i), form.first_header_stays, collect));
     const auto sink = [this](const BlockPtr& block) { Publish(block); };
     if (form.format == MX_FORMAT_RTP) {
         packager_ = std::make_unique<RtpPackager>(stream_->HeaderInfo(), sink);

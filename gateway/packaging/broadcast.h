@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <boost/asio/steady_timer.hpp>
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <unordered_set>
@@ -19,7 +20,8 @@ namespace Orvane::Muxora::Gateway {
 // thread.
 class Outlet : public std::enable_shared_from_this<Outlet> {
   public:
-    Outlet(Worker& worker, bool first_header_stays);
+    // `collect`: see kCollectFrom; 0: everything goes out as it comes.
+    Outlet(Worker& worker, bool first_header_stays, std::chrono::milliseconds collect);
 
     void Deliver(const BlockPtr& block);
     void End();
@@ -29,9 +31,15 @@ class Outlet : public std::enable_shared_from_this<Outlet> {
     void Leave(const std::shared_ptr<BlockReceiver>& receiver);
 
   private:
-    void FlushAll();
+    std::chrono::milliseconds Waits(const Block& block) const;
+    void Keep(const BlockPtr& block);
+    void Flush();
 
+    Worker& worker_;
     const bool first_header_stays_;
+    const std::chrono::milliseconds collect_;
+    std::vector<BlockPtr> collected_;  // for everybody here, and not given out yet
+    size_t collected_bytes_ = 0;
     std::vector<BlockPtr> head_;  // a header may come in several blocks
     bool head_open_ = true;       // the next header block goes on with it
     std::deque<BlockPtr> gop_;
@@ -45,7 +53,8 @@ class Outlet : public std::enable_shared_from_this<Outlet> {
 class Broadcast : public FrameSink, public std::enable_shared_from_this<Broadcast> {
   public:
     // Null when the library does not make the format.
-    static std::shared_ptr<Broadcast> Make(Workers& workers, const StreamPtr& stream, const Form& form);
+    static std::shared_ptr<Broadcast> Make(Workers& workers, const StreamPtr& stream, const Form& form,
+                                           std::chrono::milliseconds collect = std::chrono::milliseconds(0));
 
     const Form& Shape() const { return form_; }
     const StreamPtr& Source() const { return stream_; }
@@ -64,7 +73,7 @@ class Broadcast : public FrameSink, public std::enable_shared_from_this<Broadcas
     void OnEnd() override;
 
   private:
-    Broadcast(Workers& workers, StreamPtr stream, const Form& form);
+    Broadcast(Workers& workers, StreamPtr stream, const Form& form, std::chrono::milliseconds collect);
     void Publish(const BlockPtr& block);
 
     Workers& workers_;

@@ -5,9 +5,9 @@ namespace Orvane::Muxora::Gateway {
 std::shared_ptr<Broadcast> Shelf::Get(const StreamPtr& stream, const Form& form) {
     const std::lock_guard lock(mutex_);
     // It was dropped, or is about to be: who came too late hears of the end from an output that nobody keeps.
-    if (stream->Removed()) return Broadcast::Make(workers_, stream, form);
+    if (stream->Removed()) return Make(stream, form);
     auto& place = outputs_[stream.get()][&form];
-    if (place == nullptr) place = Broadcast::Make(workers_, stream, form);
+    if (place == nullptr) place = Make(stream, form);
     return place;
 }
 
@@ -20,6 +20,11 @@ std::vector<std::shared_ptr<Broadcast>> Shelf::Of(const Stream& stream) const {
         if (output != nullptr) all.push_back(output);
     }
     return all;
+}
+
+// Packets go out at the pace of the stream: receivers over UDP have no more room than that.
+std::shared_ptr<Broadcast> Shelf::Make(const StreamPtr& stream, const Form& form) const {
+    return Broadcast::Make(workers_, stream, form, &form == &kRtpForm ? std::chrono::milliseconds(0) : collect_);
 }
 
 void Shelf::Drop(const Stream& stream) {

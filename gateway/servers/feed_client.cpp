@@ -57,8 +57,18 @@ void FeedMember::Stall() {
     Leave();
 }
 
-void FeedMember::Offer(const BlockPtr& block) {
-    if (!queue_.Offer(block)) return;
+void FeedMember::Take(std::span<const BlockPtr> blocks) {
+    for (const BlockPtr& block : blocks) {
+        if (queue_.Offer(block)) Skipped();
+    }
+    if (stay_behind_) {
+        Stall();
+    } else if (!writing_) {
+        WriteNext();
+    }
+}
+
+void FeedMember::Skipped() {
     feed_->CountSkip();
     const auto now = Clock::now();
     skips_ = caught_up_ && now - last_skip_ > kRecovered ? 1 : skips_ + 1;
@@ -67,41 +77,43 @@ void FeedMember::Offer(const BlockPtr& block) {
     stay_behind_ = skips_ >= kMaxSkips;
 }
 
-void FeedMember::Flush() {
-    if (stay_behind_) {
-        Stall();
-    } else if (!writing_) {
-        WriteNext();
-    }
-}
-
 void FeedMember::End() {
     ending_ = true;
     if (Inside() && !writing_) WriteNext();
 }
 
-void FeedMember::Written(size_t bytes) {
-    writing_ = false;
-    in_flight_.clear();
-    feed_->CountSent(bytes);
+void FeedMember::Written() {
+    EndWrite();
     WriteNext();
 }
 
+void FeedMember::EndWrite() {
+    size_t bytes = 0;
+    for (const BlockPtr& block : in_flight_)
+        bytes += block->bytes.size();
+    in_flight_.clear();
+    feed_->CountSent(bytes);
+}
+
 void FeedMember::WriteNext() {
-    if (queue_.Empty()) {
-        ExpectNothing();
-        measured_ = false;
-        caught_up_ = true;
-        if (!ending_) return;
-        writing_ = true;
+    writing_ = true;
+    while (!queue_.Empty()) {
+        queue_.Take(kMaxBuffersPerWrite, in_flight_);
+        if (!WriteBlocks()) {
+            if (Inside()) Measure();
+            return;
+        }
+        EndWrite();
+    }
+    ExpectNothing();
+    measured_ = false;
+    caught_up_ = true;
+    if (ending_) {
         Measure();
         SayGoodbye();
-        return;
+    } else {
+        writing_ = false;
     }
-    writing_ = true;
-    queue_.Take(kMaxBuffersPerWrite, in_flight_);
-    Measure();
-    WriteBlocks();
 }
 
 FeedClient::FeedClient(const SessionPlace& place, NetStream stream, ConnectionCount count,
@@ -114,26 +126,27 @@ void FeedClient::Run(std::string head) {
     gather_.Add(text_.data(), text_.size());
     Enter();
     if (!Inside()) return;
+    stream_.WriteWithoutWaiting();
     WatchForClose();
-    WriteSome();
+    if (Write()) Written();
 }
 
-void FeedClient::WriteBlocks() {
+bool FeedClient::WriteBlocks() {
     gather_.Clear();
-    payload_ = 0;
-    for (const BlockPtr& block : in_flight_)
-        payload_ += block->bytes.size();
     if (chunked_) {
+        size_t payload = 0;
+        for (const BlockPtr& block : in_flight_)
+            payload += block->bytes.size();
         // The whole write is one chunk (RFC 9112 7.1).
         char line[20];
-        const int length = std::snprintf(line, sizeof line, "%zx\r\n", payload_);
+        const int length = std::snprintf(line, sizeof line, "%zx\r\n", payload);
         text_.assign(line, static_cast<size_t>(length));
         gather_.Add(text_.data(), text_.size());
     }
     for (const BlockPtr& block : in_flight_)
         gather_.Add(block->bytes.data(), block->bytes.size());
     if (chunked_) gather_.Add("\r\n", 2);
-    WriteSome();
+    return Write();
 }
 
 void FeedClient::SayGoodbye() {
@@ -141,17 +154,30 @@ void FeedClient::SayGoodbye() {
     if (!chunked_) return Leave();
     gather_.Clear();
     gather_.Add("0\r\n\r\n", 5);
-    WriteSome();
+    if (Write()) Leave();
 }
 
-void FeedClient::WriteSome() {
+// Most writes are done at once: the system has room for a client that keeps up.
+bool FeedClient::Write() {
+    boost::system::error_code error;
+    gather_.Advance(stream_.WriteNow(gather_.Rest(), error));
+    if (gather_.Done()) return true;
+    if (error && error != boost::asio::error::would_block) {
+        Leave();
+    } else {
+        WriteRest();
+    }
+    return false;
+}
+
+void FeedClient::WriteRest() {
     stream_.async_write_some(gather_.Rest(), [self = Self()](const boost::system::error_code& error, size_t written) {
         if (!self->Inside()) return;
         if (error) return self->Leave();
         self->gather_.Advance(written);
-        if (!self->gather_.Done()) return self->WriteSome();
+        if (!self->gather_.Done()) return self->WriteRest();
         if (self->goodbye_) return self->Leave();
-        self->Written(std::exchange(self->payload_, 0));
+        self->Written();
     });
 }
 

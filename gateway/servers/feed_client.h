@@ -4,6 +4,7 @@
 #include <array>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -20,8 +21,7 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
   public:
     FeedMember(const SessionPlace& place, ConnectionCount count, std::shared_ptr<Broadcast> feed);
 
-    void Offer(const BlockPtr& block) final;
-    void Flush() final;
+    void Take(std::span<const BlockPtr> blocks) final;
     size_t Room() const final { return queue_.MaxBytes(); }
     void End() final;
 
@@ -31,11 +31,11 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     void Enter();
     void Leave();
     bool Inside() const { return watch_.has_value(); }
-    // The next write is done; goes on with what waits.
-    void Written(size_t bytes);
+    // A write that took longer than its call is done; goes on with what waits.
+    void Written();
 
-    // Writes `in_flight_`.
-    virtual void WriteBlocks() = 0;
+    // Writes `in_flight_`. True when that is done; otherwise Written() says so later, or the client left.
+    virtual bool WriteBlocks() = 0;
     // Everything was written, and the stream is at its end.
     virtual void SayGoodbye() = 0;
     virtual void CloseStream() = 0;
@@ -49,8 +49,10 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     void Expired() override;
     // Something waits for the client from now on.
     void Measure();
+    void Skipped();
     void Stall();
     void WriteNext();
+    void EndWrite();
 
     ConnectionCount count_;
     std::shared_ptr<Broadcast> feed_;
@@ -76,11 +78,13 @@ class FeedClient final : public FeedMember {
 
   private:
     std::shared_ptr<FeedClient> Self() { return std::static_pointer_cast<FeedClient>(shared_from_this()); }
-    void WriteBlocks() override;
+    bool WriteBlocks() override;
     void SayGoodbye() override;
     void CloseStream() override { stream_.Close(); }
     uint64_t Taken() override { return stream_.Taken(); }
-    void WriteSome();
+    // True when all of `gather_` is gone; otherwise the rest goes when there is room.
+    bool Write();
+    void WriteRest();
     void WatchForClose();
 
     NetStream stream_;
@@ -88,7 +92,6 @@ class FeedClient final : public FeedMember {
     bool goodbye_ = false;
     std::string text_;  // the head, then the line in front of a chunk
     Gather gather_;
-    size_t payload_ = 0;
     std::array<char, 64> ignored_{};
 };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <boost/asio/buffer.hpp>
+#include <boost/asio/error.hpp>
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/asio/ssl/stream.hpp>
@@ -39,6 +40,18 @@ class NetStream {
         } else {
             done({});
         }
+    }
+
+    // WriteNow may be called from here on.
+    void WriteWithoutWaiting() {
+        Error ignored;
+        if (!Encrypted()) Lowest().non_blocking(true, ignored);
+    }
+    // What the system takes at once; would_block: nothing, and always so under TLS, which keeps an order of its own.
+    template <typename Buffers>
+    size_t WriteNow(const Buffers& buffers, Error& error) {
+        error = boost::asio::error::would_block;
+        return Encrypted() ? 0 : std::get<Socket>(stream_).write_some(buffers, error);
     }
 
     // How many bytes the other side has taken so far.

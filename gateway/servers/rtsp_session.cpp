@@ -257,6 +257,12 @@ void RtspSession::Play(const RtspRequest& request) {
     ReportEvery();
 }
 
+void RtspSession::Take(std::span<const BlockPtr> blocks) {
+    for (const BlockPtr& block : blocks)
+        Offer(block);
+    if (watch_ && !writing_) WriteNext();
+}
+
 void RtspSession::Offer(const BlockPtr& block) {
     Track& track = TrackOf(*block);
     if (!track.set_up || !watch_) return;
@@ -299,10 +305,6 @@ void RtspSession::WatchReceiver(Track& track) {
 bool RtspSession::AnyInterleaved() const {
     return (tracks_[0].set_up && tracks_[0].transport.interleaved) ||
            (tracks_[1].set_up && tracks_[1].transport.interleaved);
-}
-
-void RtspSession::Flush() {
-    if (watch_ && !writing_) WriteNext();
 }
 
 void RtspSession::End() {

@@ -43,8 +43,7 @@ class RtspSession : public Guarded, public BlockReceiver, public std::enable_sha
     // On the worker's thread, as all below.
     void Run();
 
-    void Offer(const BlockPtr& block) override;
-    void Flush() override;
+    void Take(std::span<const BlockPtr> blocks) override;
     size_t Room() const override { return queue_.MaxBytes(); }
     void End() override;
 
@@ -76,6 +75,7 @@ class RtspSession : public Guarded, public BlockReceiver, public std::enable_sha
                const std::string& body = {});
     void SendText(std::string text);
     void WriteNext();
+    void Offer(const BlockPtr& block);
     void SendUdp(const BlockPtr& block);
     void Gathered(const BlockPtr& block);
     void Report(Track& track, bool goodbye);

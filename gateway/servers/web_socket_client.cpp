@@ -66,7 +66,7 @@ void WebSocketClient::Run(Upgrade request) {
 void WebSocketClient::Accepted() {
     socket_->request = {};
     Read();
-    Written(0);
+    Written();
 }
 
 void WebSocketClient::Read() {
@@ -78,19 +78,17 @@ void WebSocketClient::Read() {
     });
 }
 
-void WebSocketClient::WriteBlocks() {
+bool WebSocketClient::WriteBlocks() {
     buffers_.clear();
-    payload_ = 0;
-    for (const BlockPtr& block : in_flight_) {
+    for (const BlockPtr& block : in_flight_)
         buffers_.emplace_back(block->bytes.data(), block->bytes.size());
-        payload_ += block->bytes.size();
-    }
     const BufferView all{buffers_.data(), buffers_.data() + buffers_.size()};
     socket_->ws.async_write(all, [self = Self()](const boost::system::error_code& error, size_t) {
         if (!self->Inside()) return;
         if (error) return self->Leave();
-        self->Written(std::exchange(self->payload_, 0));
+        self->Written();
     });
+    return false;
 }
 
 void WebSocketClient::SayGoodbye() {

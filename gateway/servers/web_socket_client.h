@@ -28,7 +28,7 @@ class WebSocketClient final : public FeedMember {
     std::shared_ptr<WebSocketClient> Self() { return std::static_pointer_cast<WebSocketClient>(shared_from_this()); }
     void Accepted();
     void Read();
-    void WriteBlocks() override;
+    bool WriteBlocks() override;
     void SayGoodbye() override;
     void CloseStream() override;
     uint64_t Taken() override;
@@ -36,7 +36,6 @@ class WebSocketClient final : public FeedMember {
     std::unique_ptr<Socket> socket_;
     boost::beast::flat_buffer incoming_;
     std::vector<boost::asio::const_buffer> buffers_;
-    size_t payload_ = 0;
 };
 
 }  // namespace Orvane::Muxora::Gateway

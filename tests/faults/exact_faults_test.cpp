@@ -7,13 +7,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 
 #include "MuxoraExt.h"
 #include "api/format_table.h"
 #include "core/clock.h"
 #include "core/package.h"
+#include "faults/scenario.h"
 #include "support/allocation_counter.h"
 #include "support/frames.h"
 #include "support/iso_frames.h"
@@ -207,8 +206,7 @@ INSTANTIATE_TEST_SUITE_P(All, ExactFaults, testing::ValuesIn(kForms),
                          [](const auto& form) { return std::string(form.param.name); });
 
 TEST_P(ExactFaults, AFrameThatMemoryWasMissingForIsAsIfItHadNotBeenGiven) {
-    const char* const choice = std::getenv("MUXORA_FAULTS");
-    const uint64_t stride = choice != nullptr && std::strcmp(choice, "all") == 0 ? 1 : 3;
+    const uint64_t stride = test::TryAllPoints() ? 1 : 3;
     Stream stream(GetParam(), frames);
     const Recording clean = stream.Record(UINT64_MAX, 0, 1, all);
     ASSERT_TRUE(clean.finished);

@@ -24,11 +24,24 @@ struct FormatUnderTest {
     enum class Lost { kAsIfNotGiven, kTimeGoesOn } lost;
     // Formats in which a frame may be lost and answer MX_OK; see MX_InputFrame.
     bool loses_in_silence;
+    // Formats whose blocks hold several frames: a frame without a block of its own is not lost.
+    bool gathers = false;
 };
 
 // All that MX_CreateHandle makes.
 std::vector<FormatUnderTest> FormatsUnderTest();
 
+// Without the formats with exact times: of those a frame that memory was missing for may still leave its time, or the
+// streams that it announced.
+std::vector<FormatUnderTest> ClassicFormatsUnderTest();
+
 std::vector<ScenarioFrame> Scenario(uint32_t format);
+
+// MUXORA_FAULTS=all tries every point; without it a short run leaves most out.
+bool TryAllPoints();
+// How many points of a kind to try: all, or so many.
+inline size_t PointsOf(size_t few) {
+    return TryAllPoints() ? SIZE_MAX : few;
+}
 
 }  // namespace test

@@ -4,22 +4,27 @@
 
 #include <atomic>
 #include <boost/asio/post.hpp>
+#include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "bounds.h"
 #include "hub/hub.h"
 #include "packaging/shelf.h"
 
 using namespace Orvane::Muxora::Gateway;
+using namespace std::chrono_literals;
 
 namespace {
 
 // A form of the classic transport stream: its pictures can be told apart by the bytes in them.
 constexpr Form kForm{".test", MX_FORMAT_TS, false, "video/mp2t", false};
 
-Frame Picture(int number, bool key) {
+Frame Picture(int number, bool key, size_t more = 0) {
     Frame frame;
     frame.media.type = MX_FRAME_VIDEO;
     frame.media.codec = MX_VIDEO_H264;
@@ -28,6 +33,7 @@ Frame Picture(int number, bool key) {
     const std::string text = "picture " + std::to_string(number) + ";";
     std::vector<uint8_t> bytes = {0, 0, 0, 1, static_cast<uint8_t>(key ? 0x65 : 0x41)};
     bytes.insert(bytes.end(), text.begin(), text.end());
+    bytes.resize(bytes.size() + more, 0x5A);
     frame.media.SetBytes(bytes.data(), bytes.size());
     frame.time_scale = 1000;
     frame.dts = frame.pts = number * 40;
@@ -38,11 +44,12 @@ Frame Picture(int number, bool key) {
 
 class Collector final : public BlockReceiver {
   public:
-    void Offer(const BlockPtr& block) override {
+    void Take(std::span<const BlockPtr> blocks) override {
         const std::lock_guard lock(mutex_);
-        blocks_.push_back(block);
+        blocks_.insert(blocks_.end(), blocks.begin(), blocks.end());
+        ++takes_;
+        changed_.notify_all();
     }
-    void Flush() override { changed_.notify_all(); }
     size_t Room() const override { return room; }
     std::atomic<size_t> room{1u << 20};
 
@@ -66,6 +73,11 @@ class Collector final : public BlockReceiver {
         const std::lock_guard lock(mutex_);
         return blocks_;
     }
+    // How often something was given.
+    size_t Takes() {
+        const std::lock_guard lock(mutex_);
+        return takes_;
+    }
     std::string All() {
         const std::lock_guard lock(mutex_);
         return Text();
@@ -82,6 +94,7 @@ class Collector final : public BlockReceiver {
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<BlockPtr> blocks_;
+    size_t takes_ = 0;
     bool ended_ = false;
 };
 
@@ -93,6 +106,27 @@ class BroadcastTest : public ::testing::Test {
     }
     ~BroadcastTest() override { workers_.Stop(); }
 
+    // True once everything that was posted to the worker before is done.
+    bool OnWorker(
+        size_t worker, std::function<void()> work = [] {}) {
+        std::promise<void> done;
+        boost::asio::post(workers_.At(worker).Context(), [&] {
+            work();
+            done.set_value();
+        });
+        return done.get_future().wait_for(20s) == std::future_status::ready;
+    }
+
+    // As if each worker had so many connections.
+    void LoadWorkers(size_t count) {
+        for (size_t worker : {0, 1}) {
+            ASSERT_TRUE(OnWorker(worker, [&] {
+                for (size_t i = 0; i < count; ++i)
+                    workers_.At(worker).Look(load_);
+            }));
+        }
+    }
+
     std::shared_ptr<Collector> Join(size_t worker) {
         auto collector = std::make_shared<Collector>();
         boost::asio::post(workers_.At(worker).Context(),
@@ -100,6 +134,11 @@ class BroadcastTest : public ::testing::Test {
         return collector;
     }
 
+    struct Load final : Guarded {
+        void Expired() override {}
+    };
+
+    Load load_;
     Workers workers_;
     Hub hub_;
     StreamPtr stream_;
@@ -134,6 +173,50 @@ TEST_F(BroadcastTest, ABlockIsOneBufferForEverybodyOnEveryThread) {
     const BlockPtr last = one->Blocks().back();
     EXPECT_EQ(two->Blocks().back(), last);
     EXPECT_EQ(three->Blocks().back(), last);
+}
+
+TEST_F(BroadcastTest, WithFewConnectionsEachPictureGoesOutAtOnce) {
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm, 1h);
+    const auto one = Join(1);
+    for (int i = 0; i < 10; ++i)
+        stream_->Push(Picture(i, i == 0));
+    ASSERT_TRUE(one->Has("picture 9;"));
+    EXPECT_GE(one->Takes(), 10U);
+}
+
+TEST_F(BroadcastTest, WithManyConnectionsPicturesAreCollectedUntilTheyAreMany) {
+    LoadWorkers(kCollectFrom + 100000);  // 500 s
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm, 1h);
+    const auto one = Join(1);
+    stream_->Push(Picture(0, true));
+    for (int i = 1; i < 10; ++i)
+        stream_->Push(Picture(i, false));
+    stream_->Push(Picture(10, false, kCollectBytes));
+    ASSERT_TRUE(one->Has("picture 10;"));
+    // Those ahead of the client's coming, if any, and all others.
+    EXPECT_LE(one->Takes(), 2U);
+    EXPECT_EQ(one->All().find("picture 0;"), one->All().find("picture"));
+}
+
+TEST_F(BroadcastTest, WhatWasCollectedGoesOutWhenItsTimeHasCome) {
+    LoadWorkers(kCollectFrom + 100000);
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm, 30ms);
+    const auto one = Join(1);
+    stream_->Push(Picture(0, true));
+    EXPECT_TRUE(one->Has("picture 0;"));
+    stream_->Push(Picture(1, false));
+    EXPECT_TRUE(one->Has("picture 1;"));
+}
+
+TEST_F(BroadcastTest, WhatWasCollectedGoesOutAheadOfTheEnd) {
+    LoadWorkers(kCollectFrom + 100000);
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm, 1h);
+    const auto one = Join(0);
+    ASSERT_TRUE(OnWorker(0));
+    stream_->Push(Picture(0, true));
+    hub_.Remove("cam");
+    EXPECT_TRUE(one->Ended());
+    EXPECT_NE(one->All().find("picture 0;"), std::string::npos);
 }
 
 TEST_F(BroadcastTest, EverybodyHearsOfTheEnd) {
