@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: fuzz-long mutate serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan
+.PHONY: fuzz-long mutate serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan gateway-tsan
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -44,7 +44,7 @@ faults: setup build/release/build.ninja ## Every allocation and every write of a
 	@cmake --build --preset release --target fault_tests
 	@MUXORA_FAULTS=all build/release/bin/fault_tests --gtest_brief=1
 
-gateway-asan: setup ## The gateway and its tests under AddressSanitizer (a quarter of an hour on two cores)
+gateway-asan gateway-tsan: %: setup ## The gateway and its tests under sanitizers (half an hour on two cores)
 	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@
 
 asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined behaviour)
@@ -70,6 +70,7 @@ coverage: setup ## Line coverage of src/ by the tests
 
 lint: setup build/release/build.ninja ## clang-format and clang-tidy
 	@scripts/lint.sh build/release
+	@scripts/lint.sh build/release gateway
 
 format: setup ## Rewrite all sources with clang-format
 	@scripts/lint.sh --fix

@@ -51,6 +51,8 @@ constexpr std::chrono::milliseconds kCollectForEach{5};
 constexpr std::chrono::milliseconds kDefaultCollect{200};
 constexpr std::chrono::milliseconds kLongestCollect{500};
 constexpr size_t kCollectBytes = 256u << 10;
+// Memory that endless outputs are sent from comes in pieces of this size, which are given back as a whole.
+constexpr size_t kPageFileBytes = 1u << 20;
 // Buffers in one vectored write; with what frames them not more than Asio hands to the system at once (64).
 constexpr size_t kMaxBuffersPerWrite = 62;
 

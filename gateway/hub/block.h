@@ -6,12 +6,23 @@
 #include <span>
 #include <vector>
 
+#include "hub/page_file.h"
+
 namespace Orvane::Muxora::Gateway {
 
 struct Block {
     enum class Kind { kHeader, kMedia };
 
-    std::vector<uint8_t> bytes;
+    Block() = default;
+    Block(const Block&) = delete;
+    Block& operator=(const Block&) = delete;
+
+    std::span<const uint8_t> bytes;
+    // They stand in one of both. In the file, as a chunk of HTTP with its frame around it.
+    std::vector<uint8_t> storage;
+    std::shared_ptr<const PageFile> file;
+    size_t chunk_begin = 0;
+    size_t chunk_end = 0;
     Kind kind = Kind::kMedia;
     // A client may begin here, behind the header.
     bool key = false;

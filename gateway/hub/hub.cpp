@@ -1,18 +1,10 @@
 #include "hub/hub.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "bounds.h"
 
 namespace Orvane::Muxora::Gateway {
-
-bool IsStreamName(const std::string& name) {
-    const auto good = [](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-    };
-    return !name.empty() && name.size() <= kMaxStreamName && std::all_of(name.begin(), name.end(), good);
-}
 
 StreamPtr Hub::Add(const std::string& name, const std::string& input) {
     std::vector<Greeting> greetings;

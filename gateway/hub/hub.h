@@ -9,12 +9,9 @@
 #include <vector>
 
 #include "hub/stream.h"
+#include "hub/stream_name.h"
 
 namespace Orvane::Muxora::Gateway {
-
-// Letters, digits, "-" and "_", 64 at most: safe in an address, in a file's name and in a subject of a
-// relay.
-bool IsStreamName(const std::string& name);
 
 class Hub {
   public:

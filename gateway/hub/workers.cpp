@@ -1,6 +1,7 @@
 #include "hub/workers.h"
 
 #include <algorithm>
+#include <csignal>
 
 namespace Orvane::Muxora::Gateway {
 
@@ -49,6 +50,8 @@ void Worker::CloseAll() {
 }
 
 Workers::Workers(size_t count) {
+    // Who writes to a client that is gone is told by the call: no signal for the process.
+    std::signal(SIGPIPE, SIG_IGN);
     for (size_t i = 0; i < std::max<size_t>(count, 1); ++i)
         workers_.push_back(std::make_unique<Worker>(i));
 }

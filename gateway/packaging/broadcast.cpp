@@ -122,7 +122,8 @@ Broadcast::Broadcast(Workers& workers, StreamPtr stream, const Form& form, std::
     }
     PackagerSettings settings;
     settings.format = form.format;
-    settings.chunks = form.chunks;
+    settings.fragment_ms = form.fragment_ms;
+    settings.stored = true;
     settings.header = stream_->HeaderInfo();
     // No room for an index that a stream without end never gets.
     if (form.format == MX_FORMAT_XFLV) settings.header.reserved_gap = 1;

@@ -11,7 +11,7 @@ namespace Orvane::Muxora::Gateway {
 struct Form {
     std::string_view extension;  // of the address, with its dot
     uint32_t format;             // the library's number
-    bool chunks;                 // fragmented MP4: one chunk a frame
+    uint32_t fragment_ms;        // fragmented MP4: the longest fragment
     std::string_view content_type;
     bool web_socket;  // also served as messages
     // Later headers complete the first one, which a client needs all the same; otherwise they replace it.

@@ -5,15 +5,17 @@
 namespace Orvane::Muxora::Gateway {
 
 Packager::Packager(const PackagerSettings& settings, Sink sink) : sink_(std::move(sink)) {
+    if (settings.stored) store_.emplace();
     MXCreateParam param{};
     param.user = this;
     param.output = Output;
     handle_.reset(MX_CreateHandle(settings.format, &param));
     if (handle_ == nullptr) return;
-    if (settings.chunks || settings.tracks != MX_TRACKS_BOTH || settings.boxes != 0) {
+    if (settings.chunks || settings.fragment_ms != 0 || settings.tracks != MX_TRACKS_BOTH || settings.boxes != 0) {
         MXFragmentParam fragment{};
         fragment.size = sizeof fragment;
         fragment.mode = settings.chunks ? MX_FRAGMENT_CHUNK : MX_FRAGMENT_GOP;
+        fragment.duration_ms = settings.fragment_ms;
         fragment.tracks = settings.tracks;
         fragment.boxes = settings.boxes;
         if (MXSetFragmentParam(handle_.get(), &fragment) != MX_OK) handle_.reset();
@@ -45,7 +47,12 @@ int32_t Packager::Output(const MXOutputBlock* block, void* user) {
 void Packager::Take(const MXOutputBlock& block) {
     auto made = std::make_shared<Block>();
     const auto* bytes = static_cast<const uint8_t*>(block.data);
-    made->bytes.assign(bytes, bytes + block.length);
+    if (store_) {
+        store_->Put({bytes, block.length}, *made);
+    } else {
+        made->storage.assign(bytes, bytes + block.length);
+        made->bytes = made->storage;
+    }
     if (now_ != nullptr) made->arrival_us = now_->arrival_us;
     if (block.size >= sizeof(MXExactBlock)) {
         const auto& exact = reinterpret_cast<const MXExactBlock&>(block);

@@ -4,19 +4,23 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "MuxoraExt.h"
 #include "hub/block.h"
 #include "hub/frame.h"
+#include "packaging/chunk_store.h"
 
 namespace Orvane::Muxora::Gateway {
 
 struct PackagerSettings {
-    uint32_t format = 0;  // MXFormat or MXExactFormat
-    bool chunks = false;  // MX_FRAGMENT_CHUNK: one chunk a frame; otherwise the format's default
+    uint32_t format = 0;       // MXFormat or MXExactFormat
+    bool chunks = false;       // MX_FRAGMENT_CHUNK: one chunk a frame
+    uint32_t fragment_ms = 0;  // otherwise: a fragment's longest; 0: up to the next key frame
     uint32_t tracks = MX_TRACKS_BOTH;
     uint32_t boxes = 0;
     MXHeaderInfo header{};  // the streams that are known beforehand
+    bool stored = false;    // blocks stand in a ChunkStore
 };
 
 // Turns frames into blocks.
@@ -50,6 +54,7 @@ class Packager final : public FramePacker {
     void Take(const MXOutputBlock& block);
 
     Sink sink_;
+    std::optional<ChunkStore> store_;
     std::unique_ptr<void, decltype(&MX_DestroyHandle)> handle_{nullptr, MX_DestroyHandle};
     const Frame* now_ = nullptr;  // while one is given
     uint64_t refused_ = 0;

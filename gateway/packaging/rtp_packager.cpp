@@ -95,10 +95,11 @@ bool RtpPackager::Give(const Frame& frame) {
     info.timestamp = static_cast<uint32_t>(std::llround(seconds * 1000));
     bare_ = frame.IsVideo() && (media.codec == MX_VIDEO_H265 || media.codec == MX_VIDEO_MJPEG);
     now_ = std::make_shared<Block>();
-    now_->bytes.reserve(media.Size() + media.Size() / 16 + 64);
+    now_->storage.reserve(media.Size() + media.Size() / 16 + 64);
     const bool good = Input(info, frame);
     const std::shared_ptr<Block> made = std::exchange(now_, nullptr);
     if (made->packet_ends.empty()) return good;
+    made->bytes = made->storage;
     // Sound alone may be joined anywhere.
     made->key = frame.IsVideo() ? frame.IsKey() : video_.clock == 0;
     made->video = frame.IsVideo();
@@ -110,7 +111,7 @@ bool RtpPackager::Give(const Frame& frame) {
     made->dts = static_cast<int64_t>(std::llround(seconds * track.clock));
     size_t start = 0;
     for (const uint32_t end : made->packet_ends) {
-        uint8_t* packet = made->bytes.data() + start;
+        uint8_t* packet = made->storage.data() + start;
         PutTime(packet, static_cast<uint32_t>(made->dts));
         // RFC 6184 5.1, RFC 7798 4.1: set on the last packet of a picture and on no other.
         if (frame.IsVideo()) {
@@ -148,7 +149,7 @@ int32_t RtpPackager::Output(const MXOutputBlock* block, void* user) {
         size -= 2;
     }
     if (self->now_ == nullptr || size < kHeadSize) return 0;
-    auto& out = self->now_->bytes;
+    auto& out = self->now_->storage;
     out.insert(out.end(), bytes, bytes + size);
     self->now_->packet_ends.push_back(static_cast<uint32_t>(out.size()));
     return 0;

@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "bounds.h"
-#include "hub/hub.h"
+#include "hub/stream_name.h"
 
 namespace Orvane::Muxora::Gateway {
 

@@ -131,7 +131,49 @@ void FeedClient::Run(std::string head) {
     if (Write()) Written();
 }
 
+// What stands one behind the other goes out in one piece.
+bool FeedClient::FindStretches() {
+    stretches_.clear();
+    for (const BlockPtr& block : in_flight_) {
+        if (block->file == nullptr) return false;
+        const int file = block->file->Descriptor();
+        if (!stretches_.empty() && stretches_.back().file == file && stretches_.back().end == block->chunk_begin) {
+            stretches_.back().end = block->chunk_end;
+        } else {
+            stretches_.push_back({file, block->chunk_begin, block->chunk_end});
+        }
+    }
+    return true;
+}
+
+bool FeedClient::SendStretches() {
+    for (Stretch& one : stretches_) {
+        while (one.begin < one.end) {
+            boost::system::error_code error;
+            const size_t sent = stream_.SendNow(one.file, one.begin, one.end - one.begin, error);
+            one.begin += sent;
+            if (sent != 0) continue;
+            if (error == boost::asio::error::would_block) {
+                WaitForRoom();
+            } else {
+                Leave();
+            }
+            return false;
+        }
+    }
+    return true;
+}
+
+void FeedClient::WaitForRoom() {
+    stream_.WaitForRoom([self = Self()](const boost::system::error_code& error) {
+        if (!self->Inside()) return;
+        if (error) return self->Leave();
+        if (self->SendStretches()) self->Written();
+    });
+}
+
 bool FeedClient::WriteBlocks() {
+    if (chunked_ && !stream_.Encrypted() && FindStretches()) return SendStretches();
     gather_.Clear();
     if (chunked_) {
         size_t payload = 0;

@@ -54,6 +54,14 @@ class NetStream {
         return Encrypted() ? 0 : std::get<Socket>(stream_).write_some(buffers, error);
     }
 
+    // The same out of a file, without copying.
+    size_t SendNow(int file, size_t begin, size_t size, Error& error);
+    // Calls back when the system has room again. Not under TLS.
+    template <typename Handler>
+    void WaitForRoom(Handler&& handler) {
+        std::get<Socket>(stream_).async_wait(Socket::wait_write, std::forward<Handler>(handler));
+    }
+
     // How many bytes the other side has taken so far.
     uint64_t Taken() { return TakenBytes(Lowest().native_handle()); }
 

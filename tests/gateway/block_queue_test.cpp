@@ -10,14 +10,16 @@ namespace {
 
 BlockPtr Media(size_t size, bool key) {
     auto block = std::make_shared<Block>();
-    block->bytes.resize(size);
+    block->storage.resize(size);
+    block->bytes = block->storage;
     block->key = key;
     return block;
 }
 
 BlockPtr Header(size_t size) {
     auto block = std::make_shared<Block>();
-    block->bytes.resize(size);
+    block->storage.resize(size);
+    block->bytes = block->storage;
     block->kind = Block::Kind::kHeader;
     return block;
 }

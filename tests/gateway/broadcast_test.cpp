@@ -22,7 +22,7 @@ using namespace std::chrono_literals;
 namespace {
 
 // A form of the classic transport stream: its pictures can be told apart by the bytes in them.
-constexpr Form kForm{".test", MX_FORMAT_TS, false, "video/mp2t", false};
+constexpr Form kForm{".test", MX_FORMAT_TS, 0, "video/mp2t", false};
 
 Frame Picture(int number, bool key, size_t more = 0) {
     Frame frame;
@@ -259,7 +259,7 @@ TEST_F(BroadcastTest, AStreamThatWasRemovedLeavesNoOutputOnTheShelf) {
 }
 
 TEST_F(BroadcastTest, AFormatThatIsNotMadeGivesNothing) {
-    constexpr Form kNone{".none", 999, false, "", false};
+    constexpr Form kNone{".none", 999, 0, "", false};
     EXPECT_EQ(Broadcast::Make(workers_, stream_, kNone), nullptr);
 }
 

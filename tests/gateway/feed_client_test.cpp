@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr Form kForm{".test", MX_FORMAT_TS, false, "video/mp2t", true};
+constexpr Form kForm{".test", MX_FORMAT_TS, 0, "video/mp2t", true};
 constexpr size_t kPictureBytes = 3000000;
 // Of a reader that is never idle for long, a loaded machine included.
 constexpr auto kStalled = 6s;

@@ -6,10 +6,12 @@ import re
 import shutil
 import signal
 import socket
+import struct
 import subprocess
 import tempfile
 import time
 import unittest
+import urllib.request
 
 from gateway import API_TOKEN, SERVE, Gateway, free_port, make_clip, missing, numbers, packets
 
@@ -26,6 +28,17 @@ def tearDownModule():
 
 def rises(values):
     return all(a < b for a, b in zip(values, values[1:]))
+
+
+def boxes(data):
+    """The boxes that are whole: their types and what is in them."""
+    at = 0
+    while at + 8 <= len(data):
+        size, kind = struct.unpack_from('>I4s', data, at)
+        if at + size > len(data):
+            return
+        yield kind, data[at + 8:at + size]
+        at += size
 
 
 def make_certificate(certificate, key):
@@ -72,6 +85,14 @@ class Serving(unittest.TestCase):
             for name in ('film', 'bees'):
                 with self.subTest(f'{name}.{form}'):
                     self.check_form(form, name)
+
+    # Players that find a fragment of one track behind one of the other lose frames of it.
+    def test_fragments_hold_pictures_and_sound(self):
+        with urllib.request.urlopen(self.gateway.url('/film.mp4'), timeout=60) as answer:
+            data = answer.read(150000)
+        fragments = [[kind for kind, _ in boxes(inside)].count(b'traf') for kind, inside in boxes(data) if kind == b'moof']
+        self.assertGreater(len(fragments), 10)
+        self.assertGreater(fragments.count(2), 0.8 * len(fragments))
 
     def test_unknown_addresses(self):
         for path in ('/none.flv', '/film.avi', '/film', '/film/', '/film/../film.flv', '/..%2f..%2fetc/passwd',
