@@ -24,6 +24,7 @@ option(MUXORA_BUILD_FUZZ "Build the fuzz targets (clang with libFuzzer)" OFF)
 option(MUXORA_PLAYER_TESTS "Among the tests, build those that let real players read the output" ON)
 option(MUXORA_WERROR "Treat warnings as errors" OFF)
 set(MUXORA_GTEST_SOURCE "" CACHE PATH "Build GoogleTest from here instead of looking for it: for cross builds")
+option(MUXORA_COVERAGE "Count the branches of the library and of the tool as they run (clang; scripts/coverage.py reads the counts)" OFF)
 set(MUXORA_SANITIZE "" CACHE STRING "Sanitizers for all targets: address,undefined or thread")
 
 set(CMAKE_CXX_STANDARD 20)

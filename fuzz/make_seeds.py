@@ -194,6 +194,21 @@ def relay_seeds():
     yield "store", b"\0muxora-door"
 
 
+def far_matroska(time):
+    """Sound in Matroska whose second cluster states this time in milliseconds."""
+    def element(number, data):
+        return bytes.fromhex(number) + (1 << 56 | len(data)).to_bytes(8, "big") + data
+
+    def cluster(at):
+        return element("1F43B675", element("E7", at.to_bytes(8, "big")) + element("A3", b"\x81\0\0\x80" + bytes(320)))
+
+    sound = element("B5", b"\x45\xfa\0\0") + element("9F", b"\x01") + element("6264", b"\x10")
+    track = element("D7", b"\x01") + element("73C5", b"\x01") + element("83", b"\x02") + element("86", b"A_PCM/INT/LIT")
+    return element("1A45DFA3", element("4282", b"matroska")) + element(
+        "18538067", element("1549A966", element("2AD7B1", (1000000).to_bytes(3, "big"))) +
+        element("1654AE6B", element("AE", track + element("E1", sound))) + cluster(0) + cluster(time))
+
+
 def write(family, name, data):
     folder = os.path.join(HERE, "corpus", family)
     os.makedirs(folder, exist_ok=True)
@@ -224,6 +239,8 @@ def main():
         for ending, codec in ((1, "h264"), (2, "hevc"), (4, "aac"), (5, "mpeg4"), (6, "mjpeg"), (10, "mpeg2")):
             data = b"".join(encode(codec)[:4])
             write("media_input", codec, bytes([ending]) + data)
+        for bits in (53, 60, 63):
+            write("media_input", f"matroska_time_{bits}", bytes([7]) + far_matroska(1 << bits))
     if not wanted or "repair" in wanted:
         recording = b"\0\0\0\x10ftypisom\0\0\0\0" + b"\0\0\0\x08free" + b"\0\0\0\0mdat" + bytes(range(40))
         index = b"\0\0\0\x10moov\0\0\0\x08trak"

@@ -1,30 +1,46 @@
 #!/usr/bin/env python3
 """Changes one token of the library at a time and sees whether a test notices.
 
-    scripts/mutate.py [--count 100] [--seed 1] [--folder iso] [--minutes 30]
+    scripts/mutate.py [--count 100] [--seed 1] [--folder iso] [--minutes 30] [--again] [--table]
 
-Works on a copy of the tree under build/mutate. For each mutant the one file is compiled, and the tests are linked and run:
-those of its folder, those of the interface, then all others; the first that fails kills the mutant. Prints what survived,
-and a table by folder. A survivor is a test that is missing, or a change that makes no difference: the reader decides.
-scripts/mutants.txt names those that were looked at and make none; they are counted apart.
+Works on a copy of the sources and of the objects of build/release: the changed file is compiled by itself, and linked
+into the tests of its folder, those of the interface, and those of whoever stands on it; the first test that fails kills
+the mutant, quick tests come first. What came of each mutant is kept in build/mutate/results.tsv, so that a run takes up where
+the last one ended; --again tries the survivors once more, after a test was written, and --table prints what there is.
+A survivor is a test that is missing, or a change that makes no difference: the reader decides, and names the latter
+with its reason in scripts/mutants.txt. Those are counted apart.
+
+Left out are kernels (each is tested against the plain one), and headers that more than ten files include: a mutant of
+one of those costs minutes.
 """
 
 import argparse
 import collections
+import json
 import os
+import pathlib
 import random
 import re
 import resource
+import shlex
 import shutil
 import subprocess
 import sys
 import time
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-EQUIVALENT = os.path.join(ROOT, "scripts", "mutants.txt")
-COPY = os.path.join(ROOT, "build", "mutate", "tree")
-BUILD = os.path.join(ROOT, "build", "mutate", "out")
-FOLDERS = ["api", "basalt", "codec", "containers", "core", "exact", "iso", "mkv", "mpeg2", "ovx", "rtp", "units"]
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+BUILD = ROOT / "build" / "release"
+WORK = ROOT / "build" / "mutate"
+TREE = WORK / "tree"  # src, include, and the objects of the build in their places
+RESULTS = WORK / "results.tsv"
+EQUIVALENT = ROOT / "scripts" / "mutants.txt"
+OBJECTS = "src/CMakeFiles/muxora_objects.dir/"
+FLOOR = ["basalt", "core", "codec"]
+FAMILIES = ["containers", "exact", "iso", "mkv", "mpeg2", "ovx", "rtp", "units"]
+FOLDERS = FLOOR + FAMILIES + ["api"]
+OTHERS = ["interface_tests", "fault_tests", "tools_ovx_reader"]
+QUICK, SLOW = 0.25, 6.0  # seconds of a test by itself: below the first it comes first, above the second it is left out
+MOST_FILES = 10
 
 # What a token may become.
 SWAPS = {
@@ -37,133 +53,297 @@ TOKEN = re.compile(r'"(?:\\.|[^"\\])*"|\'(?:\\.|[^\'\\])*\'|0[xX][0-9a-fA-F]+|\d
 # Lines on which a change is no change of behaviour, or does not compile.
 SKIPPED = re.compile(r"^\s*(//|#|\*|using |namespace |template|static_assert|class |struct |friend |public:|private:)")
 
+Mutant = collections.namedtuple("Mutant", "folder file line start stop swap name")
 
-def candidates(path):
-    """(line number, start, end, replacement) of every change that a file allows."""
-    out = []
-    with open(path, encoding="utf-8") as source:
-        for number, line in enumerate(source):
-            code = line.split("//")[0]
-            if SKIPPED.match(code):
+
+def candidates(folder, path):
+    """Every change that a file allows."""
+    file = str(path.relative_to(TREE))
+    for number, line in enumerate(path.read_text(encoding="utf-8").split("\n")):
+        code = line.split("//")[0]
+        if SKIPPED.match(code):
+            continue
+        seen = collections.Counter()
+        for match in TOKEN.finditer(code):
+            token = match.group()
+            if token[0] in "\"'":
                 continue
-            for match in TOKEN.finditer(code):
-                token = match.group()
-                if token[0] in "\"'":
-                    continue
-                if re.fullmatch(r"\d+|0[xX][0-9a-fA-F]+", token):
-                    octal = token[0] == "0" and token.isdigit()
-                    out.append((number, match.start(), match.end(), f"({token} + 1)" if octal else str(int(token, 0) + 1)))
-                    continue
-                # Templates, references and pointers look like operators: those stand close to a name.
-                before = code[match.start() - 1:match.start()]
-                behind = code[match.end():match.end() + 1]
-                if token in "<>*&" and not (before == " " and behind == " "):
-                    continue
-                if token == "-" and behind != " ":
-                    continue
-                for swap in SWAPS.get(token, []):
-                    out.append((number, match.start(), match.end(), swap))
-    return out
+            seen[token] += 1
+            for swap in swaps(code, match):
+                which = token if seen[token] == 1 else f"{token} #{seen[token]}"
+                yield Mutant(folder, file, number, match.start(), match.end(), swap, (file, line.strip(), which, swap))
 
 
-def limit_memory():
-    """A mutant may ask for all there is."""
-    resource.setrlimit(resource.RLIMIT_AS, (6 << 30, 6 << 30))
-    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+def swaps(code, match):
+    token = match.group()
+    if re.fullmatch(r"\d+|0[xX][0-9a-fA-F]+", token):
+        octal = token[0] == "0" and token.isdigit()
+        return [f"({token} + 1)" if octal else str(int(token, 0) + 1)]
+    # Templates, references and pointers look like operators: those stand close to a name.
+    before, behind = code[match.start() - 1:match.start()], code[match.end():match.end() + 1]
+    if token in "<>*&" and not (before == " " and behind == " ") or token == "-" and behind != " ":
+        return []
+    return SWAPS.get(token, [])
 
 
-def run(command, limit):
+def limited(cpu_seconds):
+    """A mutant may ask for all memory there is, and for ever."""
+    def limit():
+        resource.setrlimit(resource.RLIMIT_AS, (6 << 30, 6 << 30))
+        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        resource.setrlimit(resource.RLIMIT_CPU, (cpu_seconds, cpu_seconds + 1))
+    return limit
+
+
+def run(command, cpu_seconds=120, env=None):
     try:
-        return subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=limit, cwd=COPY,
-                              check=False, preexec_fn=limit_memory).returncode
+        return subprocess.run(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL,
+                              timeout=20 * cpu_seconds, cwd=TREE, check=False, env=env,
+                              preexec_fn=limited(cpu_seconds)).returncode
     except subprocess.TimeoutExpired:
         return -1
 
 
-def tests_of(folder):
-    others = sorted(f"unit_{name}" for name in os.listdir(os.path.join(COPY, "tests", "unit")) if name in FOLDERS)
-    own = f"unit_{folder}"
-    return [own] * (own in others) + ["interface_tests"] + [name for name in others if name != own]
+class Compiler:
+    """The files of the library, each by itself: without the optimiser, with the standard headers precompiled."""
+
+    def __init__(self):
+        self.headers = WORK / "standard.h"
+        self.headers.write_text("".join(f"#include <{name}>\n" for name in (
+            "algorithm", "array", "cstdint", "cstring", "functional", "limits", "memory", "new", "optional", "span",
+            "string", "string_view", "vector")))
+        self.flags = ["-std=c++20", "-fPIC", "-O0", "-DNDEBUG", "-w"]
+        subprocess.run(["clang++", *self.flags, "-x", "c++-header", self.headers, "-o", f"{self.headers}.pch"], check=True)
+        self.commands = {}
+        for entry in json.loads((BUILD / "compile_commands.json").read_text()):
+            output = shlex.split(entry["command"])
+            if OBJECTS in entry["command"]:
+                own = [flag.replace(f"-I{ROOT}/src", f"-I{TREE}/src").replace(f"-I{ROOT}/include", f"-I{TREE}/include")
+                       for flag in output if re.match(r"-[DI]|-m", flag)]
+                self.commands[str(pathlib.Path(entry["file"]).relative_to(ROOT))] = own
+        self.users = self.read_users()
+
+    def read_users(self):
+        """File -> the sources that it is compiled into."""
+        users = collections.defaultdict(set)
+        report = subprocess.run(["ninja", "-C", BUILD, "-t", "deps"], check=True, capture_output=True, text=True).stdout
+        source = None
+        for line in report.split("\n"):
+            if line and line[0] != " ":
+                source = line.split(":")[0][len(OBJECTS):-2] if line.startswith(OBJECTS) else None
+            elif source and "/src/" in line:
+                file = pathlib.Path(os.path.normpath(BUILD / line.strip()))
+                if file.is_relative_to(ROOT):
+                    users[str(file.relative_to(ROOT))].add(f"src/{source}")
+        return users
+
+    def build(self, mutant, text):
+        """The objects with the change in them, by the names of those they stand for; None if one does not compile."""
+        overlay = WORK / "overlay"
+        shutil.rmtree(overlay, ignore_errors=True)
+        changed = overlay / mutant.file
+        changed.parent.mkdir(parents=True)
+        changed.write_text(text, encoding="utf-8")
+        objects = {}
+        for source in sorted(self.users[mutant.file]):
+            made = overlay / f"{source}.o"
+            made.parent.mkdir(parents=True, exist_ok=True)
+            # A header is found in front of the real one.
+            path = changed if source == mutant.file else TREE / source
+            if run(["clang++", *self.flags, "-include-pch", f"{self.headers}.pch", f"-I{overlay}/src",
+                    *self.commands[source], "-c", path, "-o", made]) != 0:
+                return None
+            objects[f"{OBJECTS}{source[4:]}.o"] = str(made)
+        return objects
 
 
-def survives(folder):
-    """None if the mutant does not compile. The folder's own tests come first, as they kill most."""
-    for test in tests_of(folder):
-        if run(["cmake", "--build", BUILD, "--target", test], 900) != 0:
-            return None
-        # The recordings of gigabytes tell nothing that the others don't.
-        binary = os.path.join(BUILD, "bin", test)
-        if run([binary, "--gtest_filter=-*TwoGibibytes*:*Limit*:*Long*:*Huge*", "--gtest_brief=1", "--gtest_fail_fast"], 120) != 0:
+class Program:
+    """One program of tests."""
+
+    def __init__(self, name):
+        self.name = name
+        self.link = self.link_command(f"bin/{name}")
+        self.library = OBJECTS not in " ".join(self.link)
+        (TREE / "bin").mkdir(exist_ok=True)
+        shutil.copy(BUILD / "bin" / name, TREE / "bin" / name)
+        self.quick, self.slow = [], []
+
+    @staticmethod
+    def link_command(output):
+        target = os.path.basename(output) if output.startswith("bin/") else output
+        report = subprocess.run(["ninja", "-C", BUILD, "-t", "commands", target], check=True, capture_output=True, text=True).stdout
+        line = next(line for line in report.split("\n") if f" -o {output} " in line)
+        words = shlex.split(line)
+        words = words[words.index("&&") + 1:]
+        words = words[:words.index("&&")]
+        for word in words:
+            if (BUILD / word).is_file() and word[0] not in "-/" and word != output:
+                (TREE / word).parent.mkdir(parents=True, exist_ok=True)
+                shutil.copy(BUILD / word, TREE / word)
+        return words
+
+    def measure(self, kept):
+        report = WORK / f"{self.name}.json"
+        if run([TREE / "bin" / self.name, f"--gtest_output=json:{report}"], 600) != 0:
+            sys.exit(f"{self.name} fails without a change")
+        for suite in json.loads(report.read_text())["testsuites"]:
+            for test in suite["testsuite"]:
+                seconds = float(test["time"].rstrip("s"))
+                if seconds < SLOW:
+                    (self.quick if seconds < QUICK else self.slow).append(f"{suite['name']}.{test['name']}")
+        kept[self.name] = [self.quick, self.slow]
+
+    def binary(self, objects):
+        """The program with these objects in it, and the environment that it wants; None if it can't be linked."""
+        library = Program.library_command if self.library else None
+        if library is None:
+            made = WORK / "mutant"
+            return (made, None) if self.linked(self.link, objects, made) else (None, None)
+        made = WORK / "lib" / "libmuxora.so.1"
+        made.parent.mkdir(exist_ok=True)
+        if not self.linked(library, objects, made):
+            return None, None
+        return TREE / "bin" / self.name, os.environ | {"LD_PRELOAD": str(made)}
+
+    @staticmethod
+    def linked(command, objects, made):
+        words = [objects.get(word, word) for word in command]
+        words[words.index("-o") + 1] = str(made)
+        return run([*words, "-fuse-ld=mold"]) == 0
+
+    def fails(self, objects, tests, cpu_seconds):
+        if not tests:
             return False
-    return True
+        binary, env = self.binary(objects)
+        if binary is None:
+            return True
+        # The names are many: the program reads them from a file of flags.
+        flags = WORK / "flags"
+        flags.write_text("--gtest_filter=" + ":".join(tests) + "\n--gtest_brief=1\n--gtest_fail_fast\n")
+        return run([binary, f"--gtest_flagfile={flags}"], cpu_seconds, env) != 0
+
+
+def programs_for(folder):
+    own = [f"unit_{folder}"]
+    if folder in FLOOR:
+        own += [f"unit_{name}" for name in FOLDERS if name != folder]
+    return own + ["interface_tests"] + ["unit_api"] * (folder in FAMILIES) + ["fault_tests"] + \
+        ["tools_ovx_reader"] * (folder == "ovx")
+
+
+def survives(programs, folder, objects):
+    """The folder's own tests come first, as they kill most; the slow ones last."""
+    names = programs_for(folder)
+    return not any(programs[name].fails(objects, programs[name].quick, 10) for name in names) and \
+        not any(programs[name].fails(objects, programs[name].slow, 60) for name in names)
 
 
 def read_equivalent():
-    """Changes that make no difference, as they were looked at: file | line | token | replacement."""
+    """Changes that make no difference, as they were looked at: file | line | token | replacement, with the reason above."""
     with open(EQUIVALENT, encoding="utf-8") as listed:
         return {tuple(part.strip() for part in line.split(" | ")) for line in listed if line.strip() and line[0] != "#"}
 
 
+def read_results():
+    """Mutant -> killed, survived or broken (does not compile), as far as the line still stands."""
+    if not RESULTS.exists():
+        return {}
+    rows = (line.rstrip("\n").split("\t") for line in RESULTS.open(encoding="utf-8"))
+    return {tuple(row[1:]): row[0] for row in rows}
+
+
+def all_mutants(folders, users):
+    for folder in folders:
+        for path in sorted((TREE / "src" / folder).rglob("*")):
+            file = str(path.relative_to(TREE))
+            if path.suffix in (".cpp", ".h") and "kernels" not in path.parts and "win32" not in path.name \
+                    and not path.stem.endswith("_arm") and 0 < len(users[file]) <= MOST_FILES:
+                yield from candidates(folder, path)
+
+
+def prepare_programs():
+    names = [f"unit_{folder}" for folder in FOLDERS] + OTHERS
+    subprocess.run(["cmake", "--build", BUILD, "--target", *names], check=True, stdout=subprocess.DEVNULL)
+    Program.library_command = Program.link_command("src/libmuxora.so.1.0.0")
+    programs = {name: Program(name) for name in names}
+    kept_file = WORK / "times.json"
+    newest = max((BUILD / "bin" / name).stat().st_mtime for name in names)
+    kept = json.loads(kept_file.read_text()) if kept_file.exists() and kept_file.stat().st_mtime > newest else {}
+    for name, program in programs.items():
+        if name in kept:
+            program.quick, program.slow = kept[name]
+        else:
+            program.measure(kept)
+    kept_file.write_text(json.dumps(kept))
+    return programs
+
+
+def processor_time():
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return usage.ru_utime + usage.ru_stime
+
+
 def main():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("--count", type=int, default=100)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--folder", choices=FOLDERS)
     parser.add_argument("--minutes", type=float, default=1e9)
+    parser.add_argument("--again", action="store_true", help="the survivors of earlier runs, and nothing else")
+    parser.add_argument("--table", action="store_true", help="what earlier runs found, and nothing else")
     options = parser.parse_args()
     end = time.time() + 60 * options.minutes
+    WORK.mkdir(parents=True, exist_ok=True)
     equivalent = read_equivalent()
+    results = read_results()
+    if options.table:
+        return print_table(results, equivalent)
 
-    shutil.rmtree(COPY, ignore_errors=True)
-    os.makedirs(COPY)
-    for name in ("CMakeLists.txt", "cmake", "include", "src", "tests", "tools", "LICENSE", "README.md"):
-        source = os.path.join(ROOT, name)
-        (shutil.copytree if os.path.isdir(source) else shutil.copy)(source, os.path.join(COPY, name))
-    configure = ["cmake", "-S", COPY, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_FLAGS=-O1 -g0",
-                 "-DMUXORA_BUILD_TOOLS=OFF", "-DMUXORA_BUILD_BENCH=OFF", "-DMUXORA_BUILD_EXAMPLES=OFF",
-                 "-DMUXORA_PLAYER_TESTS=OFF", "-DMUXORA_INSTALL=OFF", "-DMUXORA_WERROR=OFF"]
-    if subprocess.run(configure, stdout=subprocess.DEVNULL, check=False).returncode != 0:
-        sys.exit("the copy can't be configured")
-
-    chosen = random.Random(options.seed)
-    mutants = []
-    for folder in [options.folder] if options.folder else FOLDERS:
-        for path, _, names in sorted(os.walk(os.path.join(COPY, "src", folder))):
-            for name in sorted(names):
-                if name.endswith((".cpp", ".h")) and "kernels" not in path and "win32" not in name:
-                    file = os.path.join(path, name)
-                    mutants += [(folder, file, change) for change in candidates(file)]
-    chosen.shuffle(mutants)
-
-    table = collections.defaultdict(collections.Counter)
-    for folder in sorted({folder for folder, _, _ in mutants}):
-        if survives(folder) is not True:
-            sys.exit(f"the tests of {folder} fail without a change")
+    subprocess.run(["cmake", "--preset", "release", "-DMUXORA_WERROR=ON"], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+    shutil.rmtree(TREE, ignore_errors=True)
+    for name in ("src", "include"):
+        shutil.copytree(ROOT / name, TREE / name)
+    programs = prepare_programs()
+    compiler = Compiler()
+    mutants = list(all_mutants([options.folder] if options.folder else FOLDERS, compiler.users))
+    print(f"{len(mutants)} changes are possible; {len(results)} were tried before", flush=True)
+    if options.again:
+        mutants = [one for one in mutants if results.get(one.name) == "survived" and one.name not in equivalent]
+    else:
+        random.Random(options.seed).shuffle(mutants)
+        mutants = [one for one in mutants if one.name not in results]
     tried = 0
-    for folder, file, (number, start, stop, swap) in mutants:
-        if tried == options.count or time.time() > end:
+    begin, used = time.time(), processor_time()
+    for mutant in mutants:
+        if tried == options.count and not options.again or time.time() > end:
             break
-        with open(file, encoding="utf-8") as source:
-            original = source.read()
-        lines = original.split("\n")
-        line = lines[number]
-        lines[number] = line[:start] + swap + line[stop:]
-        with open(file, "w", encoding="utf-8") as target:
-            target.write("\n".join(lines))
-        try:
-            outcome = survives(folder)
-        finally:
-            with open(file, "w", encoding="utf-8") as target:
-                target.write(original)
-        if outcome is None:
-            continue
-        tried += 1
-        where = os.path.relpath(file, COPY)
-        same = outcome and (where, line.strip(), line[start:stop], swap) in equivalent
-        table[folder]["equivalent" if same else "survived" if outcome else "killed"] += 1
-        if outcome and not same:
-            print(f"survived  {where}:{number + 1}\n{where} | {line.strip()} | {line[start:stop]} | {swap}", flush=True)
+        lines = (TREE / mutant.file).read_text(encoding="utf-8").split("\n")
+        line = lines[mutant.line]
+        lines[mutant.line] = line[:mutant.start] + mutant.swap + line[mutant.stop:]
+        objects = compiler.build(mutant, "\n".join(lines))
+        outcome = "broken" if objects is None else "survived" if survives(programs, mutant.folder, objects) else "killed"
+        tried += outcome != "broken"
+        results[mutant.name] = outcome
+        with RESULTS.open("a", encoding="utf-8") as target:
+            target.write("\t".join((outcome, *mutant.name)) + "\n")
+        if outcome == "survived" and mutant.name not in equivalent:
+            print(f"{mutant.file}:{mutant.line + 1}\n" + " | ".join(mutant.name), flush=True)
+    if tried:
+        print(f"{tried} mutants, {(time.time() - begin) / tried:.1f} s each, of a processor {(processor_time() - used) / tried:.1f} s")
+    return print_table(results, equivalent)
 
+
+def print_table(results, equivalent):
+    table = collections.defaultdict(collections.Counter)
+    texts = {}
+    for name, outcome in results.items():
+        if name[0] not in texts:
+            path = ROOT / name[0]
+            texts[name[0]] = {line.strip() for line in path.read_text().split("\n")} if path.exists() else set()
+        if outcome == "broken" or name[1] not in texts[name[0]]:
+            continue  # the line is no longer there
+        same = outcome == "survived" and name in equivalent
+        table[name[0].split("/")[1]]["equivalent" if same else outcome] += 1
     print(f"{'folder':<12}{'mutants':>9}{'killed':>9}{'survived':>10}{'equivalent':>12}{'score':>9}")
     total = collections.Counter()
     for folder, counts in sorted(table.items()):

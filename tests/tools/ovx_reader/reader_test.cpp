@@ -5,6 +5,7 @@
 #include <numeric>
 
 #include "ovx_reader/summary.h"
+#include "support/allocation_counter.h"
 #include "support/hex.h"
 
 namespace Orvane::OvxReader {
@@ -358,6 +359,30 @@ TEST(OvxReader, AUnitWithoutRecords) {
     EXPECT_EQ(pieces[0].check, Check::kMissing);
     EXPECT_TRUE(pieces[0].Usable());
     EXPECT_EQ(FrameOf(pieces[0]), frame);
+}
+
+TEST(OvxReader, CraftedUnitsTakeMemoryInProportion) {
+    constexpr size_t kUnits = 100000;
+    // The smallest units there are: a head whose tail says something else, and a tail whose head is gone.
+    const ByteVector headed = Bytes(
+        "4F 52 56 58  FD 00 01 00  01 00 00 00  20 00 00 00  F2 1B 52 06  70 11 00 54"
+        "6F 72 76 78  21 00 00 00");
+    const ByteVector tailed = Bytes(
+        "00 52 56 58  FD 00 01 00  01 00 00 00  20 00 00 00  F2 1B 52 06  70 11 00 54"
+        "6F 72 76 78  20 00 00 00");
+    for (const ByteVector& unit : {headed, tailed}) {
+        ByteVector file;
+        for (size_t i = 0; i < kUnits; ++i)
+            file.insert(file.end(), unit.begin(), unit.end());
+        Reader reader(file);
+        size_t found = 0;
+        const test::AllocationCounter counter;
+        while (const auto piece = reader.Next())
+            found += piece->is_unit && piece->length == unit.size();
+        EXPECT_EQ(found, kUnits);
+        // Some hundred bytes would be a piece as it is given out; its place is 24.
+        EXPECT_LT(counter.Bytes(), 4 * file.size());
+    }
 }
 
 TEST(OvxReader, Summary) {

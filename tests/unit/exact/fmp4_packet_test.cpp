@@ -63,8 +63,12 @@ TEST_F(Fmp4Packet, InitialisationThenOneBlockAGroupOfPictures) {
     const ByteVector media = Bytes("00 00 00 16 65 88") + ByteVector(20, 0x55) + Bytes("00 00 00 08 41 9A") +
                              ByteVector(6, 0x33) + ByteVector(10, 0xAA) + ByteVector(11, 0xBB);
     EXPECT_EQ(test::IsoFile(block.data).Payload("mdat"), media);
+    // sequence_number counts from 1 (ISO/IEC 14496-12 8.8.5).
+    EXPECT_EQ(test::Slice(test::IsoFile(block.data).Payload("moof"), 4, 12), Text("mfhd") + Bytes("00000000 00000001"));
     stream->Close();
     EXPECT_EQ(Kinds(), "hmm");
+    EXPECT_EQ(test::Slice(test::IsoFile(stream->Last().data).Payload("moof"), 4, 12),
+              Text("mfhd") + Bytes("00000000 00000002"));
     EXPECT_EQ(stream->Last().note.dts, 7300);
     EXPECT_EQ(stream->Last().note.duration, 3700);  // as long as the one before
 }

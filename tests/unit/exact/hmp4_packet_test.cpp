@@ -53,6 +53,9 @@ TEST_F(Hmp4Packet, IsFragmentedWhileItGrows) {
     EXPECT_EQ(file.Size("free"), 16u);
     EXPECT_EQ(file.Size("ftyp"), 36u);
     EXPECT_EQ(file.Boxes()[2].begin, 52u);
+    // mfhd's sequence_number, counted from 1 (ISO/IEC 14496-12 8.8.5).
+    EXPECT_EQ(test::Slice(file.Payload("moof:0"), 4, 12), Text("mfhd") + Bytes("00000000 00000001"));
+    EXPECT_EQ(test::Slice(file.Payload("moof:1"), 4, 12), Text("mfhd") + Bytes("00000000 00000002"));
     // Each block says where it goes.
     EXPECT_EQ(stream->blocks[0].note.block.seek_type, 0u);
     EXPECT_EQ(stream->blocks[1].note.block.offset, static_cast<int64_t>(stream->blocks[0].data.size()));
