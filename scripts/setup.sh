@@ -15,7 +15,7 @@ packages=(g++ cmake ninja-build make git pkg-config python3
     ffmpeg mediainfo mkvtoolnix imagemagick fontconfig fonts-dejavu-core)
 # The tests, their other players, and the checks.
 [ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind
-    clang clang-format clang-tidy libclang-rt-14-dev binutils
+    clang clang-format clang-tidy libclang-rt-14-dev llvm-14 mold binutils
     flvmeta tshark chromium parallel
     doxygen abigail-tools dpkg-dev fish zsh bc
     libspdlog-dev prometheus-cpp-dev libnats-dev nats-server

@@ -18,7 +18,6 @@ enum HevcNalType : uint8_t {
     kHevcFirstIrapNal = 16,
     kHevcCraNal = 21,
     kHevcLastIrapNal = 23,
-    kHevcLastVclNal = 31,
     kHevcVpsNal = 32,
     kHevcSpsNal = 33,
     kHevcPpsNal = 34,

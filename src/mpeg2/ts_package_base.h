@@ -22,8 +22,6 @@ class CTSPackageBase {
         uint32_t head_size;
         const uint8_t* frame;
         uint32_t frame_size;
-
-        uint64_t Size() const { return uint64_t{head_size} + frame_size; }
     };
 
     CTSPackageBase() = default;

@@ -7,6 +7,7 @@
 
 #include "Muxora.h"
 #include "MuxoraExt.h"
+#include "support/frames.h"
 #include "support/iso_frames.h"
 
 namespace {
@@ -74,6 +75,66 @@ TEST(ExactStream, ASegmentLastsUntilTheNextFrame) {
     EXPECT_TRUE(holds(0x40));
     EXPECT_TRUE(holds(0x40 + 29));
     EXPECT_FALSE(holds(0x40 + 30));
+}
+
+struct Handle {
+    explicit Handle(uint32_t format) {
+        MXCreateParam param{};
+        param.output = [](const MXOutputBlock*, void*) -> int32_t { return 0; };
+        handle = MX_CreateHandle(format, &param);
+    }
+    ~Handle() { MX_DestroyHandle(handle); }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+
+    uint32_t Set(const void* param, size_t size) const {
+        return MX_SetParam(handle, MX_PARAM_FRAGMENT, static_cast<const MXRtpParam*>(param),
+                           static_cast<uint32_t>(size));
+    }
+    MXHandle handle;
+};
+
+TEST(ExactParams, FragmentsAreAskedForBySizeAheadOfTheHeader) {
+    const MXFragmentParam good{sizeof(MXFragmentParam), MX_FRAGMENT_DURATION, 500, MX_TRACKS_VIDEO, 0, 0};
+    MXFragmentParam wrong = good;
+    wrong.size = sizeof wrong - 1;
+    for (const uint32_t format : {MX_FORMAT_FMP4, MX_FORMAT_HMP4}) {
+        const Handle one(format);
+        EXPECT_EQ(one.Set(&good, sizeof good - 1), uint32_t{MX_FAILED});
+        EXPECT_EQ(one.Set(&wrong, sizeof wrong), uint32_t{MX_FAILED});
+        EXPECT_EQ(one.Set(nullptr, sizeof good), uint32_t{MX_FAILED});
+        EXPECT_EQ(one.Set(&good, sizeof good), uint32_t{MX_OK});
+        MXHeaderInfo info{};
+        ASSERT_EQ(MX_CreateHeader(one.handle, &info), uint32_t{MX_OK});
+        EXPECT_EQ(one.Set(&good, sizeof good), uint32_t{MX_FAILED});
+    }
+    // The others have none: nothing is read.
+    const Handle classic(MX_FORMAT_TS);
+    EXPECT_EQ(classic.Set(&wrong, 1), uint32_t{MX_OK});
+}
+
+TEST(ExactParams, RepairsAreTold) {
+    const Handle exact(MX_FORMAT_FMP4);
+    MXHeaderInfo info{};
+    ASSERT_EQ(MX_CreateHeader(exact.handle, &info), uint32_t{MX_OK});
+    ByteVector adts = test::AdtsFrame(60);
+    for (const int64_t time : {0, 1024, 1024}) {
+        MXFrameInfo frame = test::AudioFrame(adts, MX_AUDIO_AAC, 0);
+        MXSetFrameTimes(&frame, 48000, time, time, 1024);
+        ASSERT_EQ(MX_InputFrame(exact.handle, &frame), uint32_t{MX_OK});
+    }
+    MXTimeRepairs repairs{};
+    auto* const place = reinterpret_cast<MXRtpParam*>(&repairs);
+    uint32_t size = sizeof repairs - 1;
+    EXPECT_EQ(MX_GetParam(exact.handle, MX_PARAM_TIME_REPAIRS, place, &size), uint32_t{MX_FAILED});
+    ASSERT_EQ(MXGetTimeRepairs(exact.handle, &repairs), uint32_t{MX_OK});
+    EXPECT_EQ(repairs.size, 28u);
+    EXPECT_EQ(repairs.audio_not_rising, 1u);
+    EXPECT_EQ(repairs.audio_jumps, 0u);
+    EXPECT_EQ(repairs.video_not_rising, 0u);
+    const Handle classic(MX_FORMAT_TS);
+    ASSERT_EQ(MXGetTimeRepairs(classic.handle, &repairs), uint32_t{MX_OK});
+    EXPECT_EQ(repairs.size, 0u);
 }
 
 }  // namespace

@@ -233,6 +233,21 @@ TEST(ParameterSets, SeveralPpsAreKeptByNumber) {
               Prefixed({kBaselineSps, kBaselinePps, second}));
 }
 
+// vps_video_parameter_set_id is the upper half of the third byte (ITU-T H.265 7.3.2.1).
+TEST(ParameterSets, SeveralVpsAreKeptByNumber) {
+    CParameterSets sets(NalCodec::kHevc);
+    ByteVector other = kMain10Vps;
+    other[2] = 0x1c;  // number 1
+    ByteVector changed = kMain10Vps;
+    changed[2] = 0x0d;  // number 0, another count of layers
+    Scan(sets, test::Units({kMain10Vps, other, kMain10Sps, kMain10Pps}));
+    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteAnnexB(out); }),
+              test::Units({kMain10Vps, other, kMain10Sps, kMain10Pps}));
+    Scan(sets, test::Units({changed}));
+    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteAnnexB(out); }),
+              test::Units({changed, other, kMain10Sps, kMain10Pps}));
+}
+
 TEST(ParameterSets, ZerosBehindASetAreNotPartOfIt) {
     CParameterSets sets(NalCodec::kAvc);
     Scan(sets, test::Units({kBaselineSps, kBaselinePps, Bytes("65 88")}));

@@ -70,6 +70,25 @@ TEST(AvcSps, BaselineCannotReorder) {
     EXPECT_EQ(ReadAvcSps(set(77))->sar_width, 1u);
 }
 
+// aspect_ratio_idc (ITU-T H.264 Table E-1): 0 says nothing, and 17 to 254 are reserved.
+TEST(AvcSps, EachSampleAspect) {
+    struct Aspect {
+        uint32_t width;
+        uint32_t height;
+    };
+    const Aspect aspects[] = {{1, 1},   {1, 1},   {12, 11}, {10, 11}, {16, 11},  {40, 33}, {24, 11}, {20, 11}, {32, 11},
+                              {80, 33}, {18, 11}, {15, 11}, {64, 33}, {160, 99}, {4, 3},   {3, 2},   {2, 1},   {1, 1}};
+    for (uint32_t idc = 0; idc < std::size(aspects); ++idc) {
+        BitString bits;
+        bits.Put(0x67, 8).Put(77, 8).Put(0, 8).Put(30, 8).Ue(0).Ue(0).Ue(0).Ue(0).Ue(1).Put(0, 1);
+        bits.Ue(19).Ue(14).Put(1, 1).Put(1, 1).Put(0, 1).Put(1, 1).Put(1, 1).Put(idc, 8).Put(0, 8).Put(1, 1);
+        const auto sps = ReadAvcSps(bits.Bytes());
+        ASSERT_TRUE(sps);
+        EXPECT_EQ(sps->sar_width, aspects[idc].width) << idc;
+        EXPECT_EQ(sps->sar_height, aspects[idc].height) << idc;
+    }
+}
+
 TEST(AvcSps, RefusesOtherUnitsAndSizesThatNoStreamHas) {
     EXPECT_FALSE(ReadAvcSps(Bytes("68 CE 0F C8 00")));
     EXPECT_FALSE(ReadAvcSps({}));
@@ -101,6 +120,29 @@ TEST(HevcSps, SizeColourDepthAndLayers) {
     EXPECT_EQ(profile.compatibility_flags, 0x20000000u);
     EXPECT_EQ(profile.constraint_flags, 0x900000000000u);
     EXPECT_EQ(profile.level_idc, 60);
+}
+
+// Of three sub-layers the first states profile and level, the second its profile, the third its level (ITU-T
+// H.265 7.3.3).
+TEST(HevcSps, ReadsOnBehindSubLayers) {
+    const auto profile_bits = [](BitString& bits) { bits.Put(0xFFFFFFFF, 32).Put(0xFFFFFFFF, 32).Put(0xFFFFFF, 24); };
+    BitString bits;
+    bits.Put(0x4201, 16).Put(0, 4).Put(3, 3).Put(1, 1).Put(1, 8).Put(0, 32).Put(0, 48).Put(93, 8);
+    bits.Put(0b111001, 6).Put(0, 10);
+    profile_bits(bits);
+    bits.Put(0xFF, 8);
+    profile_bits(bits);
+    bits.Put(0xFF, 8);
+    bits.Ue(0).Ue(1).Ue(640).Ue(368).Put(1, 1).Ue(0).Ue(0).Ue(0).Ue(4).Ue(0).Ue(0).Ue(4);
+    bits.Put(0, 1).Ue(4).Ue(3).Ue(0).Put(0x80, 8).Put(0, 32);  // of the highest sub-layer alone
+    HevcProfile profile;
+    const auto sps = ReadHevcSps(bits.Bytes(), &profile);
+    ASSERT_TRUE(sps);
+    EXPECT_EQ(sps->width, 640u);
+    EXPECT_EQ(sps->height, 360u);
+    EXPECT_EQ(sps->max_reorder, 3u);
+    EXPECT_EQ(profile.sub_layers, 4);
+    EXPECT_EQ(profile.level_idc, 93);
 }
 
 // The VUI stands behind the reference picture sets: one of them predicted from the one before must not lose the place.
