@@ -23,7 +23,8 @@ demo: ## Pack a clip into every format, read each back, print the table
 	@cmake --build --preset demo
 	@scripts/demo.py build/demo/bin build/demo/files
 
-serve-demo: build ## A live gateway with a clip that counts, flashes and beeps: all addresses printed (Ctrl-C ends it)
+serve-demo: setup build/release/build.ninja ## A live gateway with a clip that counts, flashes and beeps: all addresses printed (Ctrl-C ends it)
+	@cmake --build --preset release --target muxora_serve
 	@test -s build/serve-clip.mp4 || scripts/serve_clip.py build/serve-clip.mp4
 	@build/release/bin/muxora-serve demo=build/serve-clip.mp4
 

@@ -84,7 +84,7 @@ void Outlet::End() {
         receiver->End();
 }
 
-void Outlet::Join(std::shared_ptr<BlockReceiver> receiver) {
+void Outlet::Join(const std::shared_ptr<BlockReceiver>& receiver) {
     if (ended_) {
         receiver->End();
         return;
@@ -95,8 +95,8 @@ void Outlet::Join(std::shared_ptr<BlockReceiver> receiver) {
     std::vector<BlockPtr> first = head_;
     // A group that would run over at once is no beginning: the next one is.
     if (bytes <= receiver->Room()) first.insert(first.end(), gop_.begin(), gop_.end());
+    receivers_.insert(receiver);
     receiver->Take(first);
-    receivers_.insert(std::move(receiver));
 }
 
 void Outlet::Leave(const std::shared_ptr<BlockReceiver>& receiver) {
@@ -105,7 +105,7 @@ void Outlet::Leave(const std::shared_ptr<BlockReceiver>& receiver) {
 
 std::shared_ptr<Broadcast> Broadcast::Make(Workers& workers, const StreamPtr& stream, const Form& form,
                                            std::chrono::milliseconds collect) {
-    const std::shared_ptr<Broadcast> made(new Broadcast(workers, stream, form, collect));
+    std::shared_ptr<Broadcast> made(new Broadcast(workers, stream, form, collect));
     if (!made->packager_->Good()) return nullptr;
     boost::asio::post(stream->Home().Context(), [made] { made->stream_->Attach(made); });
     return made;
@@ -143,13 +143,11 @@ void Broadcast::OnEnd() {
 void Broadcast::Publish(const BlockPtr& block) {
     const auto self = weak_from_this().lock();
     for (size_t i = 0; i < workers_.Count(); ++i) {
-        if (&workers_.At(i) == &stream_->Home() && self != nullptr) {
+        // Nobody listens yet to what the constructor writes.
+        if (self == nullptr || &workers_.At(i) == &stream_->Home()) {
             outlets_[i]->Deliver(block);
-        } else if (self != nullptr) {
-            boost::asio::post(workers_.At(i).Context(), [self, i, block] { self->outlets_[i]->Deliver(block); });
         } else {
-            // Written by the constructor: nobody listens yet.
-            outlets_[i]->Deliver(block);
+            boost::asio::post(workers_.At(i).Context(), [self, i, block] { self->outlets_[i]->Deliver(block); });
         }
     }
 }

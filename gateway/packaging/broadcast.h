@@ -27,7 +27,7 @@ class Outlet : public std::enable_shared_from_this<Outlet> {
     void End();
 
     // The receiver gets the head and the current group of pictures at once, if it has room for them.
-    void Join(std::shared_ptr<BlockReceiver> receiver);
+    void Join(const std::shared_ptr<BlockReceiver>& receiver);
     void Leave(const std::shared_ptr<BlockReceiver>& receiver);
 
   private:

@@ -1,5 +1,6 @@
 #include "servers/api.h"
 
+#include <algorithm>
 #include <cmath>
 #include <nlohmann/json.hpp>
 
@@ -106,7 +107,11 @@ Reply Api::Add(const Request& request) {
     const std::string name = json["name"];
     if (!IsStreamName(name)) return Refused(400, "a name has letters, digits, '-' and '_', 64 at most");
     if (hub_.Find(name) != nullptr) return Refused(409, "there is a stream of that name");
-    const std::string why = keeper_.AddStream(name, json["input"], false);
+    const std::string input = json["input"];
+    if (std::any_of(input.begin(), input.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; })) {
+        return Refused(400, "an input has no control characters");
+    }
+    const std::string why = keeper_.AddStream(name, input, false);
     if (!why.empty()) return Refused(400, why);
     return Answered(201, Json{{"added", name}});
 }

@@ -83,6 +83,8 @@ void HttpSession::OnRequest() {
     Request request;
     const std::string_view target(message.target().data(), message.target().size());
     if (target.size() > kMaxTargetBytes) return Refuse(414);
+    // RFC 9112 3.2.
+    if (message.version() >= 11 && message.count(http::field::host) != 1) return Refuse(400);
     if (!ParseTarget(target, request)) return Refuse(400);
     const auto field = [&message](http::field name) { return std::string(message[name]); };
     request.method = std::string(message.method_string());

@@ -38,7 +38,7 @@ class ConnectionCount {
     HttpCounts* counts_;
 };
 
-class HttpSession : public Guarded, public std::enable_shared_from_this<HttpSession> {
+class HttpSession final : public Guarded, public std::enable_shared_from_this<HttpSession> {
   public:
     HttpSession(const SessionPlace& place, NetStream stream);
 

@@ -197,7 +197,7 @@ Reply Dash(const Segments& segments, const std::string& carried, double target) 
 
 // On the stream's thread.
 void AnswerHere(const SegmentsPtr& segments, const SegmentSettings& settings, const std::string& file,
-                const Request& request, Responder respond) {
+                const Request& request, const Responder& respond) {
     const std::string carried = Access::Carried(request);
     if (file == "index.m3u8" || file == "manifest.mpd") {
         const bool dash = file == "manifest.mpd";

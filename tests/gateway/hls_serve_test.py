@@ -70,6 +70,10 @@ class Hls(unittest.TestCase):
             for tries in range(3):
                 streams, found, _ = packets(GATEWAY.url(f'/film/{file}?token={ESCAPED}'), seconds=4, timeout=120)
                 times = {kind: [float(one['dts_time']) for one in found if one['codec_type'] == kind] for kind in ('video', 'audio')}
+                if file == 'manifest.mpd':
+                    # libavformat keeps its place in whole seconds where it fetches the manifest again, and reads the segment that it has a
+                    # second time when it did so in the middle of a second: the same pictures again, and no others.
+                    times = {kind: list(dict.fromkeys(all_of)) for kind, all_of in times.items()}
                 if all(a < b for kind in times.values() for a, b in zip(kind, kind[1:])):
                     break
             else:

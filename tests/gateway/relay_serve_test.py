@@ -214,6 +214,25 @@ class Relay(unittest.TestCase):
             self.ended(edge)
             self.ended(first)
 
+    def test_tls_with_a_certificate_that_is_trusted_and_with_one_that_is_not(self):
+        with tempfile.TemporaryDirectory(prefix='gateway-tls-') as folder:
+            certificate, key = os.path.join(folder, 'cert.pem'), os.path.join(folder, 'key.pem')
+            subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', certificate, '-days', '2',
+                            '-subj', '/CN=127.0.0.1', '-addext', 'subjectAltName=IP:127.0.0.1'], check=True, capture_output=True)
+            trusting = {'SSL_CERT_FILE': certificate}
+            with Cluster(size=1, more=f'tls {{ cert_file: "{certificate}", key_file: "{key}" }}\n') as server:
+                url = server.url().replace('nats://', 'tls://')
+                with Gateway(f'cam={CLIP}', '--publish', url, env=trusting) as origin, \
+                        Gateway('--from', url, '--no-rtsp', env=trusting) as edge, \
+                        Gateway(f'other={CLIP}', '--publish', url, '--no-rtsp') as stranger:
+                    edge.wait_for(lambda s: 'cam' in s and s['cam']['pictures'] > 0, seconds=120)
+                    Viewer(edge, 'cam').wait_for_pictures(50)
+                    stranger.wait_for(lambda s: s['other']['pictures'] > 50)
+                    self.assertEqual(stranger.streams()['other']['relayed'], 0)
+                    self.assertEqual(list(edge.streams()), ['cam'])
+                    for one in (edge, origin, stranger):
+                        self.ended(one)
+
     def test_words_that_are_no_relay(self):
         for words, why in ((('--publish', 'nats:4222'), 'an address of a relay is nats://HOST:PORT'),
                            (('--from', 'nats://h/a/b'), 'that is no name of a published stream'),

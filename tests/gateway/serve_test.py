@@ -145,6 +145,19 @@ class Serving(unittest.TestCase):
         self.assertEqual(data.count(b'HTTP/1.1 200 OK'), 2)
         self.assertEqual(data.count(b'ok, '), 2)
 
+    def test_a_request_names_one_host(self):
+        for hosts, wanted in ((b'', b'400'), (b'Host: a\r\nHost: b\r\n', b'400'), (b'Host: a\r\n', b'200')):
+            with socket.create_connection(('127.0.0.1', self.gateway.port), timeout=60) as client:
+                client.sendall(b'GET /health HTTP/1.1\r\n' + hosts + b'\r\n')
+                self.assertEqual(client.recv(12), b'HTTP/1.1 ' + wanted, hosts)
+
+    def test_inputs_that_are_none(self):
+        for name, given in (('x', 'rtsp://127.0.0.1:1/\0x'), ('x', 'rtsp://127.0.0.1:1/\nx'), ('x', 'file:///etc/passwd'), ('x', '/etc/passwd'),
+                            ('x', 'concat:/etc/passwd'), ('x', 'srt,file:/etc/passwd'), ('x', 'http://127.0.0.1/'), ('x/y', 'rtsp://127.0.0.1:1/x'),
+                            (1, 'rtsp://127.0.0.1:1/x'), ('x', None)):
+            self.assertEqual(self.gateway.ask('POST', '/api/streams', body=json.dumps({'name': name, 'input': given}), token=API_TOKEN)[0], 400, given)
+        self.assertEqual(set(self.gateway.streams()), {'film', 'bees'})
+
     def test_http_1_0_gets_bytes_without_chunks(self):
         with socket.create_connection(('127.0.0.1', self.gateway.port), timeout=20) as client:
             client.sendall(b'GET /film.ts HTTP/1.0\r\n\r\n')
