@@ -377,7 +377,8 @@ std::string WithoutSecrets(const std::string& input) {
 }
 
 std::unique_ptr<Source> OpenAvSource(const StreamPtr& stream, const std::string& input, bool trusted) {
-    if (!trusted && !IsNetworkInput(input)) throw std::runtime_error("only rtsp, rtmp, srt, udp, rtp and nats addresses");
+    if (!trusted && !IsNetworkInput(input))
+        throw std::runtime_error("only rtsp, rtmp, srt, udp, rtp and nats addresses");
     return std::make_unique<AvSource>(stream, KindOf(input), WithoutSecrets(input));
 }
 
