@@ -90,7 +90,9 @@ typedef struct MXTimeRepairs {
  * frame stands alone), or that begins more than a minute behind its first one.
  */
 enum MXFragmentMode {
-    MX_FRAGMENT_GOP = 0,      /**< A fragment ends where the next key frame begins, `duration_ms` at most if not 0. */
+    MX_FRAGMENT_GOP = 0, /**< A fragment ends where the next key frame begins, `duration_ms` at most if not 0; one of
+                              hmp4 also ahead of a picture (with sound alone, of a frame) that would take it beyond
+                              512 KiB. */
     MX_FRAGMENT_DURATION = 1, /**< At the first frame past `duration_ms`, key frame or not. */
     MX_FRAGMENT_CHUNK = 2     /**< Every frame: one chunk a call, for low latency. Without a duration it goes out with
                                    the next frame of its stream, which tells how long it lasts. */

@@ -329,24 +329,29 @@ void CFragmentedMp4::AfterSample(Stream& stream, bool has_duration) {
     if (owed_ == &stream) owed_ = nullptr;
 }
 
+size_t CFragmentedMp4::BytesWith(uint32_t bytes) const {
+    return video_.samples.Media().Size() + audio_.samples.Media().Size() + bytes;
+}
+
 // Ends the fragment, if it is to end ahead of the sample of this time.
 void CFragmentedMp4::CutBefore(Stream& stream, int64_t dts, bool key, uint32_t bytes) {
-    const bool too_large = video_.samples.Media().Size() + audio_.samples.Media().Size() + bytes > kLargestFragment;
+    const bool too_large = BytesWith(bytes) > kLargestFragment;
     const bool too_long =
         !stream.samples.Empty() && dts - stream.first_dts > kLongestFragmentSeconds * stream.info.time_scale;
     if (too_large || too_long) {
         KnowTracks(true);
         Flush(nullptr, &stream, &dts);
-    } else if (tracks_known_ && IsFull(stream, dts, key)) {
+    } else if (tracks_known_ && IsFull(stream, dts, key, bytes)) {
         Flush(IsByFrame() ? &stream : nullptr, &stream, &dts);
     }
 }
 
-bool CFragmentedMp4::IsFull(const Stream& stream, int64_t dts, bool key) const {
+bool CFragmentedMp4::IsFull(const Stream& stream, int64_t dts, bool key, uint32_t bytes) const {
     if (stream.samples.Empty()) return false;
     if (IsByFrame()) return true;
     // Pictures decide, where there are any.
     if (!stream.info.video && video_.info.present) return false;
+    if (fragments_.mode == MX_FRAGMENT_GOP && BytesWith(bytes) > PreferredFragment()) return true;
     const int64_t length = dts - stream.first_dts;
     if (fragments_.mode == MX_FRAGMENT_DURATION || OnlyKeyFrames(stream)) {
         const uint32_t wanted = fragments_.duration_ms != 0 ? fragments_.duration_ms : kDefaultDurationMs;

@@ -20,7 +20,8 @@ namespace Orvane::Muxora {
 // of it vanishes, and sound with it once a picture was seen. Parameter sets stand in the sample entries: those at the
 // front of a frame are left out of its sample. Each ADTS frame becomes a sample of its own.
 //
-// A fragment holds 64 MiB or a minute at most, whatever the caller wished; a frame of more than 512 MiB is refused.
+// A fragment holds 64 MiB or a minute at most, whatever the caller wished, or what the format sets lower; a frame of
+// more than 512 MiB is refused.
 class CFragmentedMp4 : public CExactPackage {
   public:
     uint32_t createHeader(MXHeaderInfo* info, uint32_t unused) final;
@@ -39,6 +40,9 @@ class CFragmentedMp4 : public CExactPackage {
 
     // The tracks are known, or one of them changed: what a reader needs first goes out.
     virtual void EmitTracks() = 0;
+    // Bytes that a fragment holds with MX_FRAGMENT_GOP, unless one picture alone has more; a wish, where tracks are
+    // waited for.
+    virtual size_t PreferredFragment() const { return kLargestFragment; }
     // A fragment is full. The samples go away behind this.
     virtual void EmitFragment(std::span<const FragmentPart> parts, const BlockNote& note) = 0;
 
@@ -86,7 +90,8 @@ class CFragmentedMp4 : public CExactPackage {
     static Mp4Sample Sample(const Stream& stream, const FrameTime& time);
     void AddSample(Stream& stream, const Mp4Sample& sample);
     void CutBefore(Stream& stream, int64_t dts, bool key, uint32_t bytes);
-    bool IsFull(const Stream& stream, int64_t dts, bool key) const;
+    size_t BytesWith(uint32_t bytes) const;
+    bool IsFull(const Stream& stream, int64_t dts, bool key, uint32_t bytes) const;
     void KnowTracks(bool now);
     void RefreshTracks();
     void Flush(Stream* alone, const Stream* ended, const int64_t* next);

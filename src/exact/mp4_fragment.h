@@ -27,6 +27,7 @@ class FragmentTrack {
     bool Empty() const { return samples_.empty(); }
     std::span<const Mp4Sample> Samples() const { return samples_; }
     MediaBuffer& Media() { return media_; }
+    const MediaBuffer& Media() const { return media_; }
     const Mp4Sample& Front() const { return samples_.front(); }
 
     // Room for `count` samples that have so many bytes together, so that Add cannot fail. Throws std::bad_alloc with

@@ -1,6 +1,10 @@
 // The command line tool: real media in, every format out.
 #include <CLI/CLI.hpp>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
@@ -77,9 +81,21 @@ int Run(int argc, char** argv) {
     }
 }
 
+// Large frames come and go all the time. Their memory stays with the process: the kernel would have to clear each page
+// of it again.
+void KeepMemory() {
+#ifdef __GLIBC__
+    constexpr int kMost = 32 << 20;  // that the C library takes for this
+    mallopt(M_MMAP_THRESHOLD, kMost);
+    mallopt(M_TRIM_THRESHOLD, 4 * kMost);
+    mallopt(M_TOP_PAD, kMost / 4);
+#endif
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    KeepMemory();
     // A reader that goes away is an error of the write, with a message.
     std::signal(SIGPIPE, SIG_IGN);
     // So is a limit on the size of files.

@@ -61,6 +61,26 @@ TEST_F(Hmp4Packet, IsFragmentedWhileItGrows) {
     EXPECT_EQ(stream->blocks[1].note.block.offset, static_cast<int64_t>(stream->blocks[0].data.size()));
 }
 
+// Gathered in the processor's cache, whatever the rate is; sound does not end a fragment in which there are pictures.
+TEST_F(Hmp4Packet, AFragmentStaysBelowHalfAMegabyte) {
+    const auto inter = [](size_t size) { return test::Units({Bytes("41 9A") + ByteVector(size - 6, 0x33)}); };
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);  // 26 bytes
+    stream->Audio(Adts(ByteVector(10)), 0, 1024);
+    stream->Video(inter(300000), MX_SUB_P, 3600, 3600);
+    stream->Video(inter(300000), MX_SUB_P, 7200, 7200);
+    stream->Audio(Adts(ByteVector(8000)), 1024, 1024);
+    stream->Video(inter(216288), MX_SUB_P, 10800, 10800);
+    stream->Video(inter(600000), MX_SUB_P, 14400, 14400);
+    stream->Video(inter(100), MX_SUB_P, 18000, 18000);
+    const IsoFile file(stream->File());
+    std::vector<size_t> media;
+    for (const auto& box : file.Boxes()) {
+        if (box.type == "mdat") media.push_back(box.end - box.payload);
+    }
+    EXPECT_EQ(media, (std::vector<size_t>{26 + 10 + 300000, size_t{512} << 10, 600000}));
+}
+
 TEST_F(Hmp4Packet, IsAPlainFileInTheEnd) {
     stream->Open();
     stream->Video(Key(1), MX_SUB_I, 0, 0);
