@@ -469,6 +469,111 @@ TEST(MediaInput, TimesThatNoClockHoldsDoNoHarm) {
     }
 }
 
+// H.264 by hand: one macroblock, an I picture of samples as they are, P pictures that skip it.
+class SmallH264 {
+  public:
+    ByteVector stream;
+    std::vector<size_t> begins;  // of the pictures
+
+    SmallH264() {
+        // Main profile, 8 bits of picture order count, two reference frames; one picture is reordered.
+        Bits().U(8, 77).U(8, 0).U(8, 10).Ue(0).Ue(0).Ue(0).Ue(4).Ue(2).U(1, 0).Ue(0).Ue(0).U(1, 1).U(1, 1).U(1, 0);
+        U(1, 1).U(7, 0).U(1, 0);                                          // VUI without its first parts
+        U(1, 1).U(1, 1).Ue(0).Ue(0).Ue(10).Ue(10).Ue(1).Ue(2).End(0x67);  // bitstream restriction
+        Bits().Ue(0).Ue(0).U(2, 0).Ue(0).Ue(0).Ue(0).U(3, 0).Ue(0).Ue(0).Ue(0).U(3, 4).End(0x68);
+    }
+
+    void Key() {
+        begins.push_back(begins.empty() ? 0 : stream.size());
+        Bits().Ue(0).Ue(7).Ue(0).U(4, 0).Ue(0).U(8, 0).U(2, 0).Ue(0).Ue(1).Ue(25);
+        while (count_ % 8 != 0)
+            U(1, 0);
+        for (int i = 0; i < 384; ++i)
+            U(8, 0x80);
+        End(0x65);
+        frame_number_ = 0;
+    }
+    void Inter(unsigned order, bool reference, bool sets_back = false) {
+        begins.push_back(stream.size());
+        frame_number_ += last_was_reference_ ? 1u : 0u;
+        Bits().Ue(0).Ue(5).Ue(0).U(4, frame_number_ % 16).U(8, order).U(1, 0).U(1, 0);
+        if (reference) U(1, sets_back ? 1 : 0);
+        if (sets_back) Ue(5).Ue(0);
+        Ue(0).Ue(1).Ue(1).End(reference ? 0x61 : 0x01);
+        if (sets_back) frame_number_ = 0;
+        last_was_reference_ = reference;
+    }
+
+  private:
+    SmallH264& Bits() {
+        bits_.clear();
+        count_ = 0;
+        return *this;
+    }
+    SmallH264& U(int width, unsigned value) {
+        for (int bit = width; bit-- > 0; ++count_) {
+            if (count_ % 8 == 0) bits_.push_back(0);
+            bits_.back() = static_cast<uint8_t>(bits_.back() | ((value >> bit & 1) << (7 - count_ % 8)));
+        }
+        return *this;
+    }
+    SmallH264& Ue(unsigned value) {
+        int width = 0;
+        while ((value + 1) >> (width + 1) != 0)
+            ++width;
+        return U(width, 0).U(width + 1, value + 1);
+    }
+    void End(uint8_t head) {
+        U(1, 1);
+        stream.insert(stream.end(), {0, 0, 0, 1, head});
+        int zeros = 0;
+        for (const uint8_t byte : bits_) {
+            if (zeros == 2 && byte <= 3) stream.push_back(3), zeros = 0;
+            stream.push_back(byte);
+            zeros = byte == 0 ? zeros + 1 : 0;
+        }
+    }
+
+    ByteVector bits_;
+    int count_ = 0;
+    unsigned frame_number_ = 0;
+    bool last_was_reference_ = true;
+};
+
+// memory_management_control_operation 5 (H.264 8.2.1) sets the picture order counts back in the middle of a sequence.
+TEST(MediaInput, PictureOrderCountsMayBeginAnewWithoutAnIdr) {
+    for (const unsigned pairs : {2u, 25u}) {
+        SmallH264 made;
+        made.Key();
+        for (const bool again : {false, true}) {
+            for (unsigned i = 0; i < pairs; ++i) {
+                made.Inter(4 * i + 4, true);
+                made.Inter(4 * i + 2, false);
+            }
+            if (!again) made.Inter(4 * pairs + 2, true, true);
+        }
+        const std::string raw = test::WorkPath("anew.h264");
+        test::WriteFile(raw, made.stream);
+        // The decoder says in which order it shows them, by where each begins.
+        const auto probed =
+            test::Run({"ffprobe", "-v", "error", "-show_entries", "frame=pkt_pos", "-of", "csv=p=0", raw});
+        std::vector<size_t> expected;
+        std::istringstream lines(probed.out);
+        for (std::string line; std::getline(lines, line);)
+            expected.push_back(std::stoul(line));
+        ASSERT_EQ(expected.size(), made.begins.size()) << probed.err;
+        const auto frames = ReadAllFrames({raw});
+        ASSERT_EQ(frames.size(), made.begins.size());
+        std::map<int64_t, size_t> shown;
+        for (size_t i = 0; i < frames.size(); ++i)
+            shown[frames[i].pts] = made.begins[i];
+        std::vector<size_t> found;
+        for (const auto& [time, begin] : shown)
+            found.push_back(begin);
+        EXPECT_EQ(found, expected) << pairs;
+    }
+}
+
 TEST(Elementary, Adts) {
     std::string why;
     // AAC LC, 44100 Hz, stereo.

@@ -1,5 +1,6 @@
 #include "common/packer.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "common/errors.h"
@@ -15,6 +16,28 @@ std::string FrameText(const MediaFrame& frame) {
     return AudioCodecName(frame.codec) + (frame.codec == MX_AUDIO_MPEG ? " (" : " audio (") +
            std::to_string(frame.samples_per_sec) + " Hz, " + std::to_string(frame.bits_per_sample) + " bits, " +
            std::to_string(frame.channels) + " ch)";
+}
+
+// By name: some codecs have two numbers.
+bool IsListed(const Format& format, const MediaFrame& frame) {
+    const auto name = [&](uint32_t codec) { return frame.IsVideo() ? VideoCodecName(codec) : AudioCodecName(codec); };
+    const auto entries = Capacity(format, frame.IsVideo() ? MX_CAPACITY_VIDEO : MX_CAPACITY_AUDIO);
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const MXCapacityEntry& entry) { return name(entry.codec) == name(frame.codec); });
+}
+
+// Of the sound that FLV has a number for: ITU-T G.711 as telephones have it, PCM at four rates, layer III.
+std::string FlvLimit(const MediaFrame& frame) {
+    switch (frame.codec) {
+        case MX_AUDIO_ALAW:
+        case MX_AUDIO_MULAW:
+            return "G.711 at 8000 Hz";
+        case MX_AUDIO_PCM8:
+        case MX_AUDIO_PCM16:
+            return "PCM at 5512, 11025, 22050 and 44100 Hz";
+        default:
+            return "MPEG audio of layer III";
+    }
 }
 
 // What the format takes in place of the frame, with the limits that the library states for the frame's codec.
@@ -152,8 +175,20 @@ uint32_t Packer::Input(const MediaFrame& frame, MXFrameInfo& record) {
 
 void Packer::Refuse(const MediaFrame& frame) const {
     const std::string kind = frame.IsVideo() ? "video" : "audio";
+    const Tally& other = frame.IsVideo() ? audio_tally_ : video_tally_;
+    if (format_.number == MX_FORMAT_XMKV && other.written != 0 && IsListed(format_, frame)) {
+        throw Failure("xmkv names its streams at its beginning, and here the " + kind +
+                      " begins more than a second behind the rest (choose -f hmp4, or leave the stream out with --no-" +
+                      kind + ")");
+    }
+    if (format_.number == MX_FORMAT_XFLV && !frame.IsVideo() && IsListed(format_, frame)) {
+        throw Failure(
+            "xflv does not take " + FrameText(frame) + ": FLV has numbers for " + FlvLimit(frame) +
+            ", in one or two channels (choose another format with -f, such as hmp4 or xmkv, convert it ahead: "
+            "ffmpeg -i INPUT -c:v copy -c:a aac converted.mov, or leave the stream out with --no-audio)");
+    }
     throw Failure(std::string(format_.key) + " does not take " + FrameText(frame) + "; its " + kind + ": " +
-                  Taken(format_, frame) + " (choose another format with -f, or leave the stream out with --no-" + kind +
+                  Taken(format_, frame) + " (" + settings_.way_out + ", or leave the stream out with --no-" + kind +
                   ")");
 }
 

@@ -31,6 +31,8 @@ struct PackerSettings {
     // RTP of H.264: give each unit of a frame by itself, because a unit behind one that was cut into fragments loses
     // its first byte. The sink then has to put the markers right.
     bool split_units = false;
+    // What to do about a stream that the format does not take.
+    std::string way_out = "choose another format with -f";
 };
 
 class Packer {

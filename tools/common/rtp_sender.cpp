@@ -38,7 +38,7 @@ uint64_t NtpTime(int64_t media_ms) {
 }  // namespace
 
 RtpTarget ParseRtpTarget(const std::string& text) {
-    const std::string expected = "'" + text + "' is no rtp://HOST:PORT";
+    const std::string expected = "'" + text + "' is no rtp://HOST:PORT, udp://HOST:PORT or srt://HOST:PORT";
     constexpr std::string_view kScheme = "rtp://";
     if (text.rfind(kScheme, 0) != 0) throw WrongUsage(expected);
     const std::string rest = text.substr(kScheme.size());

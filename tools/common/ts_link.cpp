@@ -39,7 +39,7 @@ void CheckAddress(const std::string& address) {
                       port > 0 && port < 65536;
     // SRT that listens may leave the host out.
     if (!good || (colon == 0 && !HasScheme(address, kSrt))) {
-        throw WrongUsage("'" + address + "' is no udp://HOST:PORT and no srt://HOST:PORT");
+        throw WrongUsage("'" + address + "' is no rtp://HOST:PORT, udp://HOST:PORT or srt://HOST:PORT");
     }
 }
 
@@ -92,7 +92,9 @@ TsLink::TsLink(const std::string& address) : address_(address), writer_(std::mak
     // The options may hold a passphrase.
     const std::string shown = address_.substr(0, address_.find('?'));
     throw Failure("cannot send to " + shown + ": " + ErrorText(result) +
-                  (writer_->srt ? "; is somebody listening there, with the same passphrase?" : ""));
+                  (writer_->srt             ? "; is somebody listening there, with the same passphrase?"
+                   : result == AVERROR(EIO) ? "; is the host's name right?"
+                                            : ""));
 }
 
 TsLink::~TsLink() = default;

@@ -189,6 +189,7 @@ class FileSource : public MediaSource {
     }
 
     void Begin() override {
+        CountMissing();
         for (unsigned i = 0; i < format_->nb_streams; ++i) {
             if (!IsChosen(static_cast<int>(i))) format_->streams[i]->discard = AVDISCARD_ALL;
         }
@@ -207,9 +208,16 @@ class FileSource : public MediaSource {
             left_out += (left_out.empty() ? "" : ", ") + std::to_string(first_number_ + static_cast<int>(i)) + " (" +
                         KindOf(stream) + ")";
         }
-        if (left_out.empty()) return {};
-        return {"left out of " + path_ + ": stream " + left_out +
-                "; one video and one audio stream go in, chosen with --video N and --audio N"};
+        std::vector<std::string> notes;
+        if (!left_out.empty()) {
+            notes.push_back("left out of " + path_ + ": stream " + left_out +
+                            "; one video and one audio stream go in, chosen with --video N and --audio N");
+        }
+        if (missing_ != 0) {
+            notes.push_back(path_ + " is cut off: " + std::to_string(missing_) + " of the frames that it lists lie " +
+                            "behind its end");
+        }
+        return notes;
     }
 
     // Does the choice fall on a stream of this file?
@@ -250,6 +258,20 @@ class FileSource : public MediaSource {
     }
 
   private:
+    // An index at the beginning of a file lists also what was cut off at its end.
+    void CountMissing() {
+        const bool lists = std::string_view(format_->iformat->name).rfind("mov,", 0) == 0;
+        const int64_t end = lists && !pipe_ && format_->pb != nullptr ? avio_size(format_->pb) : 0;
+        if (end <= 0) return;
+        for (const StreamReader* reader : readers_) {
+            AVStream* stream = format_->streams[reader->Index()];
+            for (int i = avformat_index_get_entries_count(stream); i-- > 0;) {
+                const AVIndexEntry* entry = avformat_index_get_entry(stream, i);
+                if (entry->pos + entry->size > end) ++missing_;
+            }
+        }
+    }
+
     // A raw stream is the only one of its file.
     bool IsChosen(int index) const { return raw_ != nullptr || ReaderOf(index) != nullptr; }
 
@@ -301,6 +323,7 @@ class FileSource : public MediaSource {
     std::vector<StreamReader*> readers_;  // of the chosen ones, those of a container
     RawVideo* raw_ = nullptr;             // the other kind
     bool reads_file_ = false;             // by itself
+    uint64_t missing_ = 0;                // frames behind the file's end
     bool read_ = false;                   // a packet at least
     bool ended_ = false;
 };

@@ -101,7 +101,13 @@ struct MediaInput::Impl {
         for (const Source& source : sources) {
             if (StreamQueue* found = source.media->Choose(type, choice)) return found;
         }
-        if (choice >= 0) throw InputError("there is no stream " + std::to_string(choice) + " in the inputs");
+        if (choice >= 0) {
+            int count = 0;
+            for (const Source& source : sources)
+                count += source.media->StreamCount();
+            throw InputError("there is no stream " + std::to_string(choice) + " in the inputs; they have " +
+                             (count == 1 ? "stream 0 alone" : "streams 0 to " + std::to_string(count - 1)));
+        }
         return nullptr;
     }
 
@@ -139,6 +145,9 @@ MediaInput::MediaInput(const std::vector<std::string>& paths, const InputOptions
     for (const std::string& path : paths) {
         impl_->sources.push_back({Open(path, number, options), std::nullopt});
         number += impl_->sources.back().media->StreamCount();
+    }
+    if (options.video == StreamChoice::kNone && options.audio == StreamChoice::kNone) {
+        throw InputError("there is neither a video nor an audio stream to take: both are left out by options");
     }
     impl_->video = impl_->ChooseFrom(MX_FRAME_VIDEO, options.video);
     impl_->audio = impl_->ChooseFrom(MX_FRAME_AUDIO, options.audio);

@@ -27,6 +27,25 @@ constexpr size_t kReorderDepth = 17;
 // Units that are looked through for a description of the streams.
 constexpr int kLookAhead = 5000;
 
+// Does a frame begin as its codec has it? Samples tell nothing.
+bool BeginsRight(uint32_t codec, const std::vector<uint8_t>& frame) {
+    const auto byte = [&](size_t at) { return at < frame.size() ? frame[at] : uint8_t{0}; };
+    switch (codec) {
+        case MX_VIDEO_H264:
+        case MX_VIDEO_H265:
+        case MX_VIDEO_MPEG4:
+        case MX_VIDEO_MPEG2:
+            return byte(0) == 0 && byte(1) == 0 && (byte(2) == 1 || (byte(2) == 0 && byte(3) == 1));
+        case MX_VIDEO_MJPEG:
+            return byte(0) == 0xFF && byte(1) == 0xD8;
+        case MX_AUDIO_AAC:
+        case MX_AUDIO_MPEG:
+            return byte(0) == 0xFF && (byte(1) & 0xE0) == 0xE0;
+        default:
+            return true;
+    }
+}
+
 // Units state 16 bits of their milliseconds and the calendar second; both together give a time that goes on.
 class UnitClock {
   public:
@@ -234,6 +253,15 @@ class OvxSource : public MediaSource {
         return bytes;
     }
 
+    // The first decrypted frame of each stream tells a wrong key, as far as its beginning was encrypted.
+    void CheckKey(uint32_t codec, const std::vector<uint8_t>& frame) {
+        if (std::find(decrypted_.begin(), decrypted_.end(), codec) != decrypted_.end()) return;
+        if (!BeginsRight(codec, frame)) {
+            throw InputError(path_ + ": this key does not decrypt it; give the one that it was encrypted with");
+        }
+        decrypted_.push_back(codec);
+    }
+
     OvxQueue* QueueOf(uint32_t type) const {
         for (const auto& queue : chosen_) {
             if (queue->About().type == type) return static_cast<OvxQueue*>(queue.get());
@@ -255,6 +283,7 @@ class OvxSource : public MediaSource {
         MediaFrame frame;
         const MediaStream& about = queue->About();
         const std::vector<uint8_t> bytes = FrameOf(piece);
+        if (decryptor_ && piece.extension.Find(OvxReader::kEncrypt)) CheckKey(about.codec, bytes);
         frame.type = about.type;
         frame.codec = about.codec;
         frame.width = about.width;
@@ -290,6 +319,7 @@ class OvxSource : public MediaSource {
     Reader reader_;
     Summary summary_;
     std::optional<Decryptor> decryptor_;
+    std::vector<uint32_t> decrypted_;  // codecs of which a frame was right
     std::vector<MediaStream> streams_;
     std::vector<std::unique_ptr<StreamQueue>> chosen_;
     UnitClock clock_;

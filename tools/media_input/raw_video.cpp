@@ -128,12 +128,13 @@ void RawVideo::Take(const MXAccessUnit& unit) {
     picture.length = half ? 1 : kHalvesOfFrame;
     picture.decode = decode_clock_;
     decode_clock_ += picture.length;
-    if (restarts) {
+    const int order = PictureOrder(frame);
+    if (restarts || FallsBack(order, unit.field == MX_UNIT_FRAME)) {
         while (!to_show_.empty())
             ShowOne();
         ++sequence_;
     }
-    to_show_.emplace(sequence_, PictureOrder(frame), first_number_ + waiting_.size());
+    to_show_.emplace(sequence_, order, first_number_ + waiting_.size());
     waiting_.push_back(std::move(picture));
     Settle(hold_);
 }
@@ -163,8 +164,21 @@ int RawVideo::PictureOrder(const MediaFrame& frame) {
     return parser_->output_picture_number;
 }
 
+// A count that was shown, or that another picture has, comes again when a picture other than an IDR sets the counts
+// back (memory_management_control_operation 5, H.264 8.2.1). A pipe is looked into too shortly to tell.
+bool RawVideo::FallsBack(int order, bool frame) const {
+    if (hold_ < kMostHeld) return false;
+    const std::pair<int64_t, int> place(sequence_, order);
+    if (last_shown_ && last_shown_->first == sequence_ && (frame ? place <= *last_shown_ : place < *last_shown_)) {
+        return true;
+    }
+    const auto same = to_show_.lower_bound({sequence_, order, 0});
+    return frame && same != to_show_.end() && std::get<0>(*same) == sequence_ && std::get<1>(*same) == order;
+}
+
 void RawVideo::ShowOne() {
-    const uint64_t number = std::get<2>(*to_show_.begin());
+    const auto [sequence, order, number] = *to_show_.begin();
+    last_shown_ = {sequence, order};
     to_show_.erase(to_show_.begin());
     Picture& picture = waiting_[number - first_number_];
     picture.show = show_clock_;

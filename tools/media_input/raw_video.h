@@ -3,8 +3,10 @@
 
 #include <deque>
 #include <memory>
+#include <optional>
 #include <set>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "media_input/av_handles.h"
@@ -47,6 +49,7 @@ class RawVideo : public StreamQueue {
     void Begin(const MXAccessUnit& first);
     FrameBytes BytesOf(ByteSpan unit, bool key, bool& restarts) const;
     int PictureOrder(const MediaFrame& frame);
+    bool FallsBack(int order, bool frame) const;
     void ShowOne();
     void Settle(size_t hold);
     int64_t ToUs(int64_t halves) const;
@@ -69,6 +72,7 @@ class RawVideo : public StreamQueue {
     std::set<std::tuple<int64_t, int, uint64_t>> to_show_;  // sequence, picture order count, number
     size_t hold_ = 0;                                       // so many may have to wait for one that comes later
     int64_t sequence_ = 0;
+    std::optional<std::pair<int64_t, int>> last_shown_;  // its sequence and picture order count
     int64_t decode_clock_ = 0;
     int64_t show_clock_ = 0;
     int64_t delay_ = 0;  // from decoding to showing

@@ -156,7 +156,8 @@ void Report(const PackArguments& arguments, const std::vector<Job>& jobs, double
     uint64_t bytes = 0;
     size_t failed = 0;
     Json files = Json::array();
-    std::string lines;
+    std::string failures;
+    std::string notes;
     for (const Job& job : jobs) {
         if (job.process < 0) continue;
         Json result = job.ok ? Json::parse(job.out_text, nullptr, false) : Json::object();
@@ -166,11 +167,11 @@ void Report(const PackArguments& arguments, const std::vector<Job>& jobs, double
         if (!job.ok) {
             ++failed;
             result["error"] = ErrorOf(job);
-            lines += "failed " + job.input + ": " + ErrorOf(job) + "\n";
+            failures += "failed " + job.input + ": " + ErrorOf(job) + "\n";
         }
         bytes += result.value("bytes", uint64_t{0});
         for (const Json& note : result.value("notes", Json::array()))
-            lines += "note " + job.input + ": " + note.get<std::string>() + "\n";
+            notes += "note " + job.input + ": " + note.get<std::string>() + "\n";
         files.push_back(std::move(result));
     }
     const size_t done = files.size() - failed;
@@ -179,8 +180,10 @@ void Report(const PackArguments& arguments, const std::vector<Job>& jobs, double
                         {"bytes", bytes}, {"seconds", seconds}, {"files", files}};
         std::printf("%s\n", JsonLine(json).c_str());
     } else if (!arguments.quiet) {
-        std::printf("%s%zu of %zu files packed into %s, %s in %.2f s\n", lines.c_str(), done, jobs.size(),
-                    arguments.output.c_str(), SizeText(bytes).c_str(), seconds);
+        std::printf("%s%s%zu of %zu files packed into %s, %s in %.2f s\n", failures.c_str(), notes.c_str(), done,
+                    jobs.size(), arguments.output.c_str(), SizeText(bytes).c_str(), seconds);
+    } else {
+        std::fputs(failures.c_str(), stderr);
     }
     std::fflush(stdout);
     if (failed != 0) {

@@ -43,6 +43,10 @@ void CheckArguments(const PackArguments& arguments, const Format& format) {
         throw WrongUsage(".m2ts files have packets of 192 bytes, and " + key +
                          " writes 188; name the output .ts, which every player of .m2ts opens");
     }
+    if (extension == ".m3u8" || extension == ".mpd") {
+        throw WrongUsage(extension + " makes a playlist over CMAF segments, and " + key +
+                         " is no form of those; leave -f out, or give the file another name");
+    }
     if (arguments.reserve != 0 && !format.IsIso()) {
         throw WrongUsage("--reserve is for the classic forms of mp4, mov and their kin only (-f mp4)");
     }

@@ -106,4 +106,25 @@ std::vector<std::string> FormatNotes(const Format& format, const PackFacts& fact
     return notes;
 }
 
+std::vector<std::string> PlayerNotes(const Format& format, const PackFacts& facts) {
+    const std::string key(format.key);
+    const uint32_t picture = facts.video != nullptr ? facts.video->codec : 0;
+    const uint32_t sound = facts.audio != nullptr ? facts.audio->codec : 0;
+    const bool telephone = sound == MX_AUDIO_ALAW || sound == MX_AUDIO_MULAW;
+    std::vector<std::string> notes;
+    if (format.number == MX_FORMAT_TS && telephone) {
+        notes.push_back("G.711 has no public number in " + key +
+                        ": the players of recorders know it, ffmpeg finds no sound there");
+    }
+    if ((format.number == MX_FORMAT_PS_GAYS || format.number == MX_FORMAT_PS_GD) && telephone) {
+        notes.push_back("G.711 has no public number in " + key +
+                        ": the players of that dialect know it, ffmpeg takes it for MPEG audio");
+    }
+    if (format.number == MX_FORMAT_PS_OV && picture == MX_VIDEO_MJPEG) {
+        notes.push_back("Motion JPEG has no public number in " + key +
+                        ": the players of that dialect know it, ffmpeg finds no pictures there");
+    }
+    return notes;
+}
+
 }  // namespace Orvane::Muxora::Tools

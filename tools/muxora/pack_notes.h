@@ -20,5 +20,7 @@ struct PackFacts {
 
 // Each in a line, true, and only where it bears on this input.
 std::vector<std::string> FormatNotes(const Format& format, const PackFacts& facts);
+// Of streams that are whole and right in the file, and that ffmpeg does not find there: for those who look with it.
+std::vector<std::string> PlayerNotes(const Format& format, const PackFacts& facts);
 
 }  // namespace Orvane::Muxora::Tools

@@ -11,7 +11,6 @@
 #include "common/json.h"
 #include "common/pace.h"
 #include "common/working_file.h"
-#include "muxora/pack_notes.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -77,6 +76,9 @@ PackRun::PackRun(const PackArguments& arguments, const Format& format, const Own
         // What is not in a whole fragment is what a killed recording loses.
         fragment.duration_ms = static_cast<uint32_t>(arguments.backup * 500);
         if (fragment.duration_ms != 0) fragment.mode = MX_FRAGMENT_DURATION;
+        // A file whose second stream begins late is one with two tracks all the same; a recording must not wait.
+        constexpr uint32_t kLongestWaitMs = 60000;
+        if (arguments.backup <= 0 && !arguments.realtime) fragment.wait_ms = kLongestWaitMs;
         if (input_.Audio() == nullptr) fragment.tracks = MX_TRACKS_VIDEO;
         if (input_.Video() == nullptr) fragment.tracks = MX_TRACKS_AUDIO;
         settings_.fragment = fragment;
@@ -242,8 +244,8 @@ bool PackRun::NewInitialisation() const {
 void PackRun::CheckStored() const {
     if (!output_->Trouble().empty()) throw Failure(output_->Trouble());
     if (NewInitialisation()) {
-        throw Failure(output_->Path() + ": the pictures change their parameter sets (their size, as a rule) behind " +
-                      ClockText(static_cast<double>(media_ms_) / 1000) +
+        throw Failure(output_->Path() + ": a stream begins late, or the pictures change their parameter sets (their " +
+                      "size, as a rule), behind " + ClockText(static_cast<double>(media_ms_) / 1000) +
                       ", which players of one fmp4 file pass over; -f hmp4 states it");
     }
 }
@@ -258,14 +260,18 @@ void PackRun::StorePacket(const MXOutputBlock& block) {
     output_->Write(block.data, block.length, std::nullopt);
 }
 
-std::vector<std::string> PackRun::Notes() const {
+PackFacts PackRun::Facts() const {
     PackFacts facts;
     facts.video = input_.Video();
     facts.audio = input_.Audio();
     facts.has_b_pictures = has_b_pictures_;
     facts.uneven_seconds = uneven_seconds_;
     facts.media_ms = parts_.size() > 1 ? 0 : media_ms_;
-    std::vector<std::string> notes = FormatNotes(format_, facts);
+    return facts;
+}
+
+std::vector<std::string> PackRun::Notes() const {
+    std::vector<std::string> notes = FormatNotes(format_, Facts());
     for (std::string& note : input_.Notes())
         notes.push_back(std::move(note));
     if (input_.DamagedFrames() != 0) {
@@ -275,6 +281,13 @@ std::vector<std::string> PackRun::Notes() const {
         notes.push_back(std::to_string(refused) + " frames were refused by the format and are missing");
     }
     if (Interrupted()) notes.emplace_back("stopped by a signal; the file is complete up to there");
+    return notes;
+}
+
+std::vector<std::string> PackRun::AllNotes() const {
+    std::vector<std::string> notes = Notes();
+    for (std::string& note : PlayerNotes(format_, Facts()))
+        notes.push_back(std::move(note));
     return notes;
 }
 
@@ -316,7 +329,7 @@ std::string PackRun::Summary() const {
     };
     line("video", input_.Video(), video_);
     line("audio", input_.Audio(), audio_);
-    for (const std::string& note : Notes())
+    for (const std::string& note : AllNotes())
         summary += "  note: " + note + "\n";
     return summary;
 }
@@ -340,7 +353,7 @@ Json PackRun::JsonSummary() const {
     if (input_.Video() != nullptr) json["video"] = stream_json(*input_.Video(), video_);
     if (input_.Audio() != nullptr) json["audio"] = stream_json(*input_.Audio(), audio_);
     if (arguments_.backup > 0 && !format_.IsExact()) json["snapshots"] = snapshots_taken_;
-    json["notes"] = Notes();
+    json["notes"] = AllNotes();
     return json;
 }
 

@@ -12,6 +12,7 @@
 #include "common/packer.h"
 #include "media_input/media_input.h"
 #include "muxora/options.h"
+#include "muxora/pack_notes.h"
 #include "muxora/segment_names.h"
 #include "muxora/snapshot.h"
 
@@ -54,7 +55,11 @@ class PackRun {
     bool NewInitialisation() const;
     void CheckStored() const;
     void RefuseIfStrict(bool finished) const;
+    PackFacts Facts() const;
+    // What is lost.
     std::vector<std::string> Notes() const;
+    // That, and what is good to know.
+    std::vector<std::string> AllNotes() const;
     std::string Summary() const;
     Json JsonSummary() const;
 

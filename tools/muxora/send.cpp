@@ -35,6 +35,7 @@ class SendRun {
           input_(arguments.input.paths, arguments.input.Options()) {
         settings_.rtp = arguments.rtp.Param(input_.Video(), input_.Audio());
         settings_.split_units = true;
+        settings_.way_out = "send it as a transport stream, to udp:// or srt://";
         RtpTarget audio_target = target_;
         audio_target.port = static_cast<uint16_t>(target_.port + 2);
         video_.emplace(target_, settings_.rtp.rtp_ssrc);

@@ -17,6 +17,12 @@ namespace Orvane::Muxora::Tools {
 
 namespace {
 
+PackerSettings Settings() {
+    PackerSettings settings;
+    settings.way_out = "send it to rtp://";
+    return settings;
+}
+
 class TsRun {
   public:
     explicit TsRun(const SendArguments& arguments)
@@ -29,7 +35,7 @@ class TsRun {
               link_->Send(datagram);
               bytes_ += datagram.size();
           }),
-          packer_(*FormatByKey("xts"), PackerSettings{}, input_.Video(), input_.Audio(),
+          packer_(*FormatByKey("xts"), Settings(), input_.Video(), input_.Audio(),
                   [this](const MXOutputBlock& block) { return Store(block); }) {}
 
     void Run() {

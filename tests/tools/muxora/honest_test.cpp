@@ -6,6 +6,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <sstream>
 #include <thread>
 
 #include "media_input/file_bytes.h"
@@ -144,6 +145,12 @@ TEST(OvxInput, EncryptedAndDamaged) {
     EXPECT_EQ(closed.exit_code, 1);
     EXPECT_TRUE(Contains(closed.err, "is encrypted; give its key")) << closed.err;
     EXPECT_FALSE(fs::exists(WorkPath("closed.ts")));
+    for (const std::string out : {"wrong.mkv", "wrong.ovx"}) {
+        const auto wrong = Muxora({"pack", ovx, "-o", WorkPath(out), "--key", "00112233445566778899aabbccddee00"});
+        EXPECT_EQ(wrong.exit_code, 1);
+        EXPECT_TRUE(Contains(wrong.err, ovx + ": this key does not decrypt it")) << wrong.err;
+        EXPECT_FALSE(fs::exists(WorkPath(out)));
+    }
     ASSERT_EQ(Muxora({"pack", ovx, "-o", WorkPath("a.ts"), "--key-file", key_file}).exit_code, 0);
     EXPECT_EQ(Pictures(WorkPath("a.ts")), Pictures(Clip()));
     const auto by_variable =
@@ -241,6 +248,68 @@ TEST(Notes, TimesThatAFormCannotHold) {
     EXPECT_EQ(exact.exit_code, 0) << exact.err;
 }
 
+// Right in the file, and no loss: told, and nothing that --strict refuses.
+TEST(Notes, StreamsThatFfmpegDoesNotFindAreNamed) {
+    const std::string film = WorkPath("telephone.mov");
+    Ffmpeg({"-i", Clip(), "-c:v", "copy", "-c:a", "pcm_alaw", "-ar", "8000", "-ac", "1", film});
+    for (const std::string key : {"ts", "gaysps"}) {
+        const auto run = Muxora({"pack", film, "-o", WorkPath("telephone." + key), "-f", key, "--strict"});
+        EXPECT_EQ(run.exit_code, 0) << run.err;
+        EXPECT_TRUE(Contains(run.out, "note: G.711 has no public number in " + key)) << run.out;
+    }
+    const std::string pictures = WorkPath("pictures.avi");
+    Ffmpeg({"-i", Clip(), "-an", "-c:v", "mjpeg", pictures});
+    const auto jpeg = Muxora({"pack", pictures, "-o", WorkPath("pictures.mpg"), "-f", "ovps", "--json"});
+    EXPECT_TRUE(Contains(jpeg.out, "Motion JPEG has no public number in ovps")) << jpeg.out << jpeg.err;
+    const auto none = Muxora({"pack", Clip(), "-o", WorkPath("plain.ts"), "-f", "ts"});
+    EXPECT_FALSE(Contains(none.out, "public number")) << none.out;
+}
+
+TEST(Notes, WhatLiesBehindTheEndOfACutMp4IsCounted) {
+    const std::string whole = WorkPath("whole.mp4");
+    Ffmpeg({"-i", Clip(), "-c", "copy", "-movflags", "+faststart", whole});
+    const auto listed = test::Run({"ffprobe", "-v", "error", "-show_entries", "packet=pos", "-of", "csv=p=0", whole});
+    std::vector<size_t> begins;
+    std::istringstream lines(listed.out);
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.empty()) begins.push_back(std::stoul(line));
+    }
+    std::sort(begins.begin(), begins.end());
+    ASSERT_GT(begins.size(), 100u);
+    auto bytes = test::ReadFile(whole);
+    bytes.resize(begins[begins.size() - 7]);  // exactly between two frames
+    const std::string cut = WorkPath("cut.mp4");
+    test::WriteFile(cut, bytes);
+    const auto run = Muxora({"pack", cut, "-o", WorkPath("cut.ts")});
+    EXPECT_EQ(run.exit_code, 0) << run.err;
+    EXPECT_TRUE(Contains(run.out, "note: " + cut + " is cut off: 7 of the frames that it lists lie behind its end"))
+        << run.out;
+    EXPECT_EQ(Muxora({"pack", cut, "-o", WorkPath("cut2.ts"), "--strict"}).exit_code, 1);
+    const auto good = Muxora({"pack", whole, "-o", WorkPath("whole.ts"), "--strict"});
+    EXPECT_EQ(good.exit_code, 0) << good.err;
+}
+
+TEST(Notes, AStreamThatBeginsLate) {
+    const std::string late = WorkPath("late.mkv");
+    Ffmpeg({"-itsoffset", "2", "-i", Clip(), "-i", Clip(), "-map", "0:v", "-map", "1:a", "-c", "copy", late});
+    const auto fragmented = Muxora({"pack", late, "-o", WorkPath("late.mp4"), "-f", "fmp4"});
+    EXPECT_EQ(fragmented.exit_code, 0) << fragmented.err;
+    EXPECT_EQ(Pictures(WorkPath("late.mp4")), Pictures(Clip()));
+    const auto matroska = Muxora({"pack", late, "-o", WorkPath("late2.mkv")});
+    EXPECT_EQ(matroska.exit_code, 1);
+    EXPECT_TRUE(Contains(matroska.err, "the video begins more than a second behind the rest (choose -f hmp4"))
+        << matroska.err;
+}
+
+TEST(Small, ALimitIsNamedAndNotTheCodec) {
+    const std::string fast = WorkPath("fast.wav");
+    Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1:sample_rate=48000", fast});
+    const auto run = Muxora({"pack", fast, "-o", WorkPath("fast.flv")});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(Contains(run.err, "FLV has numbers for PCM at 5512, 11025, 22050 and 44100 Hz, in one or two channels"))
+        << run.err;
+}
+
 TEST(Small, ThingsAUserTypes) {
     const auto bogus = Muxora({"bogus"});
     EXPECT_EQ(bogus.exit_code, 2);
@@ -251,6 +320,21 @@ TEST(Small, ThingsAUserTypes) {
     const auto negative = Muxora({"pack", Clip(), "-o", "x.ts", "--duration", "-1"});
     EXPECT_EQ(negative.exit_code, 2);
     EXPECT_LT(negative.err.size(), 160u) << negative.err;
+    const auto target = Muxora({"send", Clip(), "--to", "foo://127.0.0.1:5000"});
+    EXPECT_EQ(target.exit_code, 2);
+    EXPECT_TRUE(Contains(target.err, "is no rtp://HOST:PORT, udp://HOST:PORT or srt://HOST:PORT")) << target.err;
+    const std::string telephone = WorkPath("mulaw.wav");
+    Ffmpeg({"-f", "lavfi", "-i", "sine=duration=1:sample_rate=8000", "-c:a", "pcm_mulaw", telephone});
+    const auto sound = Muxora({"send", telephone, "--to", "udp://127.0.0.1:9"});
+    EXPECT_TRUE(Contains(sound.err, "(send it to rtp://, or leave the stream out with --no-audio)")) << sound.err;
+    const auto stream = Muxora({"pack", Clip(), "-o", WorkPath("x.ts"), "--audio", "9"});
+    EXPECT_TRUE(Contains(stream.err, "there is no stream 9 in the inputs; they have streams 0 to 1")) << stream.err;
+    const auto nothing = Muxora({"pack", Clip(), "-o", WorkPath("x.ts"), "--no-video", "--no-audio"});
+    EXPECT_TRUE(Contains(nothing.err, "both are left out by options")) << nothing.err;
+    const auto playlist = Muxora({"pack", Clip(), "-o", WorkPath("x.m3u8"), "-f", "ts"});
+    EXPECT_EQ(playlist.exit_code, 2);
+    EXPECT_TRUE(Contains(playlist.err, "makes a playlist over CMAF segments")) << playlist.err;
+    EXPECT_FALSE(fs::exists(WorkPath("x.m3u8")));
     const auto m2ts = Muxora({"pack", Clip(), "-o", WorkPath("x.m2ts")});
     EXPECT_EQ(m2ts.exit_code, 2);
     EXPECT_TRUE(Contains(m2ts.err, "192 bytes")) << m2ts.err;
@@ -321,6 +405,11 @@ TEST(Jobs, OneThatFailsDoesNotStopTheOthers) {
     for (const std::string name : {"a", "b", "d"})
         EXPECT_EQ(Pictures(out + "/" + name + ".ts").size(), 50u);
     EXPECT_EQ(Muxora({"pack", "--jobs", "2", "-f", "ts", "-o", out + "/no", in + "/a.mp4"}).exit_code, 2);
+    // Without a summary, failures are told all the same.
+    const auto quiet = Muxora({"pack", "--jobs", "2", "-f", "ts", "-o", out, "--quiet", in + "/a.mp4", in + "/c.mp4"});
+    EXPECT_EQ(quiet.out, "");
+    EXPECT_EQ(quiet.err, "failed " + in + "/c.mp4: " + in + "/c.mp4: is no media file that can be read\n" +
+                             "muxora: 1 of 2 files failed\n");
 }
 
 }  // namespace
