@@ -91,6 +91,9 @@ GatewayRun::GatewayRun(const Options& options)
         http_.Stop();
         rtsp_.Stop();
         works_.clear();
+        // A stream and what takes its frames hold each other until it ends.
+        for (const StreamPtr& stream : hub_.All())
+            stream->End();
         workers_.Stop();
         throw std::runtime_error(std::string(name).append(": ").append(why));
     }
