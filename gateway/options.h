@@ -26,12 +26,13 @@ struct Options {
     std::string certificate;  // TLS, PEM; empty: plain
     std::string private_key;
     std::string cors;
-    std::string publish;                                                   // servers of a relay, where all streams go
-    std::string from;                                                      // and from where all that are published come
-    std::string credentials;                                               // of the relay's user
-    std::string share;                                                     // folder of the page
-    size_t threads = 0;                                                    // 0: one a core
-    unsigned collect_ms = static_cast<unsigned>(kDefaultCollect.count());  // see kCollectFrom
+    std::string publish;      // servers of a relay, where all streams go
+    std::string from;         // and from where all that are published come
+    std::string credentials;  // of the relay's user
+    std::string share;        // folder of the page
+    size_t threads = 0;       // 0: one a core
+    // Milliseconds that what goes to many clients is collected, at most; 0: never. See kCollectFrom.
+    unsigned collect_ms = static_cast<unsigned>(kDefaultCollect.count());
     LogForm log = LogForm::kText;
     bool quiet = false;
     bool plain_rtsp = false;
