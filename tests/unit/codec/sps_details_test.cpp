@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 
 #include "support/bits.h"
@@ -87,6 +88,41 @@ TEST(AvcSps, EachSampleAspect) {
         EXPECT_EQ(sps->sar_width, aspects[idc].width) << idc;
         EXPECT_EQ(sps->sar_height, aspects[idc].height) << idc;
     }
+}
+
+// MaxDpbMbs (ITU-T H.264 Table A-1): as many pictures may be held back as fit, 16 at most.
+TEST(AvcSps, AStreamThatDoesNotSayReordersAsFarAsItsLevelAllows) {
+    struct Level {
+        uint32_t level_idc;
+        uint32_t macroblocks;
+    };
+    const Level levels[] = {{9, 396},     {10, 396},    {11, 900},    {12, 2376},   {13, 2376},
+                            {20, 2376},   {21, 4752},   {22, 8100},   {30, 8100},   {31, 18000},
+                            {32, 20480},  {40, 32768},  {41, 32768},  {42, 34816},  {50, 110400},
+                            {51, 184320}, {52, 184320}, {60, 696320}, {61, 696320}, {62, 696320}};
+    const auto reorder = [](uint32_t level_idc, uint32_t width, uint32_t height) {
+        BitString bits;
+        bits.Put(0x67, 8).Put(77, 8).Put(0, 8).Put(level_idc, 8).Ue(0).Ue(0).Ue(0).Ue(0).Ue(1).Put(0, 1);
+        bits.Ue(width - 1).Ue(height - 1).Put(1, 1).Put(1, 1).Put(0, 1).Put(0, 1).Put(1, 1);
+        const auto sps = ReadAvcSps(bits.Bytes());
+        return sps ? sps->max_reorder : ~0u;
+    };
+    for (const Level& level : levels) {
+        int tried = 0;
+        for (uint32_t width = 10; width <= 250; ++width) {
+            for (uint32_t height = 10; height <= 250; ++height) {
+                const uint32_t size = width * height;
+                const uint32_t over = level.macroblocks % size;
+                // Where one macroblock more or less makes a picture.
+                if (over != 0 && over != size - 1) continue;
+                ASSERT_EQ(reorder(level.level_idc, width, height), std::min(level.macroblocks / size, 16u))
+                    << level.level_idc << ": " << width << " x " << height;
+                ++tried;
+            }
+        }
+        EXPECT_GT(tried, 2) << level.level_idc;
+    }
+    EXPECT_EQ(reorder(99, 20, 15), 16u) << "no level";
 }
 
 TEST(AvcSps, RefusesOtherUnitsAndSizesThatNoStreamHas) {

@@ -56,6 +56,14 @@ TEST_F(Hmp4Packet, IsFragmentedWhileItGrows) {
     // mfhd's sequence_number, counted from 1 (ISO/IEC 14496-12 8.8.5).
     EXPECT_EQ(test::Slice(file.Payload("moof:0"), 4, 12), Text("mfhd") + Bytes("00000000 00000001"));
     EXPECT_EQ(test::Slice(file.Payload("moof:1"), 4, 12), Text("mfhd") + Bytes("00000000 00000002"));
+    // A patch has no time and no stream.
+    for (const auto& block : stream->blocks) {
+        if (block.note.kind != MX_BLOCK_PATCH) continue;
+        EXPECT_EQ(block.note.flags, 0u);
+        EXPECT_EQ(block.note.time_scale, 0u);
+        EXPECT_EQ(block.note.dts, 0);
+        EXPECT_EQ(block.note.duration, 0);
+    }
     // Each block says where it goes.
     EXPECT_EQ(stream->blocks[0].note.block.seek_type, 0u);
     EXPECT_EQ(stream->blocks[1].note.block.offset, static_cast<int64_t>(stream->blocks[0].data.size()));

@@ -41,6 +41,24 @@ ByteVector Head(const std::vector<FragmentPart>& parts) {
     return bytes;
 }
 
+// Version 1 has 64 bits of each time (ISO/IEC 14496-12 8.2.2).
+TEST(MovieHeader, ALongDurationTakesWideFields) {
+    const auto written = [](uint64_t duration) {
+        ByteVector bytes;
+        BoxWriter out(bytes);
+        WriteMovieHeader(out, 1000, duration);
+        return bytes;
+    };
+    const ByteVector narrow = written(0xFFFFFFFE);
+    ASSERT_EQ(narrow.size(), 108u);
+    EXPECT_EQ(test::Slice(narrow, 0, 12), Bytes("0000006C") + Text("mvhd") + Bytes("00 000000"));
+    EXPECT_EQ(test::Slice(narrow, 20, 8), Bytes("000003E8 FFFFFFFE"));
+    const ByteVector wide = written(0x100000000);
+    ASSERT_EQ(wide.size(), 120u);
+    EXPECT_EQ(test::Slice(wide, 0, 12), Bytes("00000078") + Text("mvhd") + Bytes("01 000000"));
+    EXPECT_EQ(test::Slice(wide, 28, 12), Bytes("000003E8 00000001 00000000"));
+}
+
 // 8.8.4 to 8.8.8: a key picture and two others, of one duration, without reordering.
 TEST(FragmentHead, EqualDurationsNeedNoColumn) {
     const Mp4Track track = Video();

@@ -89,6 +89,19 @@ TEST(Moov, SizeOfAnH264Track) {
     }
 }
 
+TEST(Trak, OnlyTheFirstFrameIsAskedWhatTheTrackIs) {
+    CBox_trak trak(BoxVariant::kMp4);
+    trak.Init(kAudioTrack, nullptr);
+    EXPECT_FALSE(trak.IsPresent());
+    const TrackInfo first = Audio(48000);
+    trak.Init(kAudioTrack, &first);
+    EXPECT_TRUE(trak.IsPresent());
+    const ByteVector bytes = Written(trak);
+    const TrackInfo second = Audio(8000, 7);
+    trak.Init(kAudioTrack, &second);
+    EXPECT_EQ(Written(trak), bytes);
+}
+
 // An AAC trak at a listed rate takes 444 + 8 S bytes in an MP4.
 TEST(Moov, SizeOfAnAacTrack) {
     const ByteVector frame = KeyFrame(20, 5);

@@ -66,6 +66,8 @@ TEST(AudioUnits, WhatIsNoFrameIsPassedOver) {
     ByteVector other = Adts(20);
     other[2] = 0x50;  // 44100 Hz
     EXPECT_EQ(Cut(MX_AUDIO_AAC, other + Adts(20) + Adts(21)), (std::vector<ByteVector>{Adts(20), Adts(21)}));
+    other[2] = 0xCC;  // another profile
+    EXPECT_EQ(Cut(MX_AUDIO_AAC, other + Adts(20) + Adts(21)), (std::vector<ByteVector>{Adts(20), Adts(21)}));
     EXPECT_TRUE(Cut(MX_AUDIO_AAC, ByteVector(5000, 0xFF)).empty());
     EXPECT_TRUE(Cut(MX_AUDIO_MPEG, ByteVector(5000, 0xFF)).empty());
     EXPECT_TRUE(Cut(MX_AUDIO_AAC, ByteVector(5000, 0)).empty());

@@ -3,6 +3,7 @@
 
 #include "support/allocation_counter.h"
 #include "support/avc_stream.h"
+#include "units/unit_cutter.h"
 #include "units_fixture.h"
 
 namespace Orvane::Muxora {
@@ -230,6 +231,22 @@ TEST_F(AvcUnits, WithoutMemoryAUnitIsGoneAndTheNextOneCounts) {
         EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u);
     }
     ExpectUnits({sets + slice, AvcSlice({.frame_num = 1})});
+}
+
+TEST(UnitInfo, ARateIsInLowestTermsOrNotStated) {
+    const auto rate = [](uint64_t numerator, uint64_t denominator) {
+        UnitInfo info;
+        info.SetRate(numerator, denominator);
+        return std::pair(info.rate_numerator, info.rate_denominator);
+    };
+    EXPECT_EQ(rate(60000, 2002), std::pair(30000u, 1001u));
+    EXPECT_EQ(rate(50, 2), std::pair(25u, 1u));
+    EXPECT_EQ(rate(0, 25), std::pair(0u, 0u));
+    EXPECT_EQ(rate(25, 0), std::pair(0u, 0u));
+    EXPECT_EQ(rate(0, 0), std::pair(0u, 0u));
+    EXPECT_EQ(rate(1, 0xFFFFFFFF), std::pair(1u, 0xFFFFFFFFu));
+    EXPECT_EQ(rate(1, 0x100000000), std::pair(0u, 0u));
+    EXPECT_EQ(rate(2, 0x100000000), std::pair(1u, 0x80000000u));
 }
 
 TEST(Units, WhatTheCIsAskedWrongly) {
