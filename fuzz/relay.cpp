@@ -7,13 +7,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <map>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "bounds.h"
+#include "gateway/header_map.h"
 #include "hub/stream_name.h"
 #include "relay/inbox.h"
 #include "relay/message.h"
@@ -23,19 +23,11 @@ using namespace Orvane::Muxora::Gateway;
 
 namespace {
 
-using HeaderMap = std::map<std::string, std::string>;
+using test::HeaderMap;
+using test::ParseHeaders;
 
 void Require(bool good) {
     if (!good) std::abort();
-}
-
-bool Parse(const HeaderMap& headers, RelayNote& note) {
-    return ParseNote(
-        [&headers](const char* name) {
-            const auto found = headers.find(name);
-            return found != headers.end() ? found->second.c_str() : nullptr;
-        },
-        note);
 }
 
 HeaderMap TakeHeaders(std::string_view& rest) {
@@ -79,7 +71,7 @@ void CheckNote(const RelayNote& note) {
     for (const auto& [name, value] : PrintNote(note))
         printed.emplace(name, value);
     RelayNote again;
-    Require(Parse(printed, again));
+    Require(ParseHeaders(printed, again));
     Require(again.origin == note.origin && again.number == note.number && again.since_key == note.since_key &&
             again.piece == note.piece && again.pieces == note.pieces && again.time_scale == note.time_scale &&
             again.dts == note.dts && again.pts == note.pts && again.duration == note.duration &&
@@ -110,7 +102,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int64_t now_us = 0;
     while (!rest.empty()) {
         RelayMessage message;
-        const bool good = Parse(TakeHeaders(rest), message.note);
+        const bool good = ParseHeaders(TakeHeaders(rest), message.note);
         now_us += int64_t{TakeByte(rest)} * 100000;
         const size_t low = TakeByte(rest);
         const std::string_view payload = rest.substr(0, low | size_t{TakeByte(rest)} << 8);

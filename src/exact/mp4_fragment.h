@@ -43,7 +43,7 @@ class FragmentTrack {
     uint8_t* Place(size_t bytes) { return media_.Reserve(bytes); }
     // The sample before lasts until this one. `duration` 0: not known.
     void Add(const Mp4Sample& sample) {
-        samples_.emplace_back() = sample;
+        samples_.push_back(sample);
         if (samples_.size() > 1) {
             Mp4Sample& before = samples_[samples_.size() - 2];
             before.duration = Between(before.dts, sample.dts);

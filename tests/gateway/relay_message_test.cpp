@@ -5,10 +5,10 @@
 
 #include <cstring>
 #include <limits>
-#include <map>
 #include <stdexcept>
 #include <string>
 
+#include "header_map.h"
 #include "relay/session_clock.h"
 #include "relay/unit.h"
 #include "sources/source.h"
@@ -17,16 +17,8 @@ using namespace Orvane::Muxora::Gateway;
 
 namespace {
 
-using HeaderMap = std::map<std::string, std::string>;
-
-bool ParseMap(const HeaderMap& headers, RelayNote& note) {
-    return ParseNote(
-        [&headers](const char* name) {
-            const auto found = headers.find(name);
-            return found != headers.end() ? found->second.c_str() : nullptr;
-        },
-        note);
-}
+using test::HeaderMap;
+using test::ParseHeaders;
 
 const HeaderMap kGood = {
     {"Muxora-Origin", "660da85573019bd4"},
@@ -88,7 +80,7 @@ TEST(RelayNote, Headers) {
 
 TEST(RelayNote, IsReadBack) {
     RelayNote note;
-    ASSERT_TRUE(ParseMap(kGood, note));
+    ASSERT_TRUE(ParseHeaders(kGood, note));
     EXPECT_EQ(note.origin, "660da85573019bd4");
     EXPECT_EQ(note.number, 107U);
     EXPECT_EQ(note.since_key, 7U);
@@ -103,7 +95,7 @@ TEST(RelayNote, IsReadBack) {
     HeaderMap more = kGood;
     more["Muxora-Piece"] = "2/3";
     more["Muxora-Sample-Rate"] = "12000";
-    ASSERT_TRUE(ParseMap(more, note));
+    ASSERT_TRUE(ParseHeaders(more, note));
     EXPECT_EQ(note.piece, 1U);
     EXPECT_EQ(note.pieces, 3U);
     EXPECT_EQ(note.samples_per_sec, 12000U);
@@ -114,11 +106,11 @@ TEST(RelayNote, WhatIsNoneIsRefused) {
     for (const auto& [name, value] : kGood) {
         HeaderMap without = kGood;
         without.erase(name);
-        EXPECT_FALSE(ParseMap(without, note)) << name;
+        EXPECT_FALSE(ParseHeaders(without, note)) << name;
         for (const char* bad : {"", "x", "1x", " 1", "1 ", "99999999999999999999"}) {
             HeaderMap changed = kGood;
             changed[name] = bad;
-            EXPECT_FALSE(ParseMap(changed, note)) << name << ": " << bad;
+            EXPECT_FALSE(ParseHeaders(changed, note)) << name << ": " << bad;
         }
     }
     const std::pair<const char*, const char*> bad[] = {
@@ -138,7 +130,7 @@ TEST(RelayNote, WhatIsNoneIsRefused) {
     for (const auto& [name, value] : bad) {
         HeaderMap changed = kGood;
         changed[name] = value;
-        EXPECT_FALSE(ParseMap(changed, note)) << name << ": " << value;
+        EXPECT_FALSE(ParseHeaders(changed, note)) << name << ": " << value;
     }
 }
 
