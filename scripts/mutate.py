@@ -6,16 +6,23 @@
 Works on a copy of the sources and of the objects of build/release: the changed file is compiled by itself, and linked
 into the tests of its folder, those of the interface, and those of whoever stands on it; the first test that fails kills
 the mutant, quick tests come first. What came of each mutant is kept in build/mutate/results.tsv, so that a run takes up where
-the last one ended; --again tries the survivors once more, after a test was written, and --table prints what there is.
-A survivor is a test that is missing, or a change that makes no difference: the reader decides, and names the latter
-with its reason in scripts/mutants.txt. Those are counted apart.
+the last one ended; --table prints what there is.
+A survivor is a test that is missing, or a change that makes no difference. Where the optimiser makes the same code of
+both, the latter is plain ("same"); else the reader decides, and names it with its reason in scripts/mutants.txt. Both are
+counted apart.
+
+Each run has a desk of its own, and asks before each mutant what others found meanwhile: several may run at once, with
+different seeds, while the tests are edited and built. What survives has been tried by all tests of its folder and by the
+quick ones of others; --again tries the survivors once more, by all that may tell, after tests were written.
 
 Left out are kernels (each is tested against the plain one), and headers that more than ten files include: a mutant of
 one of those costs minutes.
 """
 
 import argparse
+import atexit
 import collections
+import filecmp
 import json
 import os
 import pathlib
@@ -31,7 +38,8 @@ import time
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 BUILD = ROOT / "build" / "release"
 WORK = ROOT / "build" / "mutate"
-TREE = WORK / "tree"  # src, include, and the objects of the build in their places
+DESK = WORK / f"desk-{os.getpid()}"
+TREE = DESK / "tree"  # src, include, and the objects of the build in their places
 RESULTS = WORK / "results.tsv"
 EQUIVALENT = ROOT / "scripts" / "mutants.txt"
 OBJECTS = "src/CMakeFiles/muxora_objects.dir/"
@@ -39,8 +47,11 @@ FLOOR = ["basalt", "core", "codec"]
 FAMILIES = ["containers", "exact", "iso", "mkv", "mpeg2", "ovx", "rtp", "units"]
 FOLDERS = FLOOR + FAMILIES + ["api"]
 OTHERS = ["interface_tests", "fault_tests", "tools_ovx_reader"]
-QUICK, SLOW = 0.25, 6.0  # seconds of a test by itself: below the first it comes first, above the second it is left out
+TIERS = (0.02, 0.25, 6.0)  # seconds of a test by itself: the quick ones come first, the slowest are left out
 MOST_FILES = 10
+# Which fault tests, by the format in their name, stand on a family.
+FAULTS = {"containers": r"/(asf|avi|flv|wav)", "exact": r"/(fmp4|hmp4|x)", "iso": r"/(mp4|mov|3gp)", "mkv": r"/mkv",
+          "mpeg2": r"/(ovps|gdps|gaysps|ps|ts)", "ovx": r"/ovx", "rtp": r"/rtp", "units": r"/none"}
 
 # What a token may become.
 SWAPS = {
@@ -105,15 +116,19 @@ def run(command, cpu_seconds=120, env=None):
 
 
 class Compiler:
-    """The files of the library, each by itself: without the optimiser, with the standard headers precompiled."""
+    """The files of the library, each by itself, with the standard headers precompiled."""
 
     def __init__(self):
-        self.headers = WORK / "standard.h"
-        self.headers.write_text("".join(f"#include <{name}>\n" for name in (
+        headers = DESK / "standard.h"
+        headers.write_text("".join(f"#include <{name}>\n" for name in (
             "algorithm", "array", "cstdint", "cstring", "functional", "limits", "memory", "new", "optional", "span",
             "string", "string_view", "vector")))
-        self.flags = ["-std=c++20", "-fPIC", "-O0", "-DNDEBUG", "-w"]
-        subprocess.run(["clang++", *self.flags, "-x", "c++-header", self.headers, "-o", f"{self.headers}.pch"], check=True)
+        self.ways = {}
+        for level in ("-O0", "-O2"):
+            flags = ["clang++", "-std=c++20", "-fPIC", level, "-DNDEBUG", "-w"]
+            made = DESK / f"standard{level}.pch"
+            subprocess.run([*flags, "-x", "c++-header", headers, "-o", made], check=True)
+            self.ways[level] = [*flags, "-include-pch", made]
         self.commands = {}
         for entry in json.loads((BUILD / "compile_commands.json").read_text()):
             output = shlex.split(entry["command"])
@@ -137,9 +152,14 @@ class Compiler:
                     users[str(file.relative_to(ROOT))].add(f"src/{source}")
         return users
 
+    def compile(self, source, path, overlay, made, level="-O0"):
+        """A header of the overlay is found in front of the real one."""
+        made.parent.mkdir(parents=True, exist_ok=True)
+        return run([*self.ways[level], f"-I{overlay}/src", *self.commands[source], "-c", path, "-o", made]) == 0
+
     def build(self, mutant, text):
         """The objects with the change in them, by the names of those they stand for; None if one does not compile."""
-        overlay = WORK / "overlay"
+        overlay = DESK / "overlay"
         shutil.rmtree(overlay, ignore_errors=True)
         changed = overlay / mutant.file
         changed.parent.mkdir(parents=True)
@@ -147,14 +167,23 @@ class Compiler:
         objects = {}
         for source in sorted(self.users[mutant.file]):
             made = overlay / f"{source}.o"
-            made.parent.mkdir(parents=True, exist_ok=True)
-            # A header is found in front of the real one.
-            path = changed if source == mutant.file else TREE / source
-            if run(["clang++", *self.flags, "-include-pch", f"{self.headers}.pch", f"-I{overlay}/src",
-                    *self.commands[source], "-c", path, "-o", made]) != 0:
+            if not self.compile(source, changed if source == mutant.file else TREE / source, overlay, made):
                 return None
             objects[f"{OBJECTS}{source[4:]}.o"] = str(made)
         return objects
+
+    def same_code(self, mutant):
+        """Whether the optimiser makes the same of the file that build() has left and of the one it stands for."""
+        overlay = DESK / "overlay"
+        for source in sorted(self.users[mutant.file]):
+            plain, made = DESK / "plain" / f"{source}.o", overlay / f"{source}.o2"
+            if not plain.exists():
+                self.compile(source, TREE / source, DESK / "none", plain, "-O2")
+            # The name of the file is kept out of the object.
+            path = overlay / source if source == mutant.file else TREE / source
+            if not self.compile(source, path, overlay, made, "-O2") or not filecmp.cmp(plain, made, shallow=False):
+                return False
+        return True
 
 
 class Program:
@@ -166,7 +195,7 @@ class Program:
         self.library = OBJECTS not in " ".join(self.link)
         (TREE / "bin").mkdir(exist_ok=True)
         shutil.copy(BUILD / "bin" / name, TREE / "bin" / name)
-        self.quick, self.slow = [], []
+        self.tiers = [[] for _ in TIERS]
 
     @staticmethod
     def link_command(output):
@@ -183,23 +212,24 @@ class Program:
         return words
 
     def measure(self, kept):
-        report = WORK / f"{self.name}.json"
+        report = DESK / f"{self.name}.json"
         if run([TREE / "bin" / self.name, f"--gtest_output=json:{report}"], 600) != 0:
             sys.exit(f"{self.name} fails without a change")
         for suite in json.loads(report.read_text())["testsuites"]:
             for test in suite["testsuite"]:
                 seconds = float(test["time"].rstrip("s"))
-                if seconds < SLOW:
-                    (self.quick if seconds < QUICK else self.slow).append(f"{suite['name']}.{test['name']}")
-        kept[self.name] = [self.quick, self.slow]
+                tier = next((tier for tier, most in zip(self.tiers, TIERS) if seconds < most), None)
+                if tier is not None:
+                    tier.append(f"{suite['name']}.{test['name']}")
+        kept[self.name] = self.tiers
 
     def binary(self, objects):
         """The program with these objects in it, and the environment that it wants; None if it can't be linked."""
         library = Program.library_command if self.library else None
         if library is None:
-            made = WORK / "mutant"
+            made = DESK / "mutant"
             return (made, None) if self.linked(self.link, objects, made) else (None, None)
-        made = WORK / "lib" / "libmuxora.so.1"
+        made = DESK / "lib" / "libmuxora.so.1"
         made.parent.mkdir(exist_ok=True)
         if not self.linked(library, objects, made):
             return None, None
@@ -218,7 +248,7 @@ class Program:
         if binary is None:
             return True
         # The names are many: the program reads them from a file of flags.
-        flags = WORK / "flags"
+        flags = DESK / "flags"
         flags.write_text("--gtest_filter=" + ":".join(tests) + "\n--gtest_brief=1\n--gtest_fail_fast\n")
         return run([binary, f"--gtest_flagfile={flags}"], cpu_seconds, env) != 0
 
@@ -231,21 +261,44 @@ def programs_for(folder):
         ["tools_ovx_reader"] * (folder == "ovx")
 
 
-def survives(programs, folder, objects):
-    """The folder's own tests come first, as they kill most; the slow ones last."""
-    names = programs_for(folder)
-    return not any(programs[name].fails(objects, programs[name].quick, 10) for name in names) and \
-        not any(programs[name].fails(objects, programs[name].slow, 60) for name in names)
+def suspects(programs, folder, tier):
+    """Program and tests, in the order in which they are worth trying."""
+    for name in programs_for(folder):
+        tests = programs[name].tiers[tier]
+        if name == "fault_tests" and folder in FAULTS:
+            tests = [test for test in tests if re.search(FAULTS[folder], test)]
+        yield programs[name], tests
+
+
+def judge(compiler, programs, mutant, text, thorough):
+    """broken (does not compile), killed, same (no other code) or survived."""
+    objects = compiler.build(mutant, text)
+    if objects is None:
+        return "broken"
+
+    def killed(tier, cpu_seconds, own, others):
+        return any(program.fails(objects, tests, cpu_seconds)
+                   for number, (program, tests) in enumerate(suspects(programs, mutant.folder, tier))
+                   if (own if number == 0 else others))
+
+    # The folder's own tests come first, as they kill most.
+    if killed(0, 4, True, False) or killed(1, 15, True, False):
+        return "killed"
+    if compiler.same_code(mutant):
+        return "same"
+    if killed(0, 4, False, True) or killed(2, 60, True, False):
+        return "killed"
+    return "killed" if thorough and (killed(1, 30, False, True) or killed(2, 60, False, True)) else "survived"
 
 
 def read_equivalent():
-    """Changes that make no difference, as they were looked at: file | line | token | replacement, with the reason above."""
+    """Changes that make no difference, as they were looked at: file, line, token, replacement, by tabs."""
     with open(EQUIVALENT, encoding="utf-8") as listed:
-        return {tuple(part.strip() for part in line.split(" | ")) for line in listed if line.strip() and line[0] != "#"}
+        return {tuple(line.rstrip("\n").split("\t")) for line in listed if line.strip() and line[0] != "#"}
 
 
 def read_results():
-    """Mutant -> killed, survived or broken (does not compile), as far as the line still stands."""
+    """Mutant -> what came of it the last time."""
     if not RESULTS.exists():
         return {}
     rows = (line.rstrip("\n").split("\t") for line in RESULTS.open(encoding="utf-8"))
@@ -269,9 +322,10 @@ def prepare_programs():
     kept_file = WORK / "times.json"
     newest = max((BUILD / "bin" / name).stat().st_mtime for name in names)
     kept = json.loads(kept_file.read_text()) if kept_file.exists() and kept_file.stat().st_mtime > newest else {}
+    kept = {name: tiers for name, tiers in kept.items() if len(tiers) == len(TIERS)}
     for name, program in programs.items():
         if name in kept:
-            program.quick, program.slow = kept[name]
+            program.tiers = kept[name]
         else:
             program.measure(kept)
     kept_file.write_text(json.dumps(kept))
@@ -300,7 +354,8 @@ def main():
         return print_table(results, equivalent)
 
     subprocess.run(["cmake", "--preset", "release", "-DMUXORA_WERROR=ON"], cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
-    shutil.rmtree(TREE, ignore_errors=True)
+    TREE.mkdir(parents=True)
+    atexit.register(shutil.rmtree, DESK, ignore_errors=True)
     for name in ("src", "include"):
         shutil.copytree(ROOT / name, TREE / name)
     programs = prepare_programs()
@@ -311,26 +366,25 @@ def main():
         mutants = [one for one in mutants if results.get(one.name) == "survived" and one.name not in equivalent]
     else:
         random.Random(options.seed).shuffle(mutants)
-        mutants = [one for one in mutants if one.name not in results]
     tried = 0
     begin, used = time.time(), processor_time()
     for mutant in mutants:
         if tried == options.count and not options.again or time.time() > end:
             break
+        if not options.again and mutant.name in read_results():
+            continue
         lines = (TREE / mutant.file).read_text(encoding="utf-8").split("\n")
         line = lines[mutant.line]
         lines[mutant.line] = line[:mutant.start] + mutant.swap + line[mutant.stop:]
-        objects = compiler.build(mutant, "\n".join(lines))
-        outcome = "broken" if objects is None else "survived" if survives(programs, mutant.folder, objects) else "killed"
+        outcome = judge(compiler, programs, mutant, "\n".join(lines), options.again)
         tried += outcome != "broken"
-        results[mutant.name] = outcome
         with RESULTS.open("a", encoding="utf-8") as target:
             target.write("\t".join((outcome, *mutant.name)) + "\n")
         if outcome == "survived" and mutant.name not in equivalent:
-            print(f"{mutant.file}:{mutant.line + 1}\n" + " | ".join(mutant.name), flush=True)
+            print(f"line {mutant.line + 1}:\n" + "\t".join(mutant.name), flush=True)
     if tried:
         print(f"{tried} mutants, {(time.time() - begin) / tried:.1f} s each, of a processor {(processor_time() - used) / tried:.1f} s")
-    return print_table(results, equivalent)
+    return print_table(read_results(), equivalent)
 
 
 def print_table(results, equivalent):
@@ -342,7 +396,7 @@ def print_table(results, equivalent):
             texts[name[0]] = {line.strip() for line in path.read_text().split("\n")} if path.exists() else set()
         if outcome == "broken" or name[1] not in texts[name[0]]:
             continue  # the line is no longer there
-        same = outcome == "survived" and name in equivalent
+        same = outcome == "same" or outcome == "survived" and name in equivalent
         table[name[0].split("/")[1]]["equivalent" if same else outcome] += 1
     print(f"{'folder':<12}{'mutants':>9}{'killed':>9}{'survived':>10}{'equivalent':>12}{'score':>9}")
     total = collections.Counter()
