@@ -364,6 +364,11 @@ TEST(AttributeMap, OneTimeStandsForBothAndAScaleIsNeeded) {
     EXPECT_EQ(TimesOf(Converted(attributes, converter)).tag, 0u);
     attributes["dts"] = 8;
     EXPECT_EQ(TimesOf(Converted(attributes, converter)).pts, 8);
+    for (const long long scale : {1LL, 4294967295LL}) {
+        attributes["timescale"] = scale;
+        EXPECT_EQ(TimesOf(Converted(attributes, converter)).tag, MX_FRAME_TIMES_TAG) << scale;
+        EXPECT_EQ(TimesOf(Converted(attributes, converter)).time_scale, static_cast<uint32_t>(scale));
+    }
     for (const long long scale : {0LL, -1LL, 4294967296LL}) {
         attributes["timescale"] = scale;
         EXPECT_EQ(TimesOf(Converted(attributes, converter)).tag, 0u) << scale;

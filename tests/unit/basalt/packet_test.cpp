@@ -53,6 +53,7 @@ TEST(Packet, MovesWithItsBytes) {
     EXPECT_EQ(Held(second), test::Text("abcd"));
     EXPECT_FALSE(first.valid());      // NOLINT(bugprone-use-after-move)
     EXPECT_EQ(first.capacity(), 0u);  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(first.size(), 0u);      // NOLINT(bugprone-use-after-move)
     CPacket third(1);
     third = std::move(second);
     EXPECT_EQ(Held(third), test::Text("abcd"));

@@ -253,5 +253,13 @@ TEST(MpegTables, Bitrates) {
     }
 }
 
+// The length stands in the fourth to sixth byte. Where those are not all there, what is there counts as a frame.
+TEST(AdtsFrames, AHeaderThatIsCutOffCounts) {
+    EXPECT_EQ(CountAdts(Bytes("FF F1 4C 80 00")), 1u);
+    EXPECT_EQ(CountAdts(Bytes("FF F1 4C 80 00 00")), 0u) << "all there, and 0";
+    EXPECT_EQ(CountAdts(Bytes("FF F1 4C 80 00 1F")), 0u);
+    EXPECT_EQ(CountAdts(Bytes("FF F1 4C 80 00 20")), 1u);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

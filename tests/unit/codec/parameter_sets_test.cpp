@@ -308,5 +308,23 @@ TEST(ParameterSets, KeepsNoMoreThanTheirNumber) {
     EXPECT_LE(sets.UnitsSize(), CParameterSets::kMostSets * 45);
 }
 
+TEST(ParameterSets, AStartCodeAtTheEndIsAllThatIsRead) {
+    const ByteVector bytes = Bytes("00 00 00 01 65 88");
+    CParameterSets sets(NalCodec::kAvc);
+    const FrameNals found = sets.ScanAnnexB({bytes.data(), 4});
+    EXPECT_TRUE(found.has_start_code);
+    EXPECT_FALSE(found.has_picture);
+}
+
+TEST(ParameterSets, TheLongestSet) {
+    for (const size_t size : {size_t{4095}, size_t{4096}, size_t{4097}}) {
+        ByteVector sps = kHighSps;
+        sps.resize(size, 0x55);
+        CParameterSets sets(NalCodec::kAvc);
+        sets.ScanAnnexB(test::Units({sps, kHighPps, Bytes("65 88 84")}));
+        EXPECT_EQ(sets.Complete(), size <= 4096) << size;
+    }
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

@@ -330,5 +330,24 @@ TEST_F(Hmp4Packet, TheIndexTakesSixteenBytesASampleAtMost) {
     stream->Close();
 }
 
+// A patch is of no media: it has neither flags nor times.
+TEST_F(Hmp4Packet, PatchesHaveNoTimes) {
+    stream->Open();
+    for (int i = 0; i < 3; ++i)
+        stream->Video(Key(), MX_SUB_I, i * 90000, i * 90000, 90000);
+    stream->Close();
+    size_t patches = 0;
+    for (const ExactStream::Block& block : stream->blocks) {
+        if (block.note.kind != MX_BLOCK_PATCH) continue;
+        ++patches;
+        EXPECT_EQ(block.note.flags, 0u);
+        EXPECT_EQ(block.note.time_scale, 0u);
+        EXPECT_EQ(block.note.reserved, 0u);
+        EXPECT_EQ(block.note.dts, 0);
+        EXPECT_EQ(block.note.duration, 0);
+    }
+    EXPECT_GE(patches, 3u);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

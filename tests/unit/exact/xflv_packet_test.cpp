@@ -294,5 +294,68 @@ TEST_F(XflvPacket, AnEmptyFileIsOneAllTheSame) {
     EXPECT_EQ(stream->File()[4], 0);
 }
 
+// The whole of onMetaData where there is no room for an index: a name, a marker, a value (the AMF 0 format, 2.2
+// to 2.10).
+TEST_F(XflvPacket, MetadataOfSoundAlone) {
+    const auto property = [](const char* name, double value) {
+        const auto bits = std::bit_cast<uint64_t>(value);
+        ByteVector out =
+            ByteVector{0, static_cast<uint8_t>(std::string(name).size())} + test::Text(name) + ByteVector{0};
+        for (int shift = 56; shift >= 0; shift -= 8)
+            out.push_back(static_cast<uint8_t>(bits >> shift));
+        return out;
+    };
+    const auto flag = [](const char* name, bool value) {
+        return ByteVector{0, static_cast<uint8_t>(std::string(name).size())} + test::Text(name) +
+               ByteVector{1, static_cast<uint8_t>(value ? 1 : 0)};
+    };
+    const auto expected = [&](double duration, double rate, double file_size, double sample_rate, bool stereo) {
+        return Bytes("02 00 0A") + test::Text("onMetaData") + Bytes("08 00 00 00 0F") + property("duration", duration) +
+               property("width", 0) + property("height", 0) + property("framerate", 0) + property("videocodecid", 0) +
+               property("videodatarate", 0) + property("audiocodecid", stereo ? 8 : 7) +
+               property("audiosamplerate", sample_rate) + property("audiosamplesize", 16) +
+               property("audiodatarate", rate) + property("filesize", file_size) + property("lasttimestamp", duration) +
+               flag("stereo", stereo) + flag("hasVideo", false) + flag("hasAudio", true) + Bytes("00 00 09");
+    };
+    for (const bool stereo : {false, true}) {
+        const uint32_t codec = stereo ? MX_AUDIO_MULAW : MX_AUDIO_ALAW;
+        stream = ExactStream::Of<CXflvPacket>(MX_FORMAT_XFLV);
+        stream->Open(0, codec, 17);  // one entry takes 18
+        // Two frames of 20 ms: 64 kbit/s a channel.
+        ByteVector bytes(stereo ? 320 : 160, 0xD5);
+        MXFrameInfo frame = test::AudioFrame(bytes, codec);
+        frame.samples_per_sec = 8000;
+        frame.channels = stereo ? 2 : 1;
+        for (int64_t i = 0; i < 2; ++i) {
+            MXSetFrameTimes(&frame, 8000, i * 160, i * 160, 160);
+            ASSERT_EQ(stream->package->inputFrame(&frame, 0), 0u);
+        }
+        EXPECT_EQ(Tags().at(0).data, expected(0, 0, 0, 8000, stereo));
+        EXPECT_EQ(stream->Close(), 0u);
+        const auto size = static_cast<double>(stream->File().size());
+        EXPECT_EQ(Tags().at(0).data, expected(0.04, stereo ? 128 : 64, size, 8000, stereo));
+        EXPECT_EQ(Tags().at(1).data, ByteVector{static_cast<uint8_t>(stereo ? 0x83 : 0x72)} + bytes);
+    }
+}
+
+TEST_F(XflvPacket, MetadataOfAPictureWithoutSound) {
+    stream->Open(MX_VIDEO_H264, 0);
+    // 25 frames of 40 ms and 1000 bytes each: 200 kbit/s.
+    for (int i = 0; i < 25; ++i) {
+        ByteVector bytes = i == 0 ? Key() : Inter();
+        bytes.resize(1000, 0x55);
+        ASSERT_EQ(stream->Video(bytes, i == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600), 0u);
+    }
+    stream->Close();
+    const ByteVector metadata = Tags()[0].data;
+    EXPECT_EQ(Slice(metadata, 13, 5), Bytes("08 00 00 00 11"));
+    EXPECT_EQ(Number(metadata, "duration"), 1.0);
+    EXPECT_EQ(Number(metadata, "videodatarate"), 200.0);
+    for (const char* name : {"audiocodecid", "audiosamplerate", "audiosamplesize", "audiodatarate"})
+        EXPECT_EQ(Number(metadata, name), 0.0) << name;
+    for (const auto& [name, value] : {std::pair("stereo", "01 00"), {"hasVideo", "01 01"}, {"hasAudio", "01 00"}})
+        EXPECT_EQ(Slice(metadata, Find(metadata, name), 2), Bytes(value)) << name;
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

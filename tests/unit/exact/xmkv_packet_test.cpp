@@ -396,5 +396,24 @@ TEST_F(XmkvPacket, AnEmptyFileHasAHead) {
     EXPECT_TRUE(Segment().One(0x1654AE6B).children.empty());
 }
 
+// Start codes of three bytes take more room as lengths, and what was too much is given back: each frame stays whole.
+TEST_F(XmkvPacket, WhatWaitsKeepsItsBytes) {
+    stream->Open();
+    const auto shortened = [](uint8_t fill) { return Bytes("00 00 01 41 9A") + ByteVector(20, fill); };
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    for (int i = 1; i < 4; ++i)
+        EXPECT_EQ(stream->Video(shortened(static_cast<uint8_t>(i)), MX_SUB_P, i * 3600, i * 3600), 0u);
+    EXPECT_TRUE(stream->blocks.empty());
+    stream->Audio(test::Adts(Bytes("21 10 04")), 0);
+    std::vector<ByteVector> pictures;
+    const Element segment = Segment();
+    for (const Element* block : segment.One(0x1F43B675).All(0xA3)) {
+        if (block->value.at(0) == 0x81) pictures.push_back(Slice(block->value, 4, block->value.size() - 4));
+    }
+    ASSERT_EQ(pictures.size(), 4u);
+    for (uint8_t i = 1; i < 4; ++i)
+        EXPECT_EQ(pictures[i], Bytes("00 00 00 16 41 9A") + ByteVector(20, i));
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

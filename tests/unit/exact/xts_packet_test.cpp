@@ -276,5 +276,33 @@ TEST_F(XtsPacket, WhatIsRefused) {
     EXPECT_EQ(stream->Audio(ByteVector(65527, 0), 0), 0u);
 }
 
+// Of a PES packet without a clock only the last packet has an adaptation field, for the bytes that are missing: 14
+// bytes of header, 7 and 1000 of the frame are five times 184 and 101.
+TEST_F(XtsPacket, OnlyTheLastPacketOfSoundIsFilled) {
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->blocks.clear();
+    stream->Audio(test::Adts(ByteVector(1000, 0x21)), 480);
+    const ByteVector bytes = stream->Forward();
+    std::vector<ByteVector> heads;
+    for (size_t at = 0; at < bytes.size(); at += 188) {
+        if ((test::ReadBE(bytes, at + 1, 2) & 0x1FFF) == kAudio) heads.push_back(test::Slice(bytes, at + 3, 3));
+    }
+    ASSERT_EQ(heads.size(), 6u);
+    for (size_t i = 0; i < 5; ++i)
+        EXPECT_EQ(heads[i][0], 0x10 + i) << "payload alone, and the counter";
+    EXPECT_EQ(heads[5], Bytes("35 52 00")) << "83 bytes: one of length, one of flags, the rest to fill";
+}
+
+TEST_F(XtsPacket, OnlyKeyFramesAreMarkedSo) {
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    EXPECT_EQ(stream->Last().note.flags, static_cast<uint32_t>(MX_BLOCK_KEY | MX_BLOCK_VIDEO));
+    stream->Video(Inter(), MX_SUB_P, 3600, 3600);
+    EXPECT_EQ(stream->Last().note.flags, static_cast<uint32_t>(MX_BLOCK_VIDEO));
+    stream->Audio(test::Adts(Bytes("21")), 0);
+    EXPECT_EQ(stream->Last().note.flags, static_cast<uint32_t>(MX_BLOCK_AUDIO));
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

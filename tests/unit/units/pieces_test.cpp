@@ -220,5 +220,19 @@ TEST(Pieces, WithoutMemoryForLongStartCodes) {
     EXPECT_EQ(MX_CreateAccessUnits(MX_FRAME_AUDIO, MX_AUDIO_AAC, 0), nullptr);
 }
 
+TEST(Pieces, AnotherLayersHeaderIsNone) {
+    // All of 96 bytes: 144 * 32000 / 48000 with Layers II and III, 144 * 16000 / 24000 with MPEG-2.
+    const auto frame = [](const char* header) { return Bytes(header) + ByteVector(92, 0x11); };
+    const ByteVector own = frame("FF FD 14 C0");
+    for (const char* other : {"FF FB 14 C0", "FF F5 24 C0"})
+        EXPECT_EQ(InPieces(MX_FRAME_AUDIO, MX_AUDIO_MPEG, frame(other) + own + own, 1000),
+                  (std::vector<ByteVector>{own, own}))
+            << other;
+    for (const char* same : {"FF FC 14 C0", "FF FD 14 80"})  // a checksum; another mode
+        EXPECT_EQ(InPieces(MX_FRAME_AUDIO, MX_AUDIO_MPEG, frame(same) + own + own, 1000),
+                  (std::vector<ByteVector>{frame(same), own, own}))
+            << same;
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora
