@@ -95,20 +95,20 @@ TEST(FragmentedMovie, EveryBox) {
                                                                             ByteVector(32) + Bytes("0018 FFFF") +
                                                                             Box("avcC", Bytes("01 42 C0 1E")))) +
                                                 EmptyTables()))));
-    const ByteVector audio = Box(
-        "trak",
-        Box("tkhd", Bytes("00000003") + kTimes + Bytes("00000002 00000000 00000000") + ByteVector(8) +
-                        Bytes("0000 0001 0100 0000") + kMatrix + Bytes("00000000 00000000")) +
-            Box("mdia",
-                Box("mdhd", Bytes("00000000") + kTimes + Bytes("00001F40 00000000 55C4 0000")) +
-                    Box("hdlr", Bytes("00000000 00000000") + Text("soun") + ByteVector(12) + Text("SoundHandler") +
-                                    Bytes("00")) +
-                    Box("minf", Box("smhd", Bytes("00000000 0000 0000")) + DataInformation() +
-                                    Box("stbl", Box("stsd", Bytes("00000000 00000001") +
-                                                                Box("alaw", ByteVector(6) + Bytes("0001") +
-                                                                                ByteVector(8) +
-                                                                                Bytes("0002 0010 00000000 1F400000"))) +
-                                                    EmptyTables()))));
+    const ByteVector audio =
+        Box("trak",
+            Box("tkhd", Bytes("00000003") + kTimes + Bytes("00000002 00000000 00000000") + ByteVector(8) +
+                            Bytes("0000 0001 0100 0000") + kMatrix + Bytes("00000000 00000000")) +
+                Box("mdia",
+                    Box("mdhd", Bytes("00000000") + kTimes + Bytes("00001F40 00000000 55C4 0000")) +
+                        Box("hdlr", Bytes("00000000 00000000") + Text("soun") + ByteVector(12) + Text("SoundHandler") +
+                                        Bytes("00")) +
+                        Box("minf",
+                            Box("smhd", Bytes("00000000 0000 0000")) + DataInformation() +
+                                Box("stbl", Box("stsd", Bytes("00000000 00000001") +
+                                                            Box("alaw", ByteVector(6) + Bytes("0001") + ByteVector(8) +
+                                                                            Bytes("0002 0010 00000000 1F400000"))) +
+                                                EmptyTables()))));
     const ByteVector extends = Box("mvex", Box("trex", Bytes("00000000 00000001 00000001") + ByteVector(12)) +
                                                Box("trex", Bytes("00000000 00000002 00000001") + ByteVector(12)));
     EXPECT_EQ(written, Box("moov", movie_header + picture + audio + extends));
@@ -154,10 +154,12 @@ TEST(TrackHeader, TurnsAndLargePictures) {
         const ByteVector box = Written([&](BoxWriter& out) { WriteTrackHeader(out, track, 0); });
         return test::Slice(box, 48, 44);
     };
-    EXPECT_EQ(tail(180, 640, 360, 1, 1), Bytes("FFFF0000 00000000 00000000 00000000 FFFF0000 00000000 02800000 01680000 "
-                                               "40000000 02800000 01680000"));
-    EXPECT_EQ(tail(270, 640, 360, 1, 1), Bytes("00000000 FFFF0000 00000000 00010000 00000000 00000000 00000000 02800000 "
-                                               "40000000 02800000 01680000"));
+    EXPECT_EQ(tail(180, 640, 360, 1, 1),
+              Bytes("FFFF0000 00000000 00000000 00000000 FFFF0000 00000000 02800000 01680000 "
+                    "40000000 02800000 01680000"));
+    EXPECT_EQ(tail(270, 640, 360, 1, 1),
+              Bytes("00000000 FFFF0000 00000000 00010000 00000000 00000000 00000000 02800000 "
+                    "40000000 02800000 01680000"));
     EXPECT_EQ(tail(45, 640, 360, 1, 1), kMatrix + Bytes("02800000 01680000")) << "a quarter turn at a time";
     EXPECT_EQ(tail(0, 0xFFFF, 0xFFFF, 1, 1), kMatrix + Bytes("FFFF0000 FFFF0000"));
     EXPECT_EQ(tail(0, 0x10000, 0x10001, 1, 1), kMatrix + Bytes("FFFF0000 FFFF0000"));
@@ -198,9 +200,11 @@ TEST(SampleDescriptions, ObjectTypes) {
     sound(MX_AUDIO_AAC, 96000, "40 15", Bytes("10 10"), "00000000");  // does not fit 16.16
     sound(MX_AUDIO_MPEG, 32000, "6B 15", {}, "7D000000");
     sound(MX_AUDIO_MPEG, 24000, "69 15", {}, "5DC00000");
-    for (const auto& [codec, type] :
-         {std::pair(MX_AUDIO_ALAW, "alaw"), {MX_AUDIO_MULAW, "ulaw"}, {MX_AUDIO_MULAW_ALT, "ulaw"},
-          {MX_AUDIO_PCM16, "sowt"}, {MX_AUDIO_PCM8, "raw "}})
+    for (const auto& [codec, type] : {std::pair(MX_AUDIO_ALAW, "alaw"),
+                                      {MX_AUDIO_MULAW, "ulaw"},
+                                      {MX_AUDIO_MULAW_ALT, "ulaw"},
+                                      {MX_AUDIO_PCM16, "sowt"},
+                                      {MX_AUDIO_PCM8, "raw "}})
         EXPECT_EQ(test::Slice(entry(Sound(codec, 65535)), 16, 36),
                   Box(type, ByteVector(6) + Bytes("0001") + ByteVector(8) + Bytes("0002 0010 00000000 FFFF0000")));
 }
