@@ -330,12 +330,13 @@ TEST_F(Hmp4Packet, TheIndexTakesSixteenBytesASampleAtMost) {
     stream->Close();
 }
 
-// A patch is of no media: it has neither flags nor times.
-TEST_F(Hmp4Packet, PatchesHaveNoTimes) {
+// What guards the end and states the size is of no media: it has neither flags nor times.
+TEST_F(Hmp4Packet, GuardsHaveNoTimes) {
     stream->Open();
     for (int i = 0; i < 3; ++i)
         stream->Video(Key(), MX_SUB_I, i * 90000, i * 90000, 90000);
     stream->Close();
+    EXPECT_EQ(stream->blocks.at(0).note.flags & MX_BLOCK_KEY, 0u) << "the head holds no picture";
     size_t patches = 0;
     for (const ExactStream::Block& block : stream->blocks) {
         if (block.note.kind != MX_BLOCK_PATCH) continue;

@@ -357,5 +357,48 @@ TEST_F(XflvPacket, MetadataOfAPictureWithoutSound) {
         EXPECT_EQ(Slice(metadata, Find(metadata, name), 2), Bytes(value)) << name;
 }
 
+TEST_F(XflvPacket, FramesWithoutDurationsLastAsLongAsTheOnesBefore) {
+    stream->Open(MX_VIDEO_H264, 0);
+    for (int i = 0; i < 25; ++i)
+        ASSERT_EQ(stream->Video(i == 0 ? Key() : Inter(), i == 0 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600), 0u);
+    stream->Close();
+    EXPECT_EQ(Number(Tags()[0].data, "duration"), 1.0);
+    for (const ExactStream::Block& block : stream->blocks) {
+        if (block.note.kind == MX_BLOCK_MEDIA) continue;
+        EXPECT_EQ(block.note.flags, 0u);
+        EXPECT_EQ(block.note.duration, 0);
+    }
+}
+
+// What FLV has no name for is refused, and a second header changes nothing.
+TEST_F(XflvPacket, WhatItTakes) {
+    ByteVector bytes(64, 0x55);
+    const auto accepts = [&](uint32_t codec, uint32_t rate, uint32_t channels) {
+        MXFrameInfo frame = test::AudioFrame(bytes, codec);
+        frame.samples_per_sec = rate;
+        frame.channels = channels;
+        return stream->package->checkFrame(&frame);
+    };
+    for (const uint32_t rate : {5500u, 5512u, 11025u, 22050u, 44100u}) {
+        EXPECT_TRUE(accepts(MX_AUDIO_PCM16, rate, 1)) << rate;
+        EXPECT_TRUE(accepts(MX_AUDIO_PCM8, rate, 2)) << rate;
+        EXPECT_FALSE(accepts(MX_AUDIO_PCM16, rate, 3)) << rate;
+    }
+    EXPECT_FALSE(accepts(MX_AUDIO_PCM16, 48000, 1));
+    EXPECT_FALSE(accepts(MX_AUDIO_ALAW, 16000, 1));
+    EXPECT_TRUE(accepts(MX_AUDIO_ALAW, 8000, 2));
+    EXPECT_FALSE(accepts(MX_AUDIO_MULAW, 8000, 3));
+    EXPECT_TRUE(accepts(MX_AUDIO_AAC, 96000, 6));
+    EXPECT_FALSE(accepts(MX_AUDIO_MULAW_ALT, 8000, 1));
+    for (const uint32_t codec : {MX_VIDEO_H264, MX_VIDEO_H264_ALT, MX_VIDEO_H264_STREAM, MX_VIDEO_H265}) {
+        const MXFrameInfo frame = test::VideoFrame(bytes, codec, MX_SUB_I);
+        EXPECT_TRUE(stream->package->checkFrame(&frame)) << codec;
+    }
+    for (const uint32_t codec : {MX_VIDEO_MPEG4, MX_VIDEO_MJPEG, MX_VIDEO_MPEG2}) {
+        const MXFrameInfo frame = test::VideoFrame(bytes, codec, MX_SUB_I);
+        EXPECT_FALSE(stream->package->checkFrame(&frame)) << codec;
+    }
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

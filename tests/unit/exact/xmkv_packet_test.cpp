@@ -415,5 +415,58 @@ TEST_F(XmkvPacket, WhatWaitsKeepsItsBytes) {
         EXPECT_EQ(pictures[i], Bytes("00 00 00 16 41 9A") + ByteVector(20, i));
 }
 
+TEST_F(XmkvPacket, SeveralAdtsFramesAreSeveralBlocks) {
+    stream->Open(0);
+    const ByteVector frames[] = {Bytes("21"), Bytes("22 23"), Bytes("24")};
+    EXPECT_EQ(stream->Audio(test::Adts(frames[0]) + test::Adts(frames[1]) + test::Adts(frames[2]), 0), 0u);
+    EXPECT_EQ(stream->Audio(test::Adts(Bytes("25")), 3072), 0u);
+    const Element segment = Segment();
+    std::vector<ByteVector> blocks;
+    for (const Element& child : segment.One(0x1F43B675).children) {
+        if (child.id == 0xA3) blocks.push_back(child.value);
+        if (child.id == 0xA0) blocks.push_back(child.One(0xA1).value);
+    }
+    // 1024 samples of 48000 are 106.7 fifths of a millisecond.
+    ASSERT_EQ(blocks.size(), 4u);
+    EXPECT_EQ(Slice(blocks[0], 1, 2), Bytes("00 00"));
+    EXPECT_EQ(Slice(blocks[1], 1, 2), Bytes("00 6B"));
+    EXPECT_EQ(Slice(blocks[2], 1, 2), Bytes("00 D5"));
+    EXPECT_EQ(Slice(blocks[3], 1, 2), Bytes("01 40"));
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(Slice(blocks[i], 4, blocks[i].size() - 4), frames[i]);
+}
+
+TEST_F(XmkvPacket, WhatIsNotMediaHasNoFlags) {
+    stream->Open(MX_VIDEO_H264, 0);
+    for (int i = 0; i < 3; ++i)
+        stream->Video(Key(), MX_SUB_I, i * 90000, i * 90000, 90000);
+    stream->Close();
+    bool has_index = false;
+    for (const ExactStream::Block& block : stream->blocks) {
+        if (block.note.kind != MX_BLOCK_INDEX) continue;
+        has_index = true;
+        EXPECT_EQ(block.note.flags, 0u);
+        EXPECT_EQ(block.note.time_scale, 5000u);
+        EXPECT_EQ(block.note.dts, 15000) << "three seconds";
+        EXPECT_EQ(block.note.duration, 0);
+    }
+    EXPECT_TRUE(has_index);
+}
+
+TEST_F(XmkvPacket, SoundOfEightBits) {
+    const ByteVector some(64, 0x55);
+    for (const auto& [codec, id, bits] :
+         {std::tuple(MX_AUDIO_PCM8, "A_PCM/INT/LIT", 8u), {MX_AUDIO_MULAW, "A_MS/ACM", 8u}}) {
+        stream = ExactStream::Of<CXmkvPacket>(MX_FORMAT_XMKV);
+        stream->Open(0, codec);
+        ASSERT_EQ(stream->Audio(some, 0, 0, 8000, codec), 0u);
+        const Element segment = Segment();
+        const Element& track = Track(segment, 0);
+        EXPECT_EQ(track.One(0x86).value, test::Text(id));
+        EXPECT_EQ(track.One(0xE1).One(0x6264).UInt(), bits);
+        EXPECT_EQ(track.One(0x83).UInt(), 2u) << "TrackType: audio";
+    }
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

@@ -304,5 +304,15 @@ TEST_F(XtsPacket, OnlyKeyFramesAreMarkedSo) {
     EXPECT_EQ(stream->Last().note.flags, static_cast<uint32_t>(MX_BLOCK_AUDIO));
 }
 
+// ISO/IEC 13818-1 Table 2-34: 0x02 is MPEG-2 video.
+TEST_F(XtsPacket, Mpeg2Video) {
+    stream->Open(MX_VIDEO_MPEG2, 0);
+    EXPECT_EQ(test::Slice(test::ReadSection(Packets().at(1)), 8, 9), Bytes("E1 00 F0 00 02 E1 00 F0 00"));
+    const ByteVector picture = Bytes("00 00 01 B3 14 00 F0 13 FF FF E0 18 00 00 01 B8 00 08 00 40 00 00 01 00 00 0F");
+    EXPECT_EQ(stream->Video(picture, MX_SUB_I, 3600, 3600, 0, 90000, MX_VIDEO_MPEG2), 0u);
+    ASSERT_EQ(Pes(kVideo).size(), 1u);
+    EXPECT_EQ(Pes(kVideo)[0].payload, picture);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

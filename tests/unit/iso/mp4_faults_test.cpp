@@ -158,5 +158,27 @@ TEST(Mp4Faults, AFrameTooLargeForTheMemoryIsRefused) {
     EXPECT_EQ(recording.Finish().Samples(0), (std::vector<ByteVector>{KeySample(), PSample(2)}));
 }
 
+// Half of the boxes are none: whatever comes behind a start without memory is refused.
+TEST(Mp4Faults, AStartWithoutMemory) {
+    test::QuietFile file;
+    const MXCreateParam param = file.Param();
+    bool whole = false;
+    for (uint64_t fault = 0; !whole; ++fault) {
+        ASSERT_LT(fault, 1000u);
+        CMp4Packet packet(0, &param);
+        whole = true;
+        try {
+            const test::FailingAllocations failing(fault, 1);
+            packet.init();
+        } catch (const std::bad_alloc&) {
+            whole = false;
+        }
+        EXPECT_EQ(packet.createHeader(nullptr, 0) == MX_OK, whole) << fault;
+        if (!whole) {
+            EXPECT_NE(packet.createTailer(nullptr, 0), 0u) << fault;
+        }
+    }
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

@@ -219,5 +219,18 @@ TEST(Aes, OtherWrongLengthsTakeTheKeyAway) {
     }
 }
 
+// A key that was refused leaves none behind, not even one of zeros.
+TEST(Aes, ARefusedKeyIsNoKey) {
+    CAes cipher;
+    SetKey(cipher, "000102030405060708090a0b0c0d0e0f");
+    const ByteVector wrong(18, 0x11);
+    EXPECT_FALSE(cipher.setKey(wrong.data(), 18));
+    EXPECT_FALSE(cipher.isReady());
+    const ByteVector zero(1);
+    EXPECT_FALSE(cipher.setKey(zero.data(), 1));
+    EXPECT_FALSE(cipher.setKey(zero.data(), 1)) << "nor the second time";
+    EXPECT_FALSE(cipher.isReady());
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

@@ -234,5 +234,17 @@ TEST(Pieces, AnotherLayersHeaderIsNone) {
             << same;
 }
 
+// The bytes behind a piece are none of the stream's.
+TEST(Pieces, NothingIsLookedAtBehindAPiece) {
+    const ByteVector frame = Bytes("FF F1 4C 80 02 9F FC") + ByteVector(13, 0x21);
+    const ByteVector memory = Bytes("FF 00 00 00 00 00 00 00 00 00") + frame + frame + frame;
+    Units units(MX_FRAME_AUDIO, MX_AUDIO_AAC);
+    ASSERT_EQ(MX_PutBytes(units.handle(), memory.data(), 10), 0u);
+    MXAccessUnit unit{};
+    unit.size = sizeof unit;
+    EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 16u);
+    EXPECT_TRUE(units.End().empty());
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora
