@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Changes one token of the library at a time and sees whether a test notices.
 
-    scripts/mutate.py [--count 100] [--seed 1] [--folder iso] [--minutes 30] [--again] [--table]
+    scripts/mutate.py [--count 100] [--seed 1] [--folder iso] [--minutes 30] [--again] [--thorough] [--table]
 
 Works on a copy of the sources and of the objects of build/release: the changed file is compiled by itself, and linked
 into the tests of its folder, those of the interface, and those of whoever stands on it; the first test that fails kills
@@ -13,7 +13,8 @@ counted apart.
 
 Each run has a desk of its own, and asks before each mutant what others found meanwhile: several may run at once, with
 different seeds, while the tests are edited and built. What survives has been tried by all tests of its folder and by the
-quick ones of others; --again tries the survivors once more, by all that may tell, after tests were written.
+quick ones of others, or with --thorough by all that may tell; --again tries the survivors once more, after tests were
+written.
 
 Left out are kernels (each is tested against the plain one), and headers that more than ten files include: a mutant of
 one of those costs minutes.
@@ -320,9 +321,9 @@ def prepare_programs():
     Program.library_command = Program.link_command("src/libmuxora.so.1.0.0")
     programs = {name: Program(name) for name in names}
     kept_file = WORK / "times.json"
-    newest = max((BUILD / "bin" / name).stat().st_mtime for name in names)
-    kept = json.loads(kept_file.read_text()) if kept_file.exists() and kept_file.stat().st_mtime > newest else {}
-    kept = {name: tiers for name, tiers in kept.items() if len(tiers) == len(TIERS)}
+    kept = json.loads(kept_file.read_text()) if kept_file.exists() else {}
+    kept = {name: tiers for name, tiers in kept.items() if len(tiers) == len(TIERS) and
+            (BUILD / "bin" / name).stat().st_mtime < kept_file.stat().st_mtime}
     for name, program in programs.items():
         if name in kept:
             program.tiers = kept[name]
@@ -344,6 +345,7 @@ def main():
     parser.add_argument("--folder", choices=FOLDERS)
     parser.add_argument("--minutes", type=float, default=1e9)
     parser.add_argument("--again", action="store_true", help="the survivors of earlier runs, and nothing else")
+    parser.add_argument("--thorough", action="store_true", help="also the slow tests of other folders, before one survives")
     parser.add_argument("--table", action="store_true", help="what earlier runs found, and nothing else")
     options = parser.parse_args()
     end = time.time() + 60 * options.minutes
@@ -376,7 +378,7 @@ def main():
         lines = (TREE / mutant.file).read_text(encoding="utf-8").split("\n")
         line = lines[mutant.line]
         lines[mutant.line] = line[:mutant.start] + mutant.swap + line[mutant.stop:]
-        outcome = judge(compiler, programs, mutant, "\n".join(lines), options.again)
+        outcome = judge(compiler, programs, mutant, "\n".join(lines), options.thorough)
         tried += outcome != "broken"
         with RESULTS.open("a", encoding="utf-8") as target:
             target.write("\t".join((outcome, *mutant.name)) + "\n")
