@@ -57,5 +57,27 @@ TEST(SamplingFrequencyIndex, OfRates) {
     EXPECT_EQ(SamplingFrequencyIndex(44000), 15);
 }
 
+// What a frame does not say is 8000 Hz for speech, 48000 for others, and one channel.
+TEST(MeasureAudio, WhatIsNotStated) {
+    ByteVector bytes(320, 0x55);
+    const auto measure = [&](uint32_t codec, uint32_t rate, uint32_t channels) {
+        MXFrameInfo frame = test::AudioFrame(bytes, codec);
+        frame.samples_per_sec = rate;
+        frame.channels = channels;
+        return MeasureAudio(frame);
+    };
+    for (const uint32_t codec : {MX_AUDIO_ALAW, MX_AUDIO_MULAW, MX_AUDIO_MULAW_ALT, MX_AUDIO_PCM8}) {
+        EXPECT_EQ(measure(codec, 0, 0).sample_rate, 8000u) << codec;
+        EXPECT_EQ(measure(codec, 0, 0).channels, 1u) << codec;
+        EXPECT_EQ(measure(codec, 0, 0).samples, 320u) << codec;
+        EXPECT_EQ(measure(codec, 16000, 2).samples, 160u) << codec;
+    }
+    EXPECT_EQ(measure(MX_AUDIO_PCM16, 16000, 2).samples, 80u);
+    const AudioMeasure other = measure(MX_AUDIO_WAVE_TAG_2, 0, 0);
+    EXPECT_EQ(other.samples, 0u);
+    EXPECT_EQ(other.sample_rate, 48000u);
+    EXPECT_EQ(other.channels, 1u);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

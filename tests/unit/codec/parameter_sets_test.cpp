@@ -326,5 +326,21 @@ TEST(ParameterSets, TheLongestSet) {
     }
 }
 
+// All four bytes of a length count: behind 16 MiB of padding the sets are found.
+TEST(ParameterSets, BehindALongUnit) {
+    const auto unit = [](const ByteVector& nal) {
+        return ByteVector{static_cast<uint8_t>(nal.size() >> 24), static_cast<uint8_t>(nal.size() >> 16),
+                          static_cast<uint8_t>(nal.size() >> 8), static_cast<uint8_t>(nal.size())} +
+               nal;
+    };
+    ByteVector filler(0x01020304, 0xFF);
+    filler[0] = 0x0C;
+    CParameterSets sets(NalCodec::kAvc);
+    const FrameNals found =
+        sets.ScanLengthPrefixed(unit(filler) + unit(kHighSps) + unit(kHighPps) + unit(Bytes("65 88 84")));
+    EXPECT_TRUE(found.has_parameter_sets);
+    EXPECT_TRUE(found.has_picture);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

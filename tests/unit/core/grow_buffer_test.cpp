@@ -225,5 +225,14 @@ TEST(GrowBuffer, AWarmOneDoesNotAllocate) {
     EXPECT_EQ(allocations.Count(), 0u);
 }
 
+TEST(GrowBuffer, ShrinksToNothingAtMost) {
+    CGrowBuffer buffer;
+    buffer.Append("abcdef", 6);
+    buffer.Shrink(2);
+    EXPECT_EQ(buffer.Size(), 4u);
+    buffer.Shrink(5);
+    EXPECT_EQ(buffer.Size(), 0u);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora
