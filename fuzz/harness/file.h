@@ -12,7 +12,7 @@ namespace fuzz {
 class File {
   public:
     // A position beyond this is not followed: extreme ones would take all memory.
-    static constexpr uint64_t kRoom = 32u << 20;
+    static constexpr uint64_t kRoom = 1u << 20;
 
     static int32_t Take(const MXOutputBlock* block, void* user) {
         static_cast<File*>(user)->Put(

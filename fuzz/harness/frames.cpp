@@ -9,6 +9,7 @@ namespace fuzz {
 
 namespace {
 
+constexpr size_t kLongest = FrameMemory::kMost - (64u << 10);  // what the fuzzer adds of its own comes on top
 constexpr uint32_t kFrameTypes[] = {1, 1, 1, 2, 2, 3, 0};
 
 struct Piece {
@@ -41,9 +42,10 @@ void Append(std::vector<uint8_t>& bytes, Input& in, size_t count) {
     bytes.insert(bytes.end(), first, first + count);
 }
 
-// The fuzzer's own bytes, heads put among them, or a run of one byte.
-std::vector<uint8_t> FrameBytes(Input& in, bool large) {
-    std::vector<uint8_t> bytes;
+// The fuzzer's own bytes, heads put among them, or a run of one byte. They stand until the next call.
+const std::vector<uint8_t>& FrameBytes(Input& in, bool large) {
+    static std::vector<uint8_t> bytes;
+    bytes.clear();
     for (uint8_t steps = in.U8() % 8; steps != 0; --steps) {
         const uint8_t what = in.U8();
         if (what < 128) {
@@ -56,7 +58,7 @@ std::vector<uint8_t> FrameBytes(Input& in, bool large) {
         } else {
             // Large ones go past the work buffers of 2 and 3 MiB.
             const size_t run = !large ? in.U16() % 2048 : what == 255 ? 0x40000u + in.U16() * 64u : in.U16();
-            bytes.insert(bytes.end(), run, in.U8());
+            bytes.insert(bytes.end(), std::min(run, kLongest - std::min(kLongest, bytes.size())), in.U8());
         }
     }
     return bytes;
@@ -75,11 +77,9 @@ void GiveTimes(MXFrameInfo& frame, Input& in, int64_t& clock) {
 }  // namespace
 
 Frame::Frame(Input& in, bool large, Placement placement, int64_t* clock) {
-    const std::vector<uint8_t> bytes = FrameBytes(in, large);
-    memory_ =
-        static_cast<uint8_t*>(std::malloc(std::max<size_t>(1, placement.offset + bytes.size() + placement.spare)));
-    Require(memory_ != nullptr);
-    uint8_t* const data = memory_ + placement.offset;
+    const std::vector<uint8_t>& bytes = FrameBytes(in, large);
+    memory_.emplace(bytes.size() + placement.spare, placement.offset);
+    uint8_t* const data = memory_->Data();
     if (!bytes.empty()) std::memcpy(data, bytes.data(), bytes.size());
     if (placement.spare != 0) std::memset(data + bytes.size(), 0xA5, placement.spare);
 
@@ -126,10 +126,6 @@ Frame::Frame(Input& in, bool large, Placement placement, int64_t* clock) {
     }
     if (clock != nullptr && in.U8() < 200) GiveTimes(record_, in, *clock);
     missing_ = in.U8() == 255;
-}
-
-Frame::~Frame() {
-    std::free(memory_);
 }
 
 }  // namespace fuzz

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "MuxoraExt.h"
+#include "harness/frame_memory.h"
 #include "harness/input.h"
 
 namespace fuzz {
@@ -14,9 +16,8 @@ inline constexpr uint32_t kVideoCodecs[] = {2, 4, 12, 1, 3, 8, 9, 11, 35, 129, 0
 inline constexpr uint32_t kAudioCodecs[] = {26, 31, 14, 22, 16, 7, 10, 8, 25, 34, 0};
 inline constexpr uint32_t kRates[] = {8000, 48000, 44100, 16000, 11000, 22000, 5500, 44000, 0};
 
-// The bytes of a frame stand at the end of their memory, so that AddressSanitizer sees the first byte too far, and
-// `offset` bytes behind its beginning, so that they can be aligned otherwise. RTP may read one byte behind an H.264
-// frame; its public header says so.
+// How far from the end of its memory a frame ends, so that it can be aligned otherwise, and what may be read behind it:
+// one byte by RTP behind an H.264 frame; its public header says so.
 struct Placement {
     size_t offset = 0;
     size_t spare = 0;
@@ -27,7 +28,6 @@ class Frame {
     // `large` frames may have megabytes: that is rare, or nothing else would be tried. `times` adds exact ones, which
     // rise from `clock` on.
     Frame(Input& in, bool large, Placement placement, int64_t* clock);
-    ~Frame();
     Frame(const Frame&) = delete;
     Frame& operator=(const Frame&) = delete;
 
@@ -38,7 +38,7 @@ class Frame {
 
   private:
     MXFrameInfo record_{};
-    uint8_t* memory_ = nullptr;
+    std::optional<FrameMemory> memory_;
     std::vector<MXBlockInfo> blocks_;
     bool missing_ = false;
 };
