@@ -23,6 +23,7 @@ using test::operator+;
 struct MemoryFile {
     ByteVector bytes;
     int writes_left = 1 << 30;
+    int reads_left = 1 << 30;
     bool readable = true;
     bool wrote = false;
 
@@ -37,8 +38,8 @@ struct MemoryFile {
 
     static MemoryFile& Of(void* user) { return *static_cast<MemoryFile*>(user); }
     static uint32_t Read(void* user, uint64_t position, void* data, uint32_t length) {
-        const MemoryFile& file = Of(user);
-        if (!file.readable) return 1;
+        MemoryFile& file = Of(user);
+        if (!file.readable || file.reads_left-- <= 0) return 1;
         const bool inside = position <= file.bytes.size() && length <= file.bytes.size() - position;
         EXPECT_TRUE(inside) << position << " " << length;
         if (!inside) return 1;
@@ -288,6 +289,27 @@ TEST_F(HybridRepair, OtherFilesAreLeftAlone) {
     }
 }
 
+TEST_F(HybridRepair, EveryReadMayFail) {
+    Record();
+    const ByteVector bytes = stream->File();
+    bool whole = false;
+    for (int reads = 0; !whole; ++reads) {
+        ASSERT_LT(reads, 10000);
+        MemoryFile file{bytes};
+        file.reads_left = reads;
+        const MXHybridFile record = file.Record();
+        MXHybridRepair repair{};
+        repair.size = sizeof repair;
+        whole = MX_RepairHybrid(&record, &repair) == MX_OK;
+        EXPECT_EQ(repair.state, uint32_t{whole ? MX_HYBRID_REPAIRED : MX_HYBRID_FAILED}) << reads;
+        if (whole) break;
+        EXPECT_STREQ(repair.message, "cannot be read") << reads;
+        EXPECT_EQ(file.bytes, bytes) << reads;
+        file.reads_left = 1 << 30;
+        EXPECT_EQ(file.Repair().state, uint32_t{MX_HYBRID_REPAIRED}) << "tried again";
+    }
+}
+
 TEST_F(HybridRepair, BadArgumentsAreRefused) {
     MemoryFile memory;
     MXHybridRepair repair{};
@@ -297,6 +319,9 @@ TEST_F(HybridRepair, BadArgumentsAreRefused) {
     EXPECT_EQ(MX_RepairHybrid(&file, &repair), uint32_t{MX_FAILED});  // its size is 0
     repair.size = sizeof repair;
     file.read = nullptr;
+    EXPECT_EQ(MX_RepairHybrid(&file, &repair), uint32_t{MX_FAILED});
+    file = memory.Record();
+    file.write = nullptr;
     EXPECT_EQ(MX_RepairHybrid(&file, &repair), uint32_t{MX_FAILED});
     file = memory.Record();
     file.size = 8;
