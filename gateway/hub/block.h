@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "hub/page_file.h"
+#include "hub/shared_pages.h"
 
 namespace Orvane::Muxora::Gateway {
 
@@ -18,11 +18,10 @@ struct Block {
     Block& operator=(const Block&) = delete;
 
     std::span<const uint8_t> bytes;
-    // They stand in one of both. In the file, as a chunk of HTTP with its frame around it.
+    // They stand in one of both. In the pages, as a chunk of HTTP with its frame around it.
     std::vector<uint8_t> storage;
-    std::shared_ptr<const PageFile> file;
-    size_t chunk_begin = 0;
-    size_t chunk_end = 0;
+    std::shared_ptr<const SharedPages> pages;
+    std::span<const uint8_t> chunk;
     Kind kind = Kind::kMedia;
     // A client may begin here, behind the header.
     bool key = false;

@@ -1,6 +1,7 @@
 #include "packaging/broadcast.h"
 
 #include <algorithm>
+#include <boost/asio/dispatch.hpp>
 #include <boost/asio/post.hpp>
 #include <utility>
 
@@ -10,30 +11,72 @@
 namespace Orvane::Muxora::Gateway {
 
 Outlet::Outlet(Worker& worker, bool first_header_stays, std::chrono::milliseconds collect)
-    : worker_(worker), first_header_stays_(first_header_stays), collect_(collect), flush_(worker.Context()) {
-}
-
-std::chrono::milliseconds Outlet::Waits(const Block& block) const {
-    std::chrono::milliseconds wait{0};
-    if (receivers_.empty()) return wait;
-    const size_t many = worker_.Watched();
-    if (many > kCollectFrom) {
-        wait = std::min(collect_, kCollectForEach * static_cast<std::chrono::milliseconds::rep>(many - kCollectFrom));
-    }
-    const bool sound_alone = block.audio && !block.video && block.kind == Block::Kind::kMedia && !block.key;
-    return sound_alone ? std::max(wait, kSoundWaits) : wait;
+    : worker_(worker), first_header_stays_(first_header_stays), collect_(collect), look_(worker.Context()) {
 }
 
 void Outlet::Deliver(const BlockPtr& block) {
-    collected_.push_back(block);
-    collected_bytes_ += block->bytes.size();
-    const auto wait = Waits(*block);
-    if (wait == std::chrono::milliseconds(0) || collected_bytes_ >= kCollectBytes) return Flush();
-    if (std::exchange(flush_waits_, true)) return;
-    flush_.expires_after(wait);
-    flush_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
+    {
+        const std::lock_guard lock(mutex_);
+        delivered_.push_back(block);
+        delivered_bytes_ += block->bytes.size();
+        const bool many = delivered_bytes_ >= kCollectBytes || delivered_.size() >= kMaxGopFrames;
+        if (told_ || (looks_by_itself_ && !many)) return;
+        told_ = true;
+    }
+    boost::asio::dispatch(worker_.Context(), [self = shared_from_this()] { self->Look(); });
+}
+
+void Outlet::LooksByItself(bool does) {
+    const std::lock_guard lock(mutex_);
+    looks_by_itself_ = does;
+    // What came since the last look, and nobody was told of.
+    if (does || told_ || delivered_.empty()) return;
+    told_ = true;
+    boost::asio::post(worker_.Context(), [self = shared_from_this()] { self->Look(); });
+}
+
+void Outlet::Fetch() {
+    const std::lock_guard lock(mutex_);
+    told_ = false;
+    collected_bytes_ += std::exchange(delivered_bytes_, 0);
+    collected_.insert(collected_.end(), delivered_.begin(), delivered_.end());
+    delivered_.clear();
+}
+
+// 0: everything goes out as it comes.
+std::chrono::milliseconds Outlet::Collects() const {
+    const size_t many = worker_.Watched();
+    if (many <= kCollectFrom) return std::chrono::milliseconds(0);
+    return std::min(collect_, kCollectForEach * static_cast<std::chrono::milliseconds::rep>(many - kCollectFrom));
+}
+
+// How long what was collected may wait.
+std::chrono::milliseconds Outlet::Waits() const {
+    if (receivers_.empty() || collected_bytes_ >= kCollectBytes) return std::chrono::milliseconds(0);
+    const bool sound_alone = std::all_of(collected_.begin(), collected_.end(), [](const BlockPtr& block) {
+        return block->audio && !block->video && block->kind == Block::Kind::kMedia && !block->key;
+    });
+    return sound_alone ? std::max(Collects(), kSoundWaits) : Collects();
+}
+
+void Outlet::Look() {
+    Fetch();
+    if (collected_.empty()) return LooksByItself(receivers_.empty());
+    const auto wait = Waits();
+    if (wait == std::chrono::milliseconds(0)) return Flush();
+    LookAfter(wait);
+}
+
+void Outlet::LookAfter(std::chrono::milliseconds wait) {
+    LooksByItself(Collects() != std::chrono::milliseconds(0));
+    if (std::exchange(look_waits_, true)) return;
+    look_.expires_after(wait);
+    look_.async_wait([weak = weak_from_this()](const boost::system::error_code& error) {
         const auto self = weak.lock();
-        if (!error && self != nullptr) self->Flush();
+        if (error || self == nullptr) return;
+        self->look_waits_ = false;
+        self->Fetch();
+        self->Flush();
     });
 }
 
@@ -65,21 +108,30 @@ void Outlet::Keep(const BlockPtr& block) {
 }
 
 void Outlet::Flush() {
-    if (std::exchange(flush_waits_, false)) flush_.cancel();
+    if (std::exchange(look_waits_, false)) look_.cancel();
     for (const BlockPtr& block : collected_)
         Keep(block);
     // A receiver may leave while it is told.
-    for (auto at = receivers_.begin(); at != receivers_.end();) {
+    for (auto at = receivers_.begin(); at != receivers_.end() && !collected_.empty();) {
         const auto receiver = *at++;
         receiver->Take(collected_);
     }
+    // The next turn, while something comes.
+    const auto wait = receivers_.empty() || collected_.empty() ? std::chrono::milliseconds(0) : Collects();
     collected_.clear();
     collected_bytes_ = 0;
+    if (wait != std::chrono::milliseconds(0)) {
+        LookAfter(wait);
+    } else {
+        LooksByItself(receivers_.empty());
+    }
 }
 
 void Outlet::End() {
+    Fetch();
     Flush();
     ended_ = true;
+    look_.cancel();
     for (const auto& receiver : std::exchange(receivers_, {}))
         receiver->End();
 }
@@ -88,6 +140,11 @@ void Outlet::Join(const std::shared_ptr<BlockReceiver>& receiver) {
     if (ended_) {
         receiver->End();
         return;
+    }
+    if (receivers_.empty()) {
+        Fetch();
+        Flush();
+        LooksByItself(false);
     }
     size_t bytes = gop_bytes_;
     for (const BlockPtr& block : head_)
@@ -141,15 +198,8 @@ void Broadcast::OnEnd() {
 }
 
 void Broadcast::Publish(const BlockPtr& block) {
-    const auto self = weak_from_this().lock();
-    for (size_t i = 0; i < workers_.Count(); ++i) {
-        // Nobody listens yet to what the constructor writes.
-        if (self == nullptr || &workers_.At(i) == &stream_->Home()) {
-            outlets_[i]->Deliver(block);
-        } else {
-            boost::asio::post(workers_.At(i).Context(), [self, i, block] { self->outlets_[i]->Deliver(block); });
-        }
-    }
+    for (const auto& outlet : outlets_)
+        outlet->Deliver(block);
 }
 
 void Broadcast::Join(Worker& worker, const std::shared_ptr<BlockReceiver>& receiver) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <deque>
 #include <memory>
+#include <mutex>
 #include <unordered_set>
 #include <vector>
 
@@ -17,12 +18,13 @@
 namespace Orvane::Muxora::Gateway {
 
 // What a worker's clients are served from: the head, and the blocks since the last key frame. It lives on that worker's
-// thread.
+// thread, and only Deliver is called on the stream's.
 class Outlet : public std::enable_shared_from_this<Outlet> {
   public:
     // `collect`: see kCollectFrom; 0: everything goes out as it comes.
     Outlet(Worker& worker, bool first_header_stays, std::chrono::milliseconds collect);
 
+    // The worker is woken only where somebody should get the block before the worker looks by itself.
     void Deliver(const BlockPtr& block);
     void End();
 
@@ -31,13 +33,26 @@ class Outlet : public std::enable_shared_from_this<Outlet> {
     void Leave(const std::shared_ptr<BlockReceiver>& receiver);
 
   private:
-    std::chrono::milliseconds Waits(const Block& block) const;
+    std::chrono::milliseconds Collects() const;
+    std::chrono::milliseconds Waits() const;
     void Keep(const BlockPtr& block);
+    // Takes what was delivered.
+    void Fetch();
+    void Look();
+    void LookAfter(std::chrono::milliseconds wait);
     void Flush();
+    // The worker comes and looks without being told, in its time; or it has to be told of each block.
+    void LooksByItself(bool does);
 
     Worker& worker_;
     const bool first_header_stays_;
     const std::chrono::milliseconds collect_;
+    std::mutex mutex_;
+    std::vector<BlockPtr> delivered_;
+    size_t delivered_bytes_ = 0;
+    bool looks_by_itself_ = true;  // nobody is here yet
+    bool told_ = false;            // to look
+    // The rest is the worker's thread's.
     std::vector<BlockPtr> collected_;  // for everybody here, and not given out yet
     size_t collected_bytes_ = 0;
     std::vector<BlockPtr> head_;  // a header may come in several blocks
@@ -45,8 +60,8 @@ class Outlet : public std::enable_shared_from_this<Outlet> {
     std::deque<BlockPtr> gop_;
     size_t gop_bytes_ = 0;
     std::unordered_set<std::shared_ptr<BlockReceiver>> receivers_;
-    boost::asio::steady_timer flush_;
-    bool flush_waits_ = false;
+    boost::asio::steady_timer look_;
+    bool look_waits_ = false;
     bool ended_ = false;
 };
 

@@ -16,7 +16,7 @@ class ChunkStore {
     void Put(std::span<const uint8_t> bytes, Block& block);
 
   private:
-    std::shared_ptr<PageFile> file_;  // the one that is being filled
+    std::shared_ptr<SharedPages> pages_;  // the one that is being filled
 };
 
 }  // namespace Orvane::Muxora::Gateway

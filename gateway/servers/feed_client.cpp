@@ -127,6 +127,7 @@ void FeedClient::Run(std::string head) {
     Enter();
     if (!Inside()) return;
     stream_.WriteWithoutWaiting();
+    stream_.KeepUnsentShort();
     WatchForClose();
     if (Write()) Written();
 }
@@ -135,23 +136,23 @@ void FeedClient::Run(std::string head) {
 bool FeedClient::FindStretches() {
     stretches_.clear();
     for (const BlockPtr& block : in_flight_) {
-        if (block->file == nullptr) return false;
-        const int file = block->file->Descriptor();
-        if (!stretches_.empty() && stretches_.back().file == file && stretches_.back().end == block->chunk_begin) {
-            stretches_.back().end = block->chunk_end;
+        if (block->pages == nullptr) return false;
+        const auto chunk = block->chunk;
+        if (!stretches_.empty() && stretches_.back().data() + stretches_.back().size() == chunk.data()) {
+            stretches_.back() = {stretches_.back().data(), stretches_.back().size() + chunk.size()};
         } else {
-            stretches_.push_back({file, block->chunk_begin, block->chunk_end});
+            stretches_.push_back(chunk);
         }
     }
     return true;
 }
 
 bool FeedClient::SendStretches() {
-    for (Stretch& one : stretches_) {
-        while (one.begin < one.end) {
+    for (auto& one : stretches_) {
+        while (!one.empty()) {
             boost::system::error_code error;
-            const size_t sent = stream_.SendNow(one.file, one.begin, one.end - one.begin, error);
-            one.begin += sent;
+            const size_t sent = stream_.SendNow(one, error);
+            one = one.subspan(sent);
             if (sent != 0) continue;
             if (error == boost::asio::error::would_block) {
                 WaitForRoom();

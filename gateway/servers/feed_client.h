@@ -82,12 +82,6 @@ class FeedClient final : public FeedMember {
     void SayGoodbye() override;
     void CloseStream() override { stream_.Close(); }
     uint64_t Taken() override { return stream_.Taken(); }
-    // What is left of a block queue's chunks in one file.
-    struct Stretch {
-        int file;
-        size_t begin;
-        size_t end;
-    };
 
     bool FindStretches();
     // True when all of `stretches_`, or of `gather_`, is gone; otherwise the rest goes when there is room.
@@ -102,7 +96,7 @@ class FeedClient final : public FeedMember {
     bool goodbye_ = false;
     std::string text_;  // the head, then the line in front of a chunk
     Gather gather_;
-    std::vector<Stretch> stretches_;
+    std::vector<std::span<const uint8_t>> stretches_;  // what is left of the blocks' chunks
     std::array<char, 64> ignored_{};
 };
 

@@ -1,23 +1,24 @@
 #include "servers/net_stream.h"
 
-#include <sys/sendfile.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
 
-#include <cerrno>
+#include "bounds.h"
+#include "servers/page_lane.h"
 
 namespace Orvane::Muxora::Gateway {
 
-size_t NetStream::SendNow(int file, size_t begin, size_t size, Error& error) {
-    auto at = static_cast<off_t>(begin);
-    ssize_t sent = 0;
-    do {
-        sent = sendfile(Lowest().native_handle(), file, &at, size);
-    } while (sent < 0 && errno == EINTR);
-    if (sent >= 0) {
-        error = {};
-        return static_cast<size_t>(sent);
-    }
-    error = Error(errno, boost::system::system_category());
-    return 0;
+void NetStream::KeepUnsentShort() {
+    const int most = static_cast<int>(kMaxUnsentBytes);
+    setsockopt(Lowest().native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &most, sizeof most);
+}
+
+size_t NetStream::SendNow(std::span<const uint8_t> bytes, Error& error) {
+    int number = 0;
+    const size_t sent = PageLane::Own().Send(Lowest().native_handle(), bytes, number);
+    error = Error(number, boost::system::system_category());
+    return sent;
 }
 
 }  // namespace Orvane::Muxora::Gateway

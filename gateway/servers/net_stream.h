@@ -42,6 +42,9 @@ class NetStream {
         }
     }
 
+    // The system takes little ahead of what the client asks for: what waits for a slow one waits with us.
+    void KeepUnsentShort();
+
     // WriteNow may be called from here on.
     void WriteWithoutWaiting() {
         Error ignored;
@@ -54,8 +57,8 @@ class NetStream {
         return Encrypted() ? 0 : std::get<Socket>(stream_).write_some(buffers, error);
     }
 
-    // The same out of a file, without copying.
-    size_t SendNow(int file, size_t begin, size_t size, Error& error);
+    // The same without copying, out of memory that is SharedPages.
+    size_t SendNow(std::span<const uint8_t> bytes, Error& error);
     // Calls back when the system has room again. Not under TLS.
     template <typename Handler>
     void WaitForRoom(Handler&& handler) {

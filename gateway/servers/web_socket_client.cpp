@@ -56,6 +56,7 @@ void WebSocketClient::Run(Upgrade request) {
     // The receiver is let in at once: what it is offered waits until the handshake is done.
     Enter();
     if (!Inside()) return;
+    ws.next_layer().KeepUnsentShort();
     ws.async_accept(socket_->request, [self = Self()](const boost::system::error_code& error) {
         if (!self->Inside()) return;
         if (error) return self->Leave();

@@ -1,11 +1,13 @@
 #include "packaging/broadcast.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <boost/asio/post.hpp>
 #include <chrono>
 #include <condition_variable>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <mutex>
@@ -134,6 +136,27 @@ class BroadcastTest : public ::testing::Test {
         return collector;
     }
 
+    // How often the worker's thread has slept and been woken.
+    uint64_t Wakes(size_t worker) {
+        pid_t thread = 0;
+        EXPECT_TRUE(OnWorker(worker, [&thread] { thread = gettid(); }));
+        std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+        const std::string name = "voluntary_ctxt_switches:";
+        for (std::string line; std::getline(status, line);) {
+            if (line.compare(0, name.size(), name) == 0) return std::stoull(line.substr(name.size()));
+        }
+        ADD_FAILURE() << "the system does not say";
+        return 0;
+    }
+
+    // Pushes them one by one, each when the one before has come.
+    void PushSlowly(int count, Collector& collector) {
+        for (int i = 0; i < count; ++i) {
+            stream_->Push(Picture(i, i % 25 == 0));
+            ASSERT_TRUE(collector.Has("picture " + std::to_string(i) + ";"));
+        }
+    }
+
     struct Load final : Guarded {
         void Expired() override {}
     };
@@ -178,9 +201,7 @@ TEST_F(BroadcastTest, ABlockIsOneBufferForEverybodyOnEveryThread) {
 TEST_F(BroadcastTest, WithFewConnectionsEachPictureGoesOutAtOnce) {
     broadcast_ = Broadcast::Make(workers_, stream_, kForm, 1h);
     const auto one = Join(1);
-    for (int i = 0; i < 10; ++i)
-        stream_->Push(Picture(i, i == 0));
-    ASSERT_TRUE(one->Has("picture 9;"));
+    ASSERT_NO_FATAL_FAILURE(PushSlowly(10, *one));
     EXPECT_GE(one->Takes(), 10U);
 }
 
@@ -206,6 +227,40 @@ TEST_F(BroadcastTest, WhatWasCollectedGoesOutWhenItsTimeHasCome) {
     EXPECT_TRUE(one->Has("picture 0;"));
     stream_->Push(Picture(1, false));
     EXPECT_TRUE(one->Has("picture 1;"));
+}
+
+TEST_F(BroadcastTest, AThreadWhereNobodyWatchesSleeps) {
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm);
+    const size_t home = &workers_.At(0) == &stream_->Home() ? 0 : 1;
+    const auto one = Join(home);
+    const uint64_t before = Wakes(1 - home);
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_NO_FATAL_FAILURE(PushSlowly(400, *one));
+    const auto sweeps = (std::chrono::steady_clock::now() - begin) / 250ms;
+    EXPECT_LT(Wakes(1 - home), before + 50 + static_cast<uint64_t>(sweeps));
+    // And has all of it for the first one who comes.
+    const auto late = Join(1 - home);
+    ASSERT_TRUE(late->Has("picture 399;"));
+    EXPECT_NE(late->All().find("picture 375;"), std::string::npos);
+    EXPECT_EQ(late->All().find("picture 374;"), std::string::npos);
+}
+
+TEST_F(BroadcastTest, AThreadThatCollectsIsNotWokenForEachBlock) {
+    broadcast_ = Broadcast::Make(workers_, stream_, kForm, 1h);
+    const size_t home = &workers_.At(0) == &stream_->Home() ? 0 : 1;
+    const auto one = Join(home);
+    const auto other = Join(1 - home);
+    ASSERT_TRUE(OnWorker(1 - home, [&] {
+        for (size_t i = 0; i < kCollectFrom + 100000; ++i)
+            workers_.At(1 - home).Look(load_);
+    }));
+    const uint64_t before = Wakes(1 - home);
+    const auto begin = std::chrono::steady_clock::now();
+    ASSERT_NO_FATAL_FAILURE(PushSlowly(400, *one));
+    const auto sweeps = (std::chrono::steady_clock::now() - begin) / 250ms;
+    EXPECT_LT(Wakes(1 - home), before + 50 + static_cast<uint64_t>(sweeps));
+    stream_->Push(Picture(400, true, kCollectBytes));
+    EXPECT_TRUE(other->Has("picture 400;"));
 }
 
 TEST_F(BroadcastTest, WhatWasCollectedGoesOutAheadOfTheEnd) {

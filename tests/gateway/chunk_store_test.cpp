@@ -1,11 +1,10 @@
 #include "packaging/chunk_store.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/resource.h>
 
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "bounds.h"
 
@@ -21,12 +20,8 @@ std::string Text(const Block& block) {
     return {block.bytes.begin(), block.bytes.end()};
 }
 
-// As the system reads it that sends it.
-std::string InFile(const Block& block) {
-    std::string text(block.chunk_end - block.chunk_begin, '\0');
-    const ssize_t got =
-        pread(block.file->Descriptor(), text.data(), text.size(), static_cast<off_t>(block.chunk_begin));
-    return got == static_cast<ssize_t>(text.size()) ? text : "";
+std::string Chunk(const Block& block) {
+    return {block.chunk.begin(), block.chunk.end()};
 }
 
 }  // namespace
@@ -40,48 +35,50 @@ TEST(ChunkStore, BlocksStandAsChunksOneBehindTheOther) {
     EXPECT_EQ(Text(one), "picture");
     EXPECT_EQ(Text(two), std::string(300, 'x'));
     EXPECT_TRUE(one.storage.empty());
-    EXPECT_EQ(InFile(one), "7\r\npicture\r\n");
-    EXPECT_EQ(InFile(two), "12c\r\n" + std::string(300, 'x') + "\r\n");
-    EXPECT_EQ(one.file, two.file);
-    EXPECT_EQ(one.chunk_end, two.chunk_begin);
+    EXPECT_EQ(Chunk(one), "7\r\npicture\r\n");
+    EXPECT_EQ(Chunk(two), "12c\r\n" + std::string(300, 'x') + "\r\n");
+    EXPECT_EQ(one.pages, two.pages);
+    EXPECT_EQ(one.chunk.data() + one.chunk.size(), two.chunk.data());
 }
 
 TEST(ChunkStore, NothingIsNoChunkBecauseThatWouldBeTheEnd) {
     ChunkStore store;
     Block block;
     Put(store, "", block);
-    EXPECT_EQ(block.chunk_begin, block.chunk_end);
+    EXPECT_EQ(block.chunk.size(), 0U);
     EXPECT_TRUE(block.bytes.empty());
 }
 
-TEST(ChunkStore, AFileThatIsFullIsFollowedByAnotherAndGoesWithItsBlocks) {
+TEST(ChunkStore, PagesThatAreFullAreFollowedByOthersAndGoWithTheirBlocks) {
     ChunkStore store;
     auto one = std::make_unique<Block>();
     Block two;
     Block large;
-    Put(store, std::string(kPageFileBytes - 100, 'a'), *one);
+    Put(store, std::string(kSharedPagesBytes - 100, 'a'), *one);
     Put(store, std::string(200, 'b'), two);
-    Put(store, std::string(2 * kPageFileBytes, 'c'), large);
-    EXPECT_NE(one->file, two.file);
-    EXPECT_EQ(two.chunk_begin, 0U);
-    EXPECT_EQ(InFile(two), "c8\r\n" + std::string(200, 'b') + "\r\n");
-    EXPECT_EQ(Text(large), std::string(2 * kPageFileBytes, 'c'));
-    const std::weak_ptr<const PageFile> first = one->file;
+    Put(store, std::string(2 * kSharedPagesBytes, 'c'), large);
+    EXPECT_NE(one->pages, two.pages);
+    EXPECT_EQ(two.chunk.data(), two.pages->Data());
+    EXPECT_EQ(Chunk(two), "c8\r\n" + std::string(200, 'b') + "\r\n");
+    EXPECT_EQ(Text(large), std::string(2 * kSharedPagesBytes, 'c'));
+    const std::weak_ptr<const SharedPages> first = one->pages;
     one.reset();
     EXPECT_TRUE(first.expired());
 }
 
-TEST(ChunkStore, WithoutAFileABlockStandsByItself) {
+TEST(ChunkStore, WithoutPagesABlockStandsByItself) {
     ChunkStore store;
-    // No descriptors are left.
-    std::vector<int> held;
-    for (int one = dup(0); one >= 0; one = dup(0))
-        held.push_back(one);
+    // The address space is at its end for what is larger than this.
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 1;
     Block block;
+    block.storage.reserve(64);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
     Put(store, "picture", block);
-    for (const int one : held)
-        close(one);
-    EXPECT_EQ(block.file, nullptr);
+    ASSERT_EQ(setrlimit(RLIMIT_AS, &before), 0);
+    EXPECT_EQ(block.pages, nullptr);
     EXPECT_EQ(Text(block), "picture");
     EXPECT_EQ(block.storage.size(), 7U);
 }

@@ -1,6 +1,9 @@
 #include "servers/feed_client.h"
 
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
@@ -64,7 +67,7 @@ class FeedClientTest : public ::testing::Test {
     ~FeedClientTest() override { workers_.Stop(); }
 
     // The client's end of a connection that is being fed.
-    tcp::socket Connect(bool web_socket, int receive_buffer = 16384) {
+    tcp::socket Connect(bool web_socket, int receive_buffer = 16384, int send_buffer = 16384) {
         tcp::socket client(own_);
         client.open(tcp::v4());
         client.set_option(tcp::socket::receive_buffer_size(receive_buffer));
@@ -72,7 +75,8 @@ class FeedClientTest : public ::testing::Test {
         Worker& worker = workers_.At(0);
         NetStream::Socket server(worker.Context());
         acceptor_.accept(server);
-        server.set_option(tcp::socket::send_buffer_size(16384));
+        if (send_buffer != 0) server.set_option(tcp::socket::send_buffer_size(send_buffer));
+        descriptor_ = server.native_handle();
         const SessionPlace place{worker, handler_, counts_, kDefaultQueueBytes, kStalled};
         asio::post(worker.Context(), [this, place, web_socket, end = std::make_shared<NetStream>(std::move(server))] {
             if (web_socket) {
@@ -99,6 +103,7 @@ class FeedClientTest : public ::testing::Test {
         return total;
     }
 
+    int descriptor_ = -1;  // the gateway's end of the last one
     NoHandler handler_;
     HttpCounts counts_;
     Workers workers_;
@@ -110,6 +115,26 @@ class FeedClientTest : public ::testing::Test {
 };
 
 }  // namespace
+
+// 3 MB wait for each, and the system would take two of them.
+TEST_F(FeedClientTest, OfWhatAClientDoesNotTakeTheSystemHoldsLittle) {
+    for (const bool web_socket : {false, true}) {
+        const tcp::socket client = Connect(web_socket, 4096, 0);
+        const int near = dup(descriptor_);
+        int held = 0;
+        // Something comes to stand there; more would come at once.
+        const auto end = std::chrono::steady_clock::now() + 60s;
+        while (held < 65536 && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(20ms);
+            ASSERT_EQ(ioctl(near, SIOCOUTQ, &held), 0);
+        }
+        std::this_thread::sleep_for(200ms);
+        ASSERT_EQ(ioctl(near, SIOCOUTQ, &held), 0);
+        EXPECT_GE(held, 65536);
+        EXPECT_LT(held, 400000);
+        close(near);
+    }
+}
 
 TEST_F(FeedClientTest, WhoReadsSlowlyIsServedAndWhoDoesNotReadIsClosed) {
     std::vector<std::future<size_t>> slow;

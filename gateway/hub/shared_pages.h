@@ -1,4 +1,5 @@
-// Memory that the system sends from without copying it (sendfile): written once from front to back, and never changed.
+// Memory that sockets take without copying it (PageLane): written once from front to back, and never changed. Pages
+// that are on their way to a client stay with the system until they are there, also when this is gone.
 #pragma once
 
 #include <cstddef>
@@ -7,15 +8,14 @@
 
 namespace Orvane::Muxora::Gateway {
 
-class PageFile {
+class SharedPages {
   public:
     // Null when the system has none.
-    static std::shared_ptr<PageFile> Make(size_t size);
-    ~PageFile();
-    PageFile(const PageFile&) = delete;
-    PageFile& operator=(const PageFile&) = delete;
+    static std::shared_ptr<SharedPages> Make(size_t size);
+    ~SharedPages();
+    SharedPages(const SharedPages&) = delete;
+    SharedPages& operator=(const SharedPages&) = delete;
 
-    int Descriptor() const { return descriptor_; }
     size_t Used() const { return used_; }
     size_t Room() const { return size_ - used_; }
     const uint8_t* Data() const { return data_; }
@@ -23,9 +23,8 @@ class PageFile {
     void Append(const void* bytes, size_t size);
 
   private:
-    PageFile(int descriptor, uint8_t* data, size_t size) : descriptor_(descriptor), data_(data), size_(size) {}
+    SharedPages(uint8_t* data, size_t size) : data_(data), size_(size) {}
 
-    int descriptor_;
     uint8_t* data_;
     size_t size_;
     size_t used_ = 0;
