@@ -56,8 +56,9 @@ constexpr size_t kSharedPagesBytes = 2u << 20;
 // What is shorter is copied into a socket: that costs less than lending its pages. And how much is lent in one call.
 constexpr size_t kLendFrom = 8u << 10;
 constexpr size_t kLaneBytes = 512u << 10;
-// What the system may hold for a client of an endless output beyond what is on its way: the rest waits here, where it is
-// the same bytes for everybody. A client that takes nothing is a list of small packets there, each with its price.
+// What the system may hold, beyond what is on its way, for a client that has not taken as much yet: the rest waits
+// here, where it is the same bytes for everybody. A client that takes nothing is a list of small packets there, each
+// with its price.
 constexpr size_t kMaxUnsentBytes = 128u << 10;
 // Buffers in one vectored write; with what frames them not more than Asio hands to the system at once (64).
 constexpr size_t kMaxBuffersPerWrite = 62;

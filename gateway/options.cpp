@@ -51,7 +51,7 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.add_option("--queue", options.http.queue_bytes, "Bytes that may wait for one client (8388608)")
         ->check(CLI::Range(size_t{65536}, size_t{1} << 30));
     app.add_option("--collect", options.collect_ms,
-                   "Milliseconds that what goes to many clients is collected, at most (200; 0: never)")
+                   "Milliseconds that what goes to many clients is collected, at most (500; 0: never)")
         ->check(CLI::Range(0U, static_cast<unsigned>(kLongestCollect.count())));
     app.add_option("--record", options.recording.folder, "Record every stream into files below this folder");
     app.add_option("--segment", segment, "Length of a recording, cut at a key frame: 30s, 10m, 1h (10m)");

@@ -1,6 +1,7 @@
 #include "servers/feed_client.h"
 
 #include <cstdio>
+#include <limits>
 #include <utility>
 
 #include "bounds.h"
@@ -22,6 +23,7 @@ FeedMember::FeedMember(const SessionPlace& place, ConnectionCount count, std::sh
 
 void FeedMember::Enter() {
     watch_ = place_.worker.Look(*this);
+    Connection().LimitUnsent(kMaxUnsentBytes);
     Measure();
     feed_->Join(place_.worker, shared_from_this());
 }
@@ -32,7 +34,7 @@ void FeedMember::Leave() {
     place_.worker.Forget(*watch_);
     watch_.reset();
     feed_->Leave(place_.worker, self);
-    CloseStream();
+    Connection().Close();
 }
 
 // A write that is not done says little: the system holds megabytes for a client that reads slowly, and takes more only
@@ -40,7 +42,7 @@ void FeedMember::Leave() {
 void FeedMember::Expired() {
     const auto half = place_.stalled_for / 2;
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(half).count();
-    const uint64_t taken = Taken();
+    const uint64_t taken = Connection().Taken();
     if (taken_ && taken < *taken_ + kLeastBytesPerSecond * static_cast<uint64_t>(seconds)) return Stall();
     taken_ = taken;
     Expect(half);
@@ -59,6 +61,9 @@ void FeedMember::Stall() {
 
 void FeedMember::Take(std::span<const BlockPtr> blocks) {
     for (const BlockPtr& block : blocks) {
+        // What was collected may be more than the queue holds: it goes out as it comes.
+        if (!writing_ && queue_.Bytes() + block->bytes.size() > queue_.MaxBytes()) WriteNext();
+        if (!Inside()) return;
         if (queue_.Offer(block)) Skipped();
     }
     if (stay_behind_) {
@@ -95,6 +100,13 @@ void FeedMember::EndWrite() {
     feed_->CountSent(bytes);
 }
 
+// A client that has shown that it reads may have what the system holds for any other.
+void FeedMember::LearnThatItReads() {
+    if (reads_ || Connection().Taken() <= kMaxUnsentBytes) return;
+    reads_ = true;
+    Connection().LimitUnsent(std::numeric_limits<size_t>::max());
+}
+
 void FeedMember::WriteNext() {
     writing_ = true;
     while (!queue_.Empty()) {
@@ -105,6 +117,7 @@ void FeedMember::WriteNext() {
         }
         EndWrite();
     }
+    LearnThatItReads();
     ExpectNothing();
     measured_ = false;
     caught_up_ = true;
@@ -127,7 +140,6 @@ void FeedClient::Run(std::string head) {
     Enter();
     if (!Inside()) return;
     stream_.WriteWithoutWaiting();
-    stream_.KeepUnsentShort();
     WatchForClose();
     if (Write()) Written();
 }

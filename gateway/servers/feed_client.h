@@ -38,9 +38,7 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     virtual bool WriteBlocks() = 0;
     // Everything was written, and the stream is at its end.
     virtual void SayGoodbye() = 0;
-    virtual void CloseStream() = 0;
-    // Bytes that the client has taken so far.
-    virtual uint64_t Taken() = 0;
+    virtual NetStream& Connection() = 0;
 
     SessionPlace place_;
     std::vector<BlockPtr> in_flight_;
@@ -51,6 +49,7 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     void Measure();
     void Skipped();
     void Stall();
+    void LearnThatItReads();
     void WriteNext();
     void EndWrite();
 
@@ -62,6 +61,7 @@ class FeedMember : public Guarded, public BlockReceiver, public std::enable_shar
     bool ending_ = false;
     bool stay_behind_ = false;
     bool measured_ = false;
+    bool reads_ = false;             // it is known to
     std::optional<uint64_t> taken_;  // at the begin of the half of a stalled client's time that runs
     bool caught_up_ = true;          // since the last skip
     unsigned skips_ = 0;
@@ -80,8 +80,7 @@ class FeedClient final : public FeedMember {
     std::shared_ptr<FeedClient> Self() { return std::static_pointer_cast<FeedClient>(shared_from_this()); }
     bool WriteBlocks() override;
     void SayGoodbye() override;
-    void CloseStream() override { stream_.Close(); }
-    uint64_t Taken() override { return stream_.Taken(); }
+    NetStream& Connection() override { return stream_; }
 
     bool FindStretches();
     // True when all of `stretches_`, or of `gather_`, is gone; otherwise the rest goes when there is room.

@@ -4,13 +4,15 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
-#include "bounds.h"
+#include <algorithm>
+#include <limits>
+
 #include "servers/page_lane.h"
 
 namespace Orvane::Muxora::Gateway {
 
-void NetStream::KeepUnsentShort() {
-    const int most = static_cast<int>(kMaxUnsentBytes);
+void NetStream::LimitUnsent(size_t bytes) {
+    const int most = static_cast<int>(std::min(bytes, size_t{std::numeric_limits<int>::max()}));
     setsockopt(Lowest().native_handle(), IPPROTO_TCP, TCP_NOTSENT_LOWAT, &most, sizeof most);
 }
 

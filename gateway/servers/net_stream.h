@@ -42,8 +42,8 @@ class NetStream {
         }
     }
 
-    // The system takes little ahead of what the client asks for: what waits for a slow one waits with us.
-    void KeepUnsentShort();
+    // So much, or a little more, the system takes ahead of what the client asks for.
+    void LimitUnsent(size_t bytes);
 
     // WriteNow may be called from here on.
     void WriteWithoutWaiting() {

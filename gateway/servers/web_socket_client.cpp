@@ -56,7 +56,6 @@ void WebSocketClient::Run(Upgrade request) {
     // The receiver is let in at once: what it is offered waits until the handshake is done.
     Enter();
     if (!Inside()) return;
-    ws.next_layer().KeepUnsentShort();
     ws.async_accept(socket_->request, [self = Self()](const boost::system::error_code& error) {
         if (!self->Inside()) return;
         if (error) return self->Leave();
@@ -98,12 +97,8 @@ void WebSocketClient::SayGoodbye() {
     });
 }
 
-void WebSocketClient::CloseStream() {
-    socket_->ws.next_layer().Close();
-}
-
-uint64_t WebSocketClient::Taken() {
-    return socket_->ws.next_layer().Taken();
+NetStream& WebSocketClient::Connection() {
+    return socket_->ws.next_layer();
 }
 
 }  // namespace Orvane::Muxora::Gateway

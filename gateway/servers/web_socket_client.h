@@ -30,8 +30,7 @@ class WebSocketClient final : public FeedMember {
     void Read();
     bool WriteBlocks() override;
     void SayGoodbye() override;
-    void CloseStream() override;
-    uint64_t Taken() override;
+    NetStream& Connection() override;
 
     std::unique_ptr<Socket> socket_;
     boost::beast::flat_buffer incoming_;

@@ -2,19 +2,24 @@
 
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <boost/asio/ip/tcp.hpp>
 #include <boost/asio/post.hpp>
+#include <boost/asio/read.hpp>
 #include <boost/asio/write.hpp>
 #include <chrono>
 #include <future>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "bounds.h"
 #include "hub/hub.h"
 #include "servers/web_socket_client.h"
 
@@ -134,6 +139,62 @@ TEST_F(FeedClientTest, OfWhatAClientDoesNotTakeTheSystemHoldsLittle) {
         EXPECT_LT(held, 400000);
         close(near);
     }
+}
+
+TEST_F(FeedClientTest, ForAClientThatReadsTheSystemHoldsWhatItLikes) {
+    for (const bool web_socket : {false, true}) {
+        tcp::socket client = Connect(web_socket, 65536, 0);
+        const int near = dup(descriptor_);
+        std::vector<char> buffer(65536);
+        size_t total = 0;
+        while (total < kPictureBytes)
+            total += client.read_some(asio::buffer(buffer));
+        const auto limit = [near] {
+            int most = 0;
+            socklen_t size = sizeof most;
+            EXPECT_EQ(getsockopt(near, IPPROTO_TCP, TCP_NOTSENT_LOWAT, &most, &size), 0);
+            return most;
+        };
+        const auto end = std::chrono::steady_clock::now() + 60s;
+        while (limit() <= static_cast<int>(kMaxUnsentBytes) && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(20ms);
+        EXPECT_EQ(limit(), std::numeric_limits<int>::max());
+        close(near);
+    }
+}
+
+TEST_F(FeedClientTest, WhatComesAtOnceMayBeMoreThanTheQueueHolds) {
+    constexpr size_t kBlockBytes = 10000;
+    tcp::socket client(own_);
+    client.connect(acceptor_.local_endpoint());
+    Worker& worker = workers_.At(0);
+    NetStream::Socket server(worker.Context());
+    acceptor_.accept(server);
+    const SessionPlace place{worker, handler_, counts_, 10 * kBlockBytes, kStalled};
+    const auto member =
+        std::make_shared<FeedClient>(place, NetStream(std::move(server)), ConnectionCount(counts_), broadcast_, false);
+    asio::post(worker.Context(), [&] { member->Run("head"); });
+    std::vector<char> head(4);
+    asio::read(client, asio::buffer(head));
+    std::promise<void> given;
+    asio::post(worker.Context(), [&] {
+        std::vector<BlockPtr> blocks;
+        for (int i = 0; i < 30; ++i) {
+            const auto block = std::make_shared<Block>();
+            block->storage.assign(kBlockBytes, static_cast<uint8_t>(i));
+            block->bytes = block->storage;
+            block->key = i == 0;
+            blocks.push_back(block);
+        }
+        member->Take(blocks);
+        given.set_value();
+    });
+    std::vector<char> all(30 * kBlockBytes);
+    EXPECT_EQ(asio::read(client, asio::buffer(all)), all.size());
+    given.get_future().wait();
+    for (size_t i = 0; i < all.size(); ++i)
+        ASSERT_EQ(all[i], static_cast<char>(i / kBlockBytes));
+    EXPECT_EQ(broadcast_->Skipped(), 0U);
 }
 
 TEST_F(FeedClientTest, WhoReadsSlowlyIsServedAndWhoDoesNotReadIsClosed) {
