@@ -246,5 +246,39 @@ TEST(Pieces, NothingIsLookedAtBehindAPiece) {
     EXPECT_TRUE(units.End().empty());
 }
 
+// A NAL unit that comes by itself gets a start code unless it has one: what only begins like one is the unit.
+TEST(Pieces, NalUnitsThatBeginLikeStartCodes) {
+    const ByteVector slice = AvcSlice(Idr());
+    const ByteVector bare = test::Slice(slice, 4, slice.size() - 4);
+    for (const char* other : {"00", "00 00", "00 00 00", "00 05 06 07", "00 00 02 03", "00 00 00 02", "0C FF"}) {
+        Units units(MX_FRAME_VIDEO, MX_VIDEO_H264_STREAM);
+        EXPECT_TRUE(units.PutNal(bare).empty());
+        EXPECT_TRUE(units.PutNal(Bytes(other)).empty()) << other;
+        const std::vector<Given> given = units.End();
+        ASSERT_EQ(given.size(), 1u) << other;
+        EXPECT_EQ(test::Slice(given[0].bytes, 0, slice.size()), slice) << other;
+        EXPECT_EQ(test::Slice(given[0].bytes, slice.size(), 4), kStartCode) << other;
+    }
+    for (const char* whole : {"00 00 01 0C FF", "00 00 00 01 0C FF"}) {
+        Units units(MX_FRAME_VIDEO, MX_VIDEO_H264);
+        EXPECT_TRUE(units.PutNal(bare).empty());
+        EXPECT_TRUE(units.PutNal(Bytes(whole)).empty());
+        const std::vector<Given> given = units.End();
+        ASSERT_EQ(given.size(), 1u);
+        EXPECT_EQ(given[0].bytes, slice + Bytes(whole));
+    }
+}
+
+// Data partition A carries the slice header (ITU-T H.264 7.3.2.9.1); B and C go with it.
+TEST(Pieces, DataPartitions) {
+    const auto partitioned = [](uint32_t frame_num) {
+        return AvcSlice({.header = 0x42, .frame_num = frame_num}) + kStartCode + Bytes("43 80 11") + kStartCode +
+               Bytes("44 80 22");
+    };
+    const ByteVector first = AvcSps() + AvcPps() + AvcSlice(Idr());
+    EXPECT_EQ(InPieces(MX_FRAME_VIDEO, MX_VIDEO_H264, first + partitioned(1) + partitioned(2), 1000),
+              (std::vector<ByteVector>{first, partitioned(1), partitioned(2)}));
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora
