@@ -342,5 +342,26 @@ TEST(ParameterSets, BehindALongUnit) {
     EXPECT_TRUE(found.has_picture);
 }
 
+// Types 16 to 23 are random access pictures (ITU-T H.265 Table 7-1), also those that are reserved.
+TEST(ParameterSets, RandomAccessOfH265) {
+    for (uint32_t type = 0; type < 32; ++type) {
+        CParameterSets sets(NalCodec::kHevc);
+        const FrameNals found =
+            sets.ScanAnnexB(Bytes("00 00 00 01") + ByteVector{static_cast<uint8_t>(type << 1), 1, 0x80});
+        EXPECT_TRUE(found.has_picture) << type;
+        EXPECT_EQ(found.random_access, type >= 16 && type <= 23) << type;
+    }
+}
+
+TEST(ParameterSets, AUnitThatIsLongerThanItsFrameIsNone) {
+    for (const char* frame : {"00 00 00 05 65 88 84 21", "00 00 00 0C 65 88 84 21"}) {
+        const ByteVector memory = Bytes(frame) + ByteVector(20, 0x11);
+        CParameterSets sets(NalCodec::kAvc);
+        EXPECT_FALSE(sets.ScanLengthPrefixed({memory.data(), 8}).has_picture) << frame;
+    }
+    CParameterSets sets(NalCodec::kAvc);
+    EXPECT_TRUE(sets.ScanLengthPrefixed(Bytes("00 00 00 04 65 88 84 21")).has_picture);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

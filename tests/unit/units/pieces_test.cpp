@@ -237,7 +237,7 @@ TEST(Pieces, AnotherLayersHeaderIsNone) {
 // The bytes behind a piece are none of the stream's.
 TEST(Pieces, NothingIsLookedAtBehindAPiece) {
     const ByteVector frame = Bytes("FF F1 4C 80 02 9F FC") + ByteVector(13, 0x21);
-    const ByteVector memory = Bytes("FF 00 00 00 00 00 00 00 00 00") + frame + frame + frame;
+    const ByteVector memory = Bytes("FF 00 00 00 00 00 00 00 00 00 00 00 00") + frame + frame + frame;
     Units units(MX_FRAME_AUDIO, MX_AUDIO_AAC);
     ASSERT_EQ(MX_PutBytes(units.handle(), memory.data(), 10), 0u);
     MXAccessUnit unit{};
@@ -278,6 +278,45 @@ TEST(Pieces, DataPartitions) {
     const ByteVector first = AvcSps() + AvcPps() + AvcSlice(Idr());
     EXPECT_EQ(InPieces(MX_FRAME_VIDEO, MX_VIDEO_H264, first + partitioned(1) + partitioned(2), 1000),
               (std::vector<ByteVector>{first, partitioned(1), partitioned(2)}));
+}
+
+// The length of a frame is no sign of its stream, not even its highest bits.
+TEST(Pieces, LongAndShortFramesOfSound) {
+    const auto frame = [](uint32_t size) {
+        return ByteVector{0xFF,
+                          0xF1,
+                          0x4C,
+                          static_cast<uint8_t>(0x80 | size >> 11),
+                          static_cast<uint8_t>(size >> 3),
+                          static_cast<uint8_t>((size & 7) << 5 | 0x1F),
+                          0xFC} +
+               ByteVector(size - 7, 0x21);
+    };
+    const std::vector<ByteVector> frames{frame(16), frame(2100), frame(4200), frame(8191), frame(16)};
+    EXPECT_EQ(InPieces(MX_FRAME_AUDIO, MX_AUDIO_AAC, Joined(frames), 20000), frames);
+}
+
+// What is reserved is no slice, whatever its third byte says (ITU-T H.265 Table 7-1).
+TEST(Pieces, ReservedTypesGoWithThePicture) {
+    const auto unit = [](uint8_t type) {
+        return kStartCode + ByteVector{static_cast<uint8_t>(type << 1), 1, 0xAF} + ByteVector(20, 0x5A);
+    };
+    std::vector<ByteVector> pictures;
+    for (const uint32_t type : {10u, 15u, 22u, 23u, 24u, 31u})
+        pictures.push_back(unit(1) + unit(static_cast<uint8_t>(type)));
+    EXPECT_EQ(InPieces(MX_FRAME_VIDEO, MX_VIDEO_H265, Joined(pictures), 1000), pictures);
+}
+
+TEST(Pieces, WithoutMemoryForTheRestOfALongUnit) {
+    const ByteVector slice = AvcSlice(Idr()) + ByteVector(100000, 0x77);
+    const ByteVector stream =
+        AvcSps() + AvcPps() + test::Slice(slice, 1, slice.size() - 1) + AvcSlice({.frame_num = 1});
+    Units units(MX_FRAME_VIDEO, MX_VIDEO_H264, MX_UNITS_LONG_START_CODES);
+    ASSERT_EQ(MX_PutBytes(units.handle(), stream.data(), static_cast<uint32_t>(stream.size())), 0u);
+    MXAccessUnit unit{};
+    unit.size = sizeof unit;
+    const test::FailingAllocations failing(1);
+    EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u);
 }
 
 }  // namespace
