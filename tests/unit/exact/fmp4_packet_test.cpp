@@ -265,5 +265,21 @@ TEST_F(Fmp4Packet, ParametersAreCheckedAndComeAheadOfTheHeader) {
     EXPECT_EQ(set(0, 500, 0, 7), 3u);
 }
 
+// ISO/IEC 14496-12 12.2.3: channelcount and samplesize stand 20 and 22 bytes behind the type.
+TEST(Fmp4Sound, SamplesOfEightAndSixteenBits) {
+    for (const auto& [codec, type, bits] :
+         {std::tuple(MX_AUDIO_PCM8, "raw ", "0002 0008"), {MX_AUDIO_PCM16, "sowt", "0002 0010"}}) {
+        const auto stream = ExactStream::Of<CFmp4Packet>(MX_FORMAT_FMP4);
+        stream->Open(0, codec);
+        ASSERT_EQ(stream->Audio(ByteVector(960, 0x55), 0, 0, 48000, codec), 0u);
+        stream->Close();
+        const ByteVector file = stream->Forward();
+        const ByteVector name = test::Text(type);
+        const auto at = std::search(file.begin(), file.end(), name.begin(), name.end());
+        ASSERT_NE(at, file.end()) << type;
+        EXPECT_EQ(test::Slice(file, static_cast<size_t>(at - file.begin()) + 20, 4), Bytes(bits));
+    }
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

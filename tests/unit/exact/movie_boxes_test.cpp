@@ -1,6 +1,8 @@
 // The boxes of a movie without samples, whole: each literal is a field of ISO/IEC 14496-12, in the order of its clause.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "MuxoraAPI.h"
 #include "core/clock.h"
 #include "exact/mp4_boxes.h"
@@ -207,6 +209,14 @@ TEST(SampleDescriptions, ObjectTypes) {
                                       {MX_AUDIO_PCM8, "raw "}})
         EXPECT_EQ(test::Slice(entry(Sound(codec, 65535)), 16, 36),
                   Box(type, ByteVector(6) + Bytes("0001") + ByteVector(8) + Bytes("0002 0010 00000000 FFFF0000")));
+}
+
+// A length in four groups of seven bits (ISO/IEC 14496-1 8.3.3): 20480 is 1 * 128 * 128 + 32 * 128.
+TEST(SampleDescriptions, ALongConfiguration) {
+    const Mp4Track track = Sound(MX_AUDIO_AAC, 48000, ByteVector(20480, 0x55));
+    const ByteVector bytes = Written([&](BoxWriter& out) { WriteSampleDescriptions(out, track, true); });
+    const ByteVector expected = Bytes("05 80 81 A0 00 55");
+    EXPECT_NE(std::search(bytes.begin(), bytes.end(), expected.begin(), expected.end()), bytes.end());
 }
 
 }  // namespace

@@ -400,5 +400,25 @@ TEST_F(XflvPacket, WhatItTakes) {
     }
 }
 
+TEST_F(XflvPacket, AStreamThatBeginsLaterHasItsRate) {
+    stream->Open(MX_VIDEO_H264, 0);
+    for (int i = 25; i < 50; ++i)
+        ASSERT_EQ(stream->Video(i == 25 ? Key() : Inter(), i == 25 ? MX_SUB_I : MX_SUB_P, i * 3600, i * 3600, 3600),
+                  0u);
+    stream->Close();
+    EXPECT_EQ(Number(Tags()[0].data, "framerate"), 25.0);
+}
+
+TEST_F(XflvPacket, AnIndexOfOneEntry) {
+    CFlvIndex index(1);
+    index.Add(5, 100);
+    ASSERT_EQ(index.Entries().size(), 1u);
+    EXPECT_EQ(index.Entries()[0].time, 5.0);
+    EXPECT_EQ(index.Entries()[0].position, 100.0);
+    CFlvIndex none(0);
+    none.Add(5, 100);
+    EXPECT_TRUE(none.Entries().empty());
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

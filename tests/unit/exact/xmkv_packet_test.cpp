@@ -468,5 +468,28 @@ TEST_F(XmkvPacket, SoundOfEightBits) {
     }
 }
 
+TEST_F(XmkvPacket, EightMebibytesAreNotKeptWaiting) {
+    stream->Open();
+    int frames = 0;
+    for (; stream->blocks.empty() && frames < 20; ++frames) {
+        const ByteVector picture = test::Units({Bytes("41 9A") + ByteVector((1u << 20) - 6, 0x55)});
+        ASSERT_EQ(
+            stream->Video(frames == 0 ? Key() : picture, frames == 0 ? MX_SUB_I : MX_SUB_P, frames * 90, frames * 90),
+            0u);
+    }
+    EXPECT_EQ(frames, 9) << "a key frame of a few bytes, and eight of a mebibyte";
+}
+
+// The EBML head (RFC 8794 11.2).
+TEST_F(XmkvPacket, Versions) {
+    stream->Open(0);
+    stream->Audio(test::Adts(Bytes("21")), 0);
+    const Element file = ReadFile(stream->File());
+    const Element& head = file.One(0x1A45DFA3);
+    for (const auto& [id, value] :
+         {std::pair(0x4286u, 1u), {0x42F7u, 1u}, {0x42F2u, 4u}, {0x42F3u, 8u}, {0x4287u, 4u}, {0x4285u, 2u}})
+        EXPECT_EQ(head.One(id).UInt(), value) << id;
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora
