@@ -4,10 +4,13 @@ extern "C" {
 #include <libavformat/avio.h>
 #include <libavutil/dict.h>
 #include <libavutil/error.h>
+#include <libavutil/opt.h>
 }
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <sstream>
 #include <string_view>
 #include <thread>
 
@@ -51,11 +54,47 @@ bool HaveProtocol(const std::string& name) {
     return false;
 }
 
+// libavformat passes over what it does not know: a misspelt option would do nothing, and say nothing.
+void CheckOption(const std::string& scheme, const std::string& name) {
+    const AVClass* about = avio_protocol_get_class(scheme.c_str());
+    // Behind the address, UDP knows one that is not in its list.
+    if (about == nullptr || (scheme == kUdp && name == "dscp")) return;
+    if (av_opt_find(&about, name.c_str(), nullptr, 0, AV_OPT_SEARCH_FAKE_OBJ) != nullptr) return;
+    std::string known;
+    for (const AVOption* option = nullptr; (option = av_opt_next(&about, option)) != nullptr;) {
+        if (option->type == AV_OPT_TYPE_CONST || (option->flags & AV_OPT_FLAG_ENCODING_PARAM) == 0) continue;
+        known += (known.empty() ? "" : ", ") + std::string(option->name);
+    }
+    throw WrongUsage(scheme + ":// has no option '" + name + "'; it has: " + known);
+}
+
+// Gives libavformat the options behind the address once more, by name: so it looks at their values, too.
+void ReadOptions(const std::string& address, const std::string& scheme, AVDictionary*& settings) {
+    const size_t question = address.find('?');
+    if (question == std::string::npos) return;
+    std::istringstream options(address.substr(question + 1));
+    for (std::string option; std::getline(options, option, '&');) {
+        const size_t sign = std::min(option.find('='), option.size());
+        const std::string name = option.substr(0, sign);
+        if (option.empty()) continue;
+        CheckOption(scheme, name);
+        if (sign + 1 < option.size()) av_dict_set(&settings, name.c_str(), option.c_str() + sign + 1, 0);
+    }
+}
+
 std::string ErrorText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(error, text, sizeof text);
     return text;
 }
+
+struct Settings {
+    AVDictionary* all = nullptr;
+    Settings() = default;
+    ~Settings() { av_dict_free(&all); }
+    Settings(const Settings&) = delete;
+    Settings& operator=(const Settings&) = delete;
+};
 
 int OnWait(void* /*opaque*/) {
     return Interrupted() ? 1 : 0;
@@ -83,11 +122,11 @@ TsLink::TsLink(const std::string& address) : address_(address), writer_(std::mak
         throw Failure(std::string("the libavformat of this machine was built without ") +
                       (writer_->srt ? "libsrt; send over udp:// or rtp://" : "UDP"));
     }
-    AVDictionary* settings = nullptr;
-    av_dict_set_int(&settings, "pkt_size", TsSchedule::kDatagram, 0);
+    Settings settings;
+    av_dict_set_int(&settings.all, "pkt_size", TsSchedule::kDatagram, 0);
+    ReadOptions(address_, writer_->srt ? kSrt : kUdp, settings.all);
     const AVIOInterruptCB on_wait{OnWait, nullptr};
-    const int result = avio_open2(&writer_->context, address_.c_str(), AVIO_FLAG_WRITE, &on_wait, &settings);
-    av_dict_free(&settings);
+    const int result = avio_open2(&writer_->context, address_.c_str(), AVIO_FLAG_WRITE, &on_wait, &settings.all);
     if (result >= 0) return;
     // The options may hold a passphrase.
     const std::string shown = address_.substr(0, address_.find('?'));

@@ -120,6 +120,10 @@ std::vector<std::string> PlayerNotes(const Format& format, const PackFacts& fact
         notes.push_back("G.711 has no public number in " + key +
                         ": the players of that dialect know it, ffmpeg takes it for MPEG audio");
     }
+    if (format.number == MX_FORMAT_PS_GD && picture == MX_VIDEO_MPEG4) {
+        notes.push_back("MPEG-4 has no public number in " + key +
+                        ": the players of that dialect know it, ffmpeg takes it for H.264");
+    }
     if (format.number == MX_FORMAT_PS_OV && picture == MX_VIDEO_MJPEG) {
         notes.push_back("Motion JPEG has no public number in " + key +
                         ": the players of that dialect know it, ffmpeg finds no pictures there");

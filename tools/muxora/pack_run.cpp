@@ -11,6 +11,7 @@
 #include "common/json.h"
 #include "common/pace.h"
 #include "common/working_file.h"
+#include "muxora/cut_off.h"
 
 namespace Orvane::Muxora::Tools {
 
@@ -104,6 +105,9 @@ void PackRun::OpenPart() {
         if (std::filesystem::exists(SnapshotPath(path))) {
             throw Failure(path + " was cut off before: complete it with 'muxora repair " + path + "', or remove " +
                           SnapshotPath(path));
+        }
+        if (IsCutOffHybrid(path)) {
+            throw Failure(path + " was cut off before: complete it with 'muxora repair " + path + "', or remove it");
         }
         output_ = std::make_unique<OutputFile>(
             path, arguments_.backup > 0 ? OutputFile::Growth::kInPlace : OutputFile::Growth::kBeside);

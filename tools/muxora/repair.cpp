@@ -148,6 +148,13 @@ void PutBigEndian(uint8_t* at, uint64_t value, int bytes) {
         at[i] = static_cast<uint8_t>(value >> 8 * (bytes - 1 - i) & 0xFF);
 }
 
+// Ahead of the first change to the file.
+void CheckMediaSize(const std::string& path, const Snapshot& snapshot, const Box& mdat) {
+    if (snapshot.format == MX_FORMAT_MP4_NOSEEK || mdat.header == 16 || snapshot.position - mdat.at <= UINT32_MAX)
+        return;
+    throw Failure("the media data of " + path + " is longer than this file can say");
+}
+
 // The header of the one mdat box; the forward-only form has finished boxes.
 void PatchMediaSize(RecordingFile& file, const Snapshot& snapshot, const Box& mdat) {
     if (snapshot.format == MX_FORMAT_MP4_NOSEEK) return;
@@ -157,7 +164,6 @@ void PatchMediaSize(RecordingFile& file, const Snapshot& snapshot, const Box& md
         PutBigEndian(bytes, size, 8);
         file.Write(mdat.at + 8, bytes, 8);
     } else {
-        if (size > UINT32_MAX) throw Failure("the media data is longer than this file can say");
         PutBigEndian(bytes, size, 4);
         file.Write(mdat.at, bytes, 4);
     }
@@ -270,6 +276,7 @@ void Repair(const RepairArguments& arguments) {
                       std::to_string(snapshot->position) + " bytes, " + arguments.path + " has " +
                       std::to_string(size));
     }
+    CheckMediaSize(arguments.path, *snapshot, *layout.mdat);
     // The order lets a second run finish what a first one began: the snapshot goes last.
     if (layout.front_moov) file.Write(layout.front_moov->at + 4, "free", 4);
     file.Write(snapshot->position, snapshot->index.data(), snapshot->index.size());

@@ -266,6 +266,12 @@ TEST(Notes, StreamsThatFfmpegDoesNotFindAreNamed) {
         EXPECT_EQ(run.exit_code, 0) << run.err;
         EXPECT_TRUE(Contains(run.out, "note: G.711 has no public number in " + key)) << run.out;
     }
+    ClipSpec mpeg4;
+    mpeg4.video = "mpeg4";
+    mpeg4.audio = "";
+    const auto part2 = Muxora({"pack", MakeClip(mpeg4), "-o", WorkPath("part2.mpg"), "-f", "gdps"});
+    EXPECT_TRUE(Contains(part2.out, "note: MPEG-4 has no public number in gdps: ")) << part2.out << part2.err;
+    EXPECT_EQ(test::Probe(WorkPath("part2.mpg"), "", "stream=codec_name"), "h264") << "the note says so";
     const std::string pictures = WorkPath("pictures.avi");
     Ffmpeg({"-i", Clip(), "-an", "-c:v", "mjpeg", pictures});
     const auto jpeg = Muxora({"pack", pictures, "-o", WorkPath("pictures.mpg"), "-f", "ovps", "--json"});

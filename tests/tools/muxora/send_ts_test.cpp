@@ -199,6 +199,21 @@ TEST(SendTs, WhatCannotBeSentIsToldWithoutThePassphrase) {
     EXPECT_EQ(alone.exit_code, 1);
     EXPECT_TRUE(Contains(alone.err, "is somebody listening there")) << alone.err;
     EXPECT_FALSE(Contains(alone.err, "a-secret"));
+    // A misspelt option, and a value that is none.
+    for (const std::string address :
+         {"udp://127.0.0.1:9?tll=4", "udp://127.0.0.1:9?ttl=4&", "srt://127.0.0.1:9?latncy=1"}) {
+        const auto misspelt = Muxora({"send", Clip(), "--to", address, "--speed", "1000"});
+        if (address.ends_with("&")) {
+            EXPECT_EQ(misspelt.exit_code, 0) << misspelt.err;
+            continue;
+        }
+        EXPECT_EQ(misspelt.exit_code, 2) << address << misspelt.err;
+        EXPECT_TRUE(Contains(misspelt.err, ":// has no option '")) << misspelt.err;
+        EXPECT_TRUE(Contains(misspelt.err, "'; it has: ")) << misspelt.err;
+    }
+    const auto value = Muxora({"send", Clip(), "--to", "udp://127.0.0.1:9?ttl=many"});
+    EXPECT_EQ(value.exit_code, 1);
+    EXPECT_TRUE(Contains(value.err, "cannot send to udp://127.0.0.1:9: Invalid argument")) << value.err;
     const auto described = Muxora({"send", Clip(), "--to", "udp://127.0.0.1:5000", "--sdp", "x.sdp"});
     EXPECT_EQ(described.exit_code, 2);
 }

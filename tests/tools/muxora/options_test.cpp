@@ -1,0 +1,266 @@
+// What the options mean, and what is said where they make no sense: code, line, and no file left behind.
+#include <gtest/gtest.h>
+
+#include "support/hex.h"
+#include "tool.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::ClipSpec;
+using test::Contains;
+using test::FilesIn;
+using test::MakeClip;
+using test::Muxora;
+using test::Pictures;
+using test::WorkPath;
+
+std::string Clip() {
+    ClipSpec spec;
+    spec.container = "mp4";
+    return MakeClip(spec);
+}
+
+constexpr char kKey[] = "00112233445566778899aabbccddeeff";
+
+struct Refusal {
+    std::vector<std::string> words;  // IN is the clip, {} the folder
+    int exit_code;
+    std::string says;
+};
+
+// Runs each in an empty folder, which stays empty.
+void ExpectRefusals(const std::string& command, const std::vector<Refusal>& refusals) {
+    const std::string folder = test::FreshDirectory("refused");
+    for (const Refusal& refusal : refusals) {
+        std::vector<std::string> words{command};
+        std::string line = command;
+        for (std::string word : refusal.words) {
+            if (word == "IN") word = Clip();
+            if (word.rfind("{}", 0) == 0) word = folder + word.substr(2);
+            words.push_back(word);
+            line += " " + word;
+        }
+        const auto run = Muxora(words);
+        EXPECT_EQ(run.exit_code, refusal.exit_code) << line << "\n" << run.err;
+        EXPECT_TRUE(Contains(run.err, refusal.says)) << line << "\n" << run.err;
+        EXPECT_TRUE(test::IsOneLine(run.err)) << line << "\n" << run.err;
+        EXPECT_EQ(run.out, "") << line;
+        EXPECT_TRUE(FilesIn(folder).empty()) << line << " left " << FilesIn(folder)[0];
+    }
+}
+
+TEST(Options, PackTellsWhatDoesNotGoTogether) {
+    test::WriteFile(WorkPath("short.key"), test::Text("0011\n"));
+    test::WriteFile(WorkPath("letters.key"), test::Text("xyz\n"));
+    ExpectRefusals(
+        "pack",
+        {{{"IN", "-o", "{}/x"}, 2, "the format cannot be told from '"},
+         {{"IN", "-o", "{}/x.mp4", "-f", "mp5"}, 2, "there is no format 'mp5'; choose one of: "},
+         {{"IN", "-o", "-", "-f", "avi"}, 2, "choose a forward-only format (see muxora formats)"},
+         {{"IN", "-o", "-", "-f", "mov"}, 2, "choose fmp4 (mp4noseek is a classic form without going back)"},
+         {{"IN", "-o", "{}/x.m2ts", "-f", "ts"}, 2, "and ts writes 188; name the output .ts"},
+         {{"IN", "-o", "{}/x.mpd", "-f", "mp4"}, 2, ".mpd makes a playlist over CMAF segments, and mp4 is no form"},
+         {{"IN", "-o", "{}/x.mp4", "--reserve", "9"}, 2, "--reserve is for the classic forms of mp4"},
+         {{"IN", "-o", "-", "-f", "mp4noseek", "--reserve", "9"}, 2, "--reserve makes the format go back"},
+         {{"IN", "-o", "{}/x.avi", "--backup", "1"}, 2, "avi has no index to lose, or no backup"},
+         {{"IN", "-o", "-", "-f", "xts", "--backup", "1"}, 2, "--backup needs a file"},
+         {{"IN", "-o", "-", "-f", "ts", "--segment", "2s"}, 2, "--segment makes files; a pipe is one stream"},
+         {{"IN", "-o", "{}/x.ts", "--encrypt", "0:256"}, 2, "only ovx encrypts"},
+         {{"IN", "-o", "{}/x.ovx", "--encrypt", "0:256"}, 2, "--encrypt OFFSET:LENGTH needs a key"},
+         {{"IN", "-o", "{}/x.ovx", "--encrypt", "0:256", "--key-file", "/nowhere.key"},
+          1,
+          "cannot read the key from /nowhere.key"},
+         {{"IN", "-o", "{}/x.ovx", "--encrypt", "0:256", "--key-file", WorkPath("short.key")},
+          2,
+          "short.key must have 32, 48 or 64 hex digits"},
+         {{"IN", "-o", "{}/x.ovx", "--encrypt", "0:256", "--key-file", WorkPath("letters.key")}, 2, "letters.key"},
+         {{"IN", "-o", "{}/x.ovx", "--key", kKey}, 2, "there is nothing for the key to do"},
+         {{"IN", "-o", "{}/x.ovx", "--key-file", WorkPath("short.key")}, 2, "there is nothing for the key to do"},
+         {{"IN", "-o", "{}/x.ovx", "--key", kKey, "--encrypt", "65536:16"}, 2, "--encrypt must be OFFSET:LENGTH"},
+         {{"IN", "-o", "{}/x.ovx", "--key", kKey, "--encrypt", "0:15"}, 2, "--encrypt must be OFFSET:LENGTH"},
+         {{"IN", "-o", "{}/x.ovx", "--key", kKey, "--encrypt", "0:16 "}, 2, "--encrypt must be OFFSET:LENGTH"},
+         {{"IN", "-o", "{}/x.ts", "--segment", "0s"}, 2, "'0s' is neither"},
+         {{"IN", "-o", "{}/x.ts", "--segment", "-2s"}, 2, "'-2s' is neither"},
+         {{"IN", "-o", "{}/x.ts", "--segment", "2000000000s"}, 2, "'2000000000s' is neither"},
+         {{"IN", "-o", "{}/x.ts", "--segment", "2 days"}, 2, "'2 days' is neither"},
+         {{"IN", "-o", "{}/%1000Y.ts", "--segment", "1s"}, 2, "is no name that strftime can fill in"},
+         {{"IN", "-o", "{}/x.ts", "--no-video", "--no-audio"}, 1, "both are left out by options"},
+         {{"-", "-o", "{}/x.ts"}, 1, "standard input: "},
+         {{"-", "-o", "{}/x.m3u8"}, 1, "standard input: "},
+         {{"IN", "-o", "{}/no/x.m3u8"}, 1, "make the directory first"},
+         {{"IN", "-o", "{}/x.m3u8", "--encrypt", "0:16"}, 2, "only ovx encrypts"},
+         {{"IN", "-o", "{}/x.mpd", "--reserve", "100"}, 2, "a playlist appears when all is there"},
+         {{"IN", "-o", "{}/x.mpd", "--segment", "0.1s"}, 2, "is a duration from 0.5s to 60s"},
+         {{"IN", "-o", "{}/x.mpd", "--segment", "2min"}, 2, "is a duration from 0.5s to 60s"},
+         {{"IN", "--jobs", "2", "-o", "{}"}, 2, "--jobs needs the format by name: -f KEY"},
+         {{"IN", "--jobs", "2", "-o", "{}", "-f", "mp5"}, 2, "there is no format 'mp5'"},
+         {{"IN", "--jobs", "2", "-o", "{}", "-f", "mp4", "--backup", "1"}, 2, "--jobs goes without --backup"},
+         {{"IN", "--jobs", "2", "-o", "{}", "-f", "mp4", "--realtime"}, 2, "--jobs goes without --backup"},
+         {{"IN", "--jobs", "2", "-o", "{}", "-f", "mp4", "--segment", "1s"}, 2, "--jobs goes without --backup"},
+         {{"IN", "--jobs", "2", "-o", "{}", "-f", "mp4", "--key", kKey}, 2, "--jobs goes without --backup"},
+         {{"IN", "IN", "--jobs", "2", "-o", "{}", "-f", "mp4"}, 2, "two of the inputs would both become "}});
+    const auto itself = Muxora({"pack", Clip(), "-o", Clip()});
+    EXPECT_EQ(itself.exit_code, 2);
+    EXPECT_TRUE(Contains(itself.err, "is an input as well; write to another file")) << itself.err;
+    // Under another name it is still the same file.
+    const std::string link = WorkPath("link.m3u8");
+    fs::remove(link);
+    fs::create_hard_link(Clip(), link);
+    const auto playlist = Muxora({"pack", Clip(), "-o", link});
+    EXPECT_EQ(playlist.exit_code, 2);
+    EXPECT_TRUE(Contains(playlist.err, "is an input as well; write to another file")) << playlist.err;
+}
+
+TEST(Options, WrongUsageIsJsonForPrograms) {
+    const auto run = Muxora({"pack", Clip(), "-o", WorkPath("x.unknown"), "--json"});
+    EXPECT_EQ(run.exit_code, 2);
+    EXPECT_EQ(run.err.rfind("{\"error\":\"the format cannot be told from '", 0), 0u) << run.err;
+    EXPECT_TRUE(Contains(run.err, ",\"exit_code\":2}\n")) << run.err;
+    const auto parsed = Muxora({"pack", "--json", "--bogus"});
+    EXPECT_EQ(parsed.exit_code, 2);
+    EXPECT_EQ(parsed.err.front(), '{') << parsed.err;
+    const auto nothing = Muxora({});
+    EXPECT_EQ(nothing.exit_code, 2);
+    EXPECT_TRUE(Contains(nothing.err, "a command is missing; there are: formats, inspect, pack")) << nothing.err;
+}
+
+// A key by the option, by a file and by the variable is one key, of any of AES's lengths.
+TEST(Options, KeysComeByThreeWays) {
+    for (const std::string key : {std::string(kKey), kKey + std::string(16, 'a'), kKey + std::string(kKey)}) {
+        test::WriteFile(WorkPath("a.key"), test::Text(key + "\n"));
+        const std::string by_option = WorkPath("option.ovx");
+        const std::string by_file = WorkPath("file.ovx");
+        const std::string by_variable = WorkPath("variable.ovx");
+        const auto pack = [&](const std::string& out, const std::vector<std::string>& more) {
+            std::vector<std::string> words{"env", "MUXORA_KEY=" + key, MUXORA_TOOL, "pack", Clip(), "-o",
+                                           out,   "--quiet",           "--encrypt", "0:512"};
+            words.insert(words.end(), more.begin(), more.end());
+            return test::Run(words);
+        };
+        ASSERT_EQ(pack(by_variable, {}).exit_code, 0);
+        // What is said outright wins over the variable.
+        ASSERT_EQ(test::Run({"env", "MUXORA_KEY=00", MUXORA_TOOL, "pack", Clip(), "-o", by_file, "--quiet", "--encrypt",
+                             "0:512", "--key-file", WorkPath("a.key")})
+                      .exit_code,
+                  0);
+        ASSERT_EQ(test::Run({"env", "MUXORA_KEY=00", MUXORA_TOOL, "pack", Clip(), "-o", by_option, "--quiet",
+                             "--encrypt", "0:512", "--key", key})
+                      .exit_code,
+                  0);
+        const std::string prefix = WorkPath("opened");
+        const auto first = Muxora({"unpack", by_option, "-o", prefix, "--key-file", WorkPath("a.key"), "--quiet"});
+        ASSERT_EQ(first.exit_code, 0) << first.err;
+        EXPECT_EQ(first.out, "");
+        const auto pictures = test::ReadFile(prefix + ".h264");
+        EXPECT_EQ(Pictures(prefix + ".h264"), Pictures(Clip()));
+        for (const std::string& other : {by_file, by_variable}) {
+            ASSERT_EQ(test::Run({"env", "MUXORA_KEY=" + key, MUXORA_TOOL, "unpack", other, "-o", prefix}).exit_code, 0);
+            EXPECT_EQ(test::ReadFile(prefix + ".h264"), pictures);
+        }
+    }
+    const auto wrong =
+        test::Run({"env", "MUXORA_KEY=0011", MUXORA_TOOL, "unpack", WorkPath("file.ovx"), "-o", WorkPath("opened")});
+    EXPECT_EQ(wrong.exit_code, 2);
+    EXPECT_TRUE(Contains(wrong.err, "MUXORA_KEY must have 32, 48 or 64 hex digits")) << wrong.err;
+}
+
+TEST(Options, NamesOfSegments) {
+    ClipSpec spec;
+    spec.container = "mp4";
+    spec.seconds = 3;
+    const std::string clip = MakeClip(spec);
+    const auto names = [&](const std::string& pattern, const std::string& rule) {
+        const std::string folder = test::FreshDirectory("names");
+        const auto run = Muxora({"pack", clip, "-o", folder + "/" + pattern, "--segment", rule, "--json"});
+        EXPECT_EQ(run.exit_code, 0) << run.err;
+        return FilesIn(folder);
+    };
+    using Names = std::vector<std::string>;
+    EXPECT_EQ(names("x%d.ts", "1500ms"), (Names{"x0.ts", "x1.ts"}));
+    EXPECT_EQ(names("x%05d.ts", "1"), (Names{"x00000.ts", "x00001.ts", "x00002.ts"}));
+    EXPECT_EQ(names("%d-%%.ts", "2s"), (Names{"0-%.ts", "1-%.ts"}));
+    EXPECT_EQ(names("x.ts", "0.02min"), (Names{"x-000.ts", "x-001.ts"}));
+    EXPECT_EQ(names("x.ts", "1h"), (Names{"x-000.ts"}));
+    EXPECT_EQ(names("x.ts", "1KiB"), (Names{"x-000.ts", "x-001.ts", "x-002.ts"}));
+    EXPECT_EQ(names("x.ts", "1GB"), (Names{"x-000.ts"}));
+    // Among dates, %d is the day.
+    const auto dated = names("%Y-%m-%d-%H%M%S-%02d.ts", "1h");
+    ASSERT_EQ(dated.size(), 1u);
+    EXPECT_EQ(dated[0].size(), std::string("2026-11-22-174500-00.ts").size());
+    EXPECT_EQ(dated[0].substr(17), "-00.ts");
+    const std::string folder = test::FreshDirectory("names");
+    const auto same = Muxora({"pack", clip, "-o", folder + "/same-%Y.ts", "--segment", "1s"});
+    EXPECT_EQ(same.exit_code, 2);
+    EXPECT_TRUE(Contains(same.err, "two segments would both be ")) << same.err;
+    EXPECT_TRUE(Contains(same.err, "; put %03d into the name")) << same.err;
+}
+
+// --fps, --duration, --video, --audio and their kin mean the same for many files.
+TEST(Jobs, OptionsReachEachFile) {
+    const std::string out = test::FreshDirectory("jobs_options");
+    const auto pack = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), {"pack", "--jobs", "1", "-o", out, Clip()});
+        return Muxora(more);
+    };
+    auto run = pack({"-f", "mp4", "--duration", "1", "--fps", "50", "--video", "0", "--audio", "1"});
+    ASSERT_EQ(run.exit_code, 0) << run.out << run.err;
+    const std::string stem = fs::path(Clip()).stem().string();
+    EXPECT_EQ(test::Probe(out + "/" + stem + ".mp4", "", "stream=codec_name,nb_frames"), "h264\n25\naac\n47");
+    run = pack({"-f", "mp4", "--no-audio", "--reserve", "5000"});
+    ASSERT_EQ(run.exit_code, 0) << run.out << run.err;
+    EXPECT_EQ(test::Probe(out + "/" + stem + ".mp4", "", "stream=codec_name"), "h264");
+    run = pack({"-f", "mp4", "--no-video"});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(Contains(run.out, "failed " + Clip() + ": ")) << run.out;
+    EXPECT_TRUE(Contains(run.out, "0 of 1 files packed into " + out)) << run.out;
+    EXPECT_EQ(run.err, "muxora: 1 of 1 files failed\n");
+    test::WriteFile(WorkPath("jobs.key"), test::Text(kKey));
+    run = pack({"-f", "ovx", "--encrypt", "0:256", "--key-file", WorkPath("jobs.key")});
+    ASSERT_EQ(run.exit_code, 0) << run.out << run.err;
+    EXPECT_TRUE(Contains(Muxora({"inspect", out + "/" + stem + ".ovx", "--summary"}).out, "encrypted: "));
+    // Notes come with the name of their file; --strict makes failures of them.
+    ClipSpec b_pictures;
+    b_pictures.container = "mp4";
+    b_pictures.b_frames = 2;
+    run = Muxora({"pack", "--jobs", "1", "-o", out, "-f", "ts", MakeClip(b_pictures)});
+    EXPECT_EQ(run.exit_code, 0) << run.err;
+    EXPECT_TRUE(Contains(run.out, "note " + MakeClip(b_pictures) + ": what ts loses of this input")) << run.out;
+    run = Muxora({"pack", "--jobs", "1", "-o", out, "-f", "ts", "--strict", MakeClip(b_pictures)});
+    EXPECT_EQ(run.exit_code, 1);
+    EXPECT_TRUE(Contains(run.out, ": --strict: what ts loses")) << run.out;
+}
+
+TEST(Jobs, WithoutDescriptorsIsAFailureAndNoHang) {
+    const std::string out = test::FreshDirectory("jobs_descriptors");
+    for (const int most : {4, 6, 7}) {
+        const auto run = test::Run({"prlimit", "--nofile=" + std::to_string(most), MUXORA_TOOL, "pack", "--jobs", "2",
+                                    "-f", "ts", "-o", out, Clip()});
+        EXPECT_EQ(run.exit_code, 1) << most;
+        EXPECT_TRUE(test::IsOneLine(run.err)) << run.err;
+        EXPECT_TRUE(Contains(run.err, "Too many open files")) << most << run.err;
+    }
+    EXPECT_TRUE(FilesIn(out).empty());
+}
+
+TEST(Serve, BecomesTheGatewayBesideIt) {
+    const std::string folder = test::FreshDirectory("serve");
+    fs::copy_file(MUXORA_TOOL, folder + "/muxora");
+    const auto none = test::Run({"env", "PATH=" + folder, folder + "/muxora", "serve", "--help"});
+    EXPECT_EQ(none.exit_code, 1);
+    EXPECT_EQ(none.err, "muxora: muxora-serve cannot be started: No such file or directory\n");
+    test::WriteFile(folder + "/muxora-serve", test::Text("#!/bin/sh\necho \"$#:$1:$2\"\nexit 7\n"));
+    fs::permissions(folder + "/muxora-serve", fs::perms::owner_all);
+    const auto run = test::Run({folder + "/muxora", "serve", "--help", "a b"});
+    EXPECT_EQ(run.exit_code, 7);
+    EXPECT_EQ(run.out, "2:--help:a b\n");
+    // Else the one that PATH has.
+    fs::create_directory(folder + "/bin");
+    fs::rename(folder + "/muxora-serve", folder + "/bin/muxora-serve");
+    const auto found =
+        test::Run({"env", "PATH=" + folder + "/bin:/usr/bin:/bin", folder + "/muxora", "serve", "1", "2"});
+    EXPECT_EQ(found.exit_code, 7);
+    EXPECT_EQ(found.out, "2:1:2\n");
+}
+
+}  // namespace
