@@ -1,6 +1,14 @@
 // What the options mean, and what is said where they make no sense: code, line, and no file left behind.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+
 #include "support/hex.h"
 #include "tool.h"
 
@@ -261,6 +269,59 @@ TEST(Serve, BecomesTheGatewayBesideIt) {
         test::Run({"env", "PATH=" + folder + "/bin:/usr/bin:/bin", folder + "/muxora", "serve", "1", "2"});
     EXPECT_EQ(found.exit_code, 7);
     EXPECT_EQ(found.out, "2:1:2\n");
+}
+
+// What a program writes to a terminal that is its standard error.
+std::string OnTerminal(std::vector<std::string> words) {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    if (terminal < 0 || grantpt(terminal) != 0 || unlockpt(terminal) != 0) return "no terminal";
+    words.insert(words.begin(), MUXORA_TOOL);
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, ptsname(terminal), O_WRONLY | O_NOCTTY, 0);
+    pid_t process = -1;
+    const int spawned = posix_spawn(&process, MUXORA_TOOL, &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    std::string text;
+    if (spawned == 0) {
+        // The last one who had it open has gone when nothing can be read any more.
+        std::array<char, 4096> piece{};
+        for (ssize_t got = 0; (got = read(terminal, piece.data(), piece.size())) > 0;)
+            text.append(piece.data(), static_cast<size_t>(got));
+        int status = 0;
+        waitpid(process, &status, 0);
+        if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) text += "failed";
+    }
+    close(terminal);
+    return text;
+}
+
+// A line that is written over, and gone at the end; nothing with --quiet, and nothing for programs.
+TEST(Progress, IsALineOnATerminal) {
+    const std::string out = WorkPath("progress.ts");
+    const std::string shown = OnTerminal({"pack", Clip(), "-o", out, "--realtime", "--duration", "1"});
+    EXPECT_TRUE(Contains(shown, " %  0:00:0")) << shown;
+    EXPECT_TRUE(Contains(shown, "x  0:00:0")) << shown;
+    EXPECT_TRUE(Contains(shown, " left")) << shown;
+    EXPECT_TRUE(shown.ends_with("\r\x1b[K")) << shown;
+    EXPECT_EQ(OnTerminal({"pack", Clip(), "-o", out, "--quiet"}), "");
+    EXPECT_EQ(OnTerminal({"pack", Clip(), "-o", out, "--json"}), "");
+    const std::string folder = test::FreshDirectory("progress");
+    const std::string counted = OnTerminal({"pack", "--jobs", "2", "-f", "ts", "-o", folder, Clip()});
+    EXPECT_TRUE(Contains(counted, "1 of 1 files  0:00:00 left")) << counted;
+    // A raw stream does not tell how long it is.
+    ClipSpec raw;
+    raw.container = "h264";
+    raw.audio = "";
+    const std::string open = OnTerminal({"pack", MakeClip(raw), "-o", out});
+    EXPECT_TRUE(Contains(open, "x\r")) << open;
+    EXPECT_FALSE(Contains(open, "left")) << open;
 }
 
 }  // namespace
