@@ -96,6 +96,9 @@ std::string Unreadable(const std::string& path, const PipeReader* pipe) {
         }
         return ": is no media file that can be read";
     }
+    // To open a named pipe once more is to wait for a writer who does not come.
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) return ": is no media file that can be read";
     std::array<char, 8> head{};
     std::ifstream(path, std::ios::binary).read(head.data(), head.size());
     if (BeginsAsMp4(reinterpret_cast<const uint8_t*>(head.data()), head.size())) {

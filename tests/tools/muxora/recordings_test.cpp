@@ -216,4 +216,34 @@ TEST(Recordings, SnapshotsThatCannotBeWrittenAreTold) {
     EXPECT_GT(test::Pictures(path).size(), 3u);
 }
 
+// A limit on the size of files stands for a full disk.
+TEST(Recordings, AFullDiskLeavesWhatPlaysAndNothingElse) {
+    const std::string folder = test::FreshDirectory("full_disk");
+    test::ClipSpec spec;
+    spec.container = "mov";
+    spec.audio = "pcm";
+    spec.channels = 2;
+    spec.seconds = 30;
+    spec.width = 64;
+    spec.height = 48;
+    const auto pack = [&](const std::string& path, std::vector<std::string> more) {
+        more.insert(more.begin(),
+                    {"prlimit", "--fsize=4000000", MUXORA_TOOL, "pack", test::MakeClip(spec), "-o", path});
+        return test::Run(more);
+    };
+    const std::string path = folder + "/x.mkv";
+    const auto recording = pack(path, {"--backup", "1"});
+    EXPECT_EQ(recording.exit_code, 1);
+    EXPECT_TRUE(test::IsOneLine(recording.err)) << recording.err;
+    EXPECT_TRUE(Contains(recording.err, "; what was recorded stays and plays: " + path)) << recording.err;
+    EXPECT_GT(test::DecodeVideo(path).Hashes().size(), 250u);
+    fs::remove(path);
+    for (const std::string key : {"xmkv", "avi"}) {
+        const auto run = pack(folder + "/y", {"-f", key, "--json"});
+        EXPECT_EQ(run.exit_code, 1) << key;
+        EXPECT_TRUE(FilesIn(folder).empty()) << key;
+        EXPECT_EQ(run.err.rfind("{\"error\":\"cannot write " + folder + "/y: ", 0), 0u) << run.err;
+    }
+}
+
 }  // namespace

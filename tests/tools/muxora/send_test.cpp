@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <sstream>
 #include <thread>
 
@@ -87,6 +88,117 @@ TEST(SendSdp, DescribesBothStreams) {
     const auto unknown = Muxora({"send", test::MakeClip(spec), "--to", "rtp://no.such.host.invalid:5004"});
     EXPECT_EQ(unknown.exit_code, 1);
     EXPECT_TRUE(test::IsOneLine(unknown.err)) << unknown.err;
+}
+
+std::string Short() {
+    ClipSpec spec;
+    spec.seconds = 1;
+    return test::MakeClip(spec);
+}
+
+TEST(SendOutput, IsTextOrJsonOrNothing) {
+    // A connected socket is told that nobody listens, and takes no more.
+    const std::string nobody = "udp://127.0.0.1:9?connect=1";
+    const auto text = Muxora({"send", Short(), "--to", nobody, "--speed", "20"});
+    EXPECT_EQ(text.exit_code, 0) << text.err;
+    EXPECT_EQ(text.out.rfind("udp://127.0.0.1:9: ", 0), 0u) << text.out;
+    EXPECT_TRUE(Contains(text.out, " datagrams were not taken by the system\n")) << text.out;
+    const auto json = Muxora({"send", Short(), "--to", nobody, "--speed", "20", "--json"});
+    EXPECT_EQ(json.exit_code, 0) << json.err;
+    EXPECT_EQ(json.out.rfind("{\"to\":\"udp://127.0.0.1:9\",\"datagrams\":", 0), 0u) << json.out;
+    EXPECT_TRUE(Contains(json.out, "\"video_frames\":25,")) << json.out;
+    EXPECT_FALSE(Contains(json.out, "\"unsent\":0,")) << json.out;
+    const auto quiet = Muxora({"send", Short(), "--to", nobody, "--speed", "20", "--quiet"});
+    EXPECT_EQ(quiet.out + quiet.err, "");
+    const auto rtp = Muxora({"send", Short(), "--to", "rtp://127.0.0.1:19990", "--speed", "20"});
+    EXPECT_EQ(rtp.exit_code, 0) << rtp.err;
+    EXPECT_TRUE(Contains(rtp.out, "rtp://127.0.0.1:19990: ")) << rtp.out;
+    EXPECT_TRUE(Contains(rtp.out, " packets, ")) << rtp.out;
+    EXPECT_EQ(Muxora({"send", Short(), "--to", "rtp://127.0.0.1:19990", "--speed", "20", "--quiet"}).out, "");
+    const auto folder = Muxora({"send", Short(), "--to", "rtp://127.0.0.1:19990", "--sdp", "/nowhere/x.sdp"});
+    EXPECT_EQ(folder.exit_code, 1);
+    EXPECT_TRUE(Contains(folder.err, "cannot write /nowhere/x.sdp")) << folder.err;
+}
+
+TEST(SendOutput, AnInterruptEndsIt) {
+    ClipSpec spec;
+    spec.seconds = 60;
+    spec.width = 64;
+    spec.height = 48;
+    spec.container = "mp4";
+    for (const std::string to : {"rtp://127.0.0.1:19980", "udp://127.0.0.1:9"}) {
+        const std::string said = test::FreshDirectory("interrupted") + "/said";
+        test::Background sender({"sh", "-c",
+                                 "exec " MUXORA_TOOL " send " + test::MakeClip(spec) + " --to " + to +
+                                     " --json --sdp " + said + ".sdp > " + said});
+        if (to[0] == 'u') {
+            // A transport stream describes itself.
+            EXPECT_EQ(sender.Wait(), 2);
+            continue;
+        }
+        for (int i = 0; i < 2000 && !fs::exists(said + ".sdp"); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        sender.Signal(SIGTERM);
+        EXPECT_EQ(sender.Wait(), 0);
+        const auto bytes = test::ReadFile(said);
+        const std::string json(bytes.begin(), bytes.end());
+        EXPECT_TRUE(Contains(json, "\"packets\":")) << json;
+        EXPECT_FALSE(Contains(json, "\"video_frames\":1500")) << json;
+    }
+    test::Background sender({MUXORA_TOOL, "send", test::MakeClip(spec), "--to", "udp://127.0.0.1:9", "--wait", "60"});
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    sender.Signal(SIGINT);
+    const int code = sender.Wait();
+    // Ahead of its handler the signal itself ends it.
+    EXPECT_TRUE(code == 0 || code == 128 + SIGINT) << code;
+}
+
+// RFC 4571: each packet behind its length of 16 bits.
+std::vector<std::vector<uint8_t>> Packets(const std::string& path) {
+    const auto bytes = test::ReadFile(path);
+    std::vector<std::vector<uint8_t>> packets;
+    for (size_t at = 0; at + 2 <= bytes.size();) {
+        const size_t size = static_cast<size_t>(bytes[at]) << 8 | bytes[at + 1];
+        if (size < 12 || size > bytes.size() - at - 2) return {};
+        const auto first = bytes.begin() + static_cast<std::ptrdiff_t>(at + 2);
+        packets.emplace_back(first, first + static_cast<std::ptrdiff_t>(size));
+        at += 2 + size;
+    }
+    return packets;
+}
+
+TEST(RtpFile, HoldsPacketsAsTheOptionsSay) {
+    const std::string out = test::WorkPath("x.rtp");
+    for (const std::string codec : {"h264", "hevc", "mjpeg"}) {
+        ClipSpec spec;
+        spec.video = codec;
+        spec.seconds = 1;
+        const auto run =
+            Muxora({"pack", test::MakeClip(spec), "-o", out, "-f", "rtp", "--no-audio", "--rtp-ssrc", "287454020",
+                    "--rtp-sequence", "100", "--rtp-max-length", "500", "--rtp-payload-type", "99"});
+        ASSERT_EQ(run.exit_code, 0) << run.err;
+        const auto packets = Packets(out);
+        ASSERT_GT(packets.size(), 25u) << codec;
+        uint16_t sequence = 100;
+        for (const auto& packet : packets) {
+            EXPECT_LE(packet.size(), 500u + 12) << "the limit is the payload's, in some of the forms";
+            EXPECT_EQ(packet[0] >> 6, 2) << "the version";
+            EXPECT_EQ(packet[1] & 0x7F, 99);
+            EXPECT_EQ(packet[2] << 8 | packet[3], ++sequence);
+            EXPECT_EQ((std::vector<uint8_t>{packet.begin() + 8, packet.begin() + 12}),
+                      (std::vector<uint8_t>{0x11, 0x22, 0x33, 0x44}));
+        }
+    }
+    const auto sound = Muxora({"pack", Short(), "-o", out, "-f", "rtp", "--no-video", "--rtp-audio-ssrc", "287454020",
+                               "--rtp-audio-sequence", "7", "--rtp-audio-payload-type", "98", "--rtp-audio-sample",
+                               "48000", "--rtp-audio-timestamp", "1"});
+    ASSERT_EQ(sound.exit_code, 0) << sound.err;
+    const auto packets = Packets(out);
+    ASSERT_GT(packets.size(), 40u);
+    EXPECT_EQ(packets[0][1] & 0x7F, 98);
+    EXPECT_EQ(packets[0][2] << 8 | packets[0][3], 8);
+    EXPECT_EQ(packets[0][8], 0x11);
 }
 
 }  // namespace
