@@ -227,7 +227,9 @@ TEST(Options, SoundAloneIntoEachKindOfForm) {
         const auto run = Muxora({"pack", Clip(), "-o", WorkPath(name), "--no-video", "--json"});
         EXPECT_EQ(run.exit_code, 0) << run.err;
         EXPECT_FALSE(Contains(run.out, "\"video\":")) << run.out;
-        EXPECT_EQ(test::Probe(WorkPath(name), "", "stream=codec_name"), "aac") << name;
+        // A transport stream lists its streams once more, by programs.
+        const std::string streams = test::Probe(WorkPath(name), "", "stream=codec_name");
+        EXPECT_TRUE(streams == "aac" || streams == "aac\naac") << name << ": " << streams;
     }
 }
 
