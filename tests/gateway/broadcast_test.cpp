@@ -106,7 +106,10 @@ class BroadcastTest : public ::testing::Test {
         workers_.Start();
         stream_ = hub_.Add("cam", "test");
     }
-    ~BroadcastTest() override { workers_.Stop(); }
+    ~BroadcastTest() override {
+        stream_->End();
+        workers_.Stop();
+    }
 
     // True once everything that was posted to the worker before is done.
     bool OnWorker(
@@ -121,7 +124,7 @@ class BroadcastTest : public ::testing::Test {
 
     // As if each worker had so many connections.
     void LoadWorkers(size_t count) {
-        for (size_t worker : {0, 1}) {
+        for (const size_t worker : {size_t{0}, size_t{1}}) {
             ASSERT_TRUE(OnWorker(worker, [&] {
                 for (size_t i = 0; i < count; ++i)
                     workers_.At(worker).Look(load_);
@@ -175,7 +178,7 @@ TEST_F(BroadcastTest, WhoJoinsLaterBeginsWithTheKeyFrame) {
         stream_->Push(Picture(i, i == 0 || i == 3));
     broadcast_ = Broadcast::Make(workers_, stream_, kForm);
     ASSERT_NE(broadcast_, nullptr);
-    for (size_t worker : {0, 1}) {
+    for (const size_t worker : {size_t{0}, size_t{1}}) {
         const auto collector = Join(worker);
         EXPECT_TRUE(collector->Has("picture 4;"));
         const std::string all = collector->All();

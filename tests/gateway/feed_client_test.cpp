@@ -69,7 +69,10 @@ class FeedClientTest : public ::testing::Test {
         frame.arrival_us = WallClockUs();
         stream_->Push(std::move(frame));
     }
-    ~FeedClientTest() override { workers_.Stop(); }
+    ~FeedClientTest() override {
+        stream_->End();
+        workers_.Stop();
+    }
 
     // The client's end of a connection that is being fed.
     tcp::socket Connect(bool web_socket, int receive_buffer = 16384, int send_buffer = 16384) {

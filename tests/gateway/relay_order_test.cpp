@@ -137,21 +137,22 @@ class Inbox : public testing::Test {
 }  // namespace
 
 TEST_F(Inbox, BeginsWithTheFirstKeyFrame) {
-    for (const uint64_t number : {3, 4, 5, 6})
+    for (const uint64_t number : {uint64_t{3}, uint64_t{4}, uint64_t{5}, uint64_t{6}})
         Take(number);
     EXPECT_EQ(Given(), "a5 a6");
 }
 
 TEST_F(Inbox, BeginsWhereItIsTold) {
     inbox_.BeginAt("a", 10, stored_us_);
-    for (const uint64_t number : {4, 5, 6, 7, 8, 9, 10, 11})
+    for (const uint64_t number :
+         {uint64_t{4}, uint64_t{5}, uint64_t{6}, uint64_t{7}, uint64_t{8}, uint64_t{9}, uint64_t{10}, uint64_t{11}})
         Take(number);
     EXPECT_EQ(Given(), "a10 a11");
 }
 
 TEST_F(Inbox, BeginsLaterWhereThatIsGone) {
     inbox_.BeginAt("a", 10, stored_us_);
-    for (const uint64_t number : {11, 12, 15, 16})
+    for (const uint64_t number : {uint64_t{11}, uint64_t{12}, uint64_t{15}, uint64_t{16}})
         Take(number);
     EXPECT_EQ(Given(), "a15 a16");
     EXPECT_EQ(inbox_.Missing(), 0U);
@@ -159,25 +160,25 @@ TEST_F(Inbox, BeginsLaterWhereThatIsGone) {
 
 TEST_F(Inbox, TheKeyFrameItselfMayComeLate) {
     inbox_.BeginAt("a", 10, stored_us_);
-    for (const uint64_t number : {11, 12, 10, 13})
+    for (const uint64_t number : {uint64_t{11}, uint64_t{12}, uint64_t{10}, uint64_t{13}})
         Take(number);
     EXPECT_EQ(Given(), "a10 a11 a12 a13");
 }
 
 TEST_F(Inbox, PutsInOrderWhatWasSentAgain) {
-    for (const uint64_t number : {0, 1, 3, 4, 5})
+    for (const uint64_t number : {uint64_t{0}, uint64_t{1}, uint64_t{3}, uint64_t{4}, uint64_t{5}})
         Take(number);
     EXPECT_EQ(Given(), "a0 a1");
     Take(2);
     EXPECT_EQ(Given(), "a2 a3 a4 a5");
-    for (const uint64_t number : {2, 3, 5, 6, 6})
+    for (const uint64_t number : {uint64_t{2}, uint64_t{3}, uint64_t{5}, uint64_t{6}, uint64_t{6}})
         Take(number);
     EXPECT_EQ(Given(), "a6");
     EXPECT_EQ(inbox_.Missing(), 0U);
 }
 
 TEST_F(Inbox, GoesOnWithAKeyFrameWhenOneNeverComes) {
-    for (const uint64_t number : {0, 1, 3, 4})
+    for (const uint64_t number : {uint64_t{0}, uint64_t{1}, uint64_t{3}, uint64_t{4}})
         Take(number);
     for (uint64_t number = 5; number < 12; ++number)
         Take(number);
@@ -188,21 +189,21 @@ TEST_F(Inbox, GoesOnWithAKeyFrameWhenOneNeverComes) {
 }
 
 TEST_F(Inbox, GoesOnWithTheNextKeyFrameWhenNoneWaits) {
-    for (const uint64_t number : {0, 1, 3})
+    for (const uint64_t number : {uint64_t{0}, uint64_t{1}, uint64_t{3}})
         Take(number);
     Take(4, 'a', 21000000);
     EXPECT_EQ(Given(), "a0 a1");
-    for (const uint64_t number : {6, 7, 10, 11})
+    for (const uint64_t number : {uint64_t{6}, uint64_t{7}, uint64_t{10}, uint64_t{11}})
         Take(number);
     EXPECT_EQ(Given(), "a10 a11");
     EXPECT_EQ(inbox_.Missing(), 8U);
 }
 
 TEST_F(Inbox, WaitsForNothingThatTheServersDroppedAlready) {
-    for (const uint64_t number : {0, 1})
+    for (const uint64_t number : {uint64_t{0}, uint64_t{1}})
         Take(number);
     inbox_.Gap();
-    for (const uint64_t number : {23, 24, 25, 26})
+    for (const uint64_t number : {uint64_t{23}, uint64_t{24}, uint64_t{25}, uint64_t{26}})
         Take(number);
     EXPECT_EQ(Given(), "a0 a1 a25 a26");
     EXPECT_EQ(inbox_.Missing(), 23U);
@@ -219,7 +220,7 @@ TEST_F(Inbox, WhatWaitsIsBounded) {
 }
 
 TEST_F(Inbox, FollowsTheOriginThatBeganLaterFromItsKeyFrameOn) {
-    for (const uint64_t number : {0, 1})
+    for (const uint64_t number : {uint64_t{0}, uint64_t{1}})
         Take(number);
     Take(8, 'b');
     Take(2);

@@ -32,9 +32,10 @@ TEST(RtspReader, RequestsComeInPiecesAndBehindOneAnother) {
 
 TEST(RtspReader, InterleavedFramesAreSkipped) {
     RtspReader reader;
-    reader.Put(std::string("$\x01\x00\x03xyzOPTIONS * RTSP/1.0\r\n\r\n", 31));
+    reader.Put(std::string("$\x01\x00\x03xyz", 7) + "OPTIONS * RTSP/1.0\r\n\r\n");
     EXPECT_EQ(reader.Next(), Result::kFrame);
     EXPECT_EQ(reader.Next(), Result::kRequest);
+    EXPECT_EQ(reader.Held(), 0U);
 }
 
 TEST(RtspReader, WhatIsNoRtspIsBad) {
