@@ -40,4 +40,19 @@ class BitString {
     std::string text_;
 };
 
+// With a 3 behind two zeros where the next byte is 3 or less, as an encoder would (ITU-T H.264 7.4.1, H.265 7.4.2).
+inline ByteVector WithEmulationPrevention(const ByteVector& plain) {
+    ByteVector out;
+    size_t zeros = 0;
+    for (const uint8_t byte : plain) {
+        if (zeros >= 2 && byte <= 3) {
+            out.push_back(3);
+            zeros = 0;
+        }
+        out.push_back(byte);
+        zeros = byte == 0 ? zeros + 1 : 0;
+    }
+    return out;
+}
+
 }  // namespace test

@@ -8,6 +8,19 @@
 
 namespace test {
 
+// An ADTS frame of AAC LC, 48 kHz stereo (ISO/IEC 13818-7 6.2).
+inline ByteVector Adts(const ByteVector& payload) {
+    const auto size = static_cast<uint32_t>(payload.size() + 7);
+    return ByteVector{0xFF,
+                      0xF1,
+                      0x4C,
+                      static_cast<uint8_t>(0x80 | size >> 11),
+                      static_cast<uint8_t>(size >> 3),
+                      static_cast<uint8_t>((size & 7) << 5 | 0x1F),
+                      0xFC} +
+           payload;
+}
+
 inline MXFrameInfo Frame(ByteVector& data, uint32_t frame_type, uint32_t encode_type) {
     MXFrameInfo frame{};
     frame.size = sizeof frame;

@@ -17,6 +17,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using test::Clip;
 using test::ClipSpec;
 using test::Contains;
 using test::FilesIn;
@@ -24,13 +25,6 @@ using test::MakeClip;
 using test::Muxora;
 using test::Pictures;
 using test::WorkPath;
-
-std::string Clip(const std::string& container = "mp4", int b_frames = 0) {
-    ClipSpec spec;
-    spec.container = container;
-    spec.b_frames = b_frames;
-    return MakeClip(spec);
-}
 
 void Ffmpeg(std::vector<std::string> words) {
     words.insert(words.begin(), {"ffmpeg", "-v", "error", "-nostdin", "-y"});

@@ -17,6 +17,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using test::Clip;
 using test::ClipSpec;
 using test::Contains;
 using test::FilesIn;
@@ -24,12 +25,6 @@ using test::MakeClip;
 using test::Muxora;
 using test::Pictures;
 using test::WorkPath;
-
-std::string Clip() {
-    ClipSpec spec;
-    spec.container = "mp4";
-    return MakeClip(spec);
-}
 
 constexpr char kKey[] = "00112233445566778899aabbccddeeff";
 

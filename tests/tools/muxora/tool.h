@@ -18,6 +18,14 @@ inline RunResult Muxora(std::vector<std::string> words) {
     return Run(words);
 }
 
+// Two seconds of H.264 and AAC.
+inline std::string Clip(const std::string& container = "mp4", int b_frames = 0) {
+    ClipSpec spec;
+    spec.container = container;
+    spec.b_frames = b_frames;
+    return MakeClip(spec);
+}
+
 // An empty directory of its own below the work directory.
 inline std::string FreshDirectory(const std::string& name) {
     const std::string path = WorkPath(name);

@@ -54,14 +54,7 @@ ByteVector Picture(std::mt19937& random, bool key, size_t slice_size, size_t sli
 }
 
 ByteVector Adts(std::mt19937& random, uint32_t size) {
-    const ByteVector head{0xFF,
-                          0xF1,
-                          0x4C,
-                          static_cast<uint8_t>(0x80 | size >> 11),
-                          static_cast<uint8_t>(size >> 3),
-                          static_cast<uint8_t>((size & 7) << 5 | 0x1F),
-                          0xFC};
-    return head + test::RandomBytes(random, size - 7);
+    return test::Adts(test::RandomBytes(random, size - 7));
 }
 
 struct Media {

@@ -12,22 +12,8 @@ namespace {
 using test::BitString;
 using test::Bytes;
 using test::ByteVector;
+using test::WithEmulationPrevention;
 using test::operator+;
-
-// Emulation prevention, as an encoder would (7.4.2).
-ByteVector Escaped(const ByteVector& plain) {
-    ByteVector out;
-    size_t zeros = 0;
-    for (const uint8_t byte : plain) {
-        if (zeros >= 2 && byte <= 3) {
-            out.push_back(3);
-            zeros = 0;
-        }
-        out.push_back(byte);
-        zeros = byte == 0 ? zeros + 1 : 0;
-    }
-    return out;
-}
 
 // 8 bits, 4:2:0, no optional part; blocks of 1 << log2_ctb.
 ByteVector Sps(uint32_t width, uint32_t height, uint32_t log2_ctb, uint32_t id = 0) {
@@ -35,7 +21,7 @@ ByteVector Sps(uint32_t width, uint32_t height, uint32_t log2_ctb, uint32_t id =
     bits.Put(0, 4).Put(0, 3).Put(1, 1).Put(1, 8).Put(0x60000000, 32).Put(0x9000, 16).Put(0, 32).Put(93, 8);
     bits.Ue(id).Ue(1).Ue(width).Ue(height).Put(0, 1).Ue(0).Ue(0).Ue(4).Put(1, 1).Ue(4).Ue(2).Ue(0);
     bits.Ue(0).Ue(log2_ctb - 3).Ue(0).Ue(2).Ue(1).Ue(1).Put(0, 1).Put(0, 2).Put(0, 1).Ue(0).Put(0, 1).Put(0, 2);
-    return Bytes("42 01") + Escaped(bits.Put(0, 1).Put(1, 1).Bytes());
+    return Bytes("42 01") + WithEmulationPrevention(bits.Put(0, 1).Put(1, 1).Bytes());
 }
 
 struct PpsFields {
@@ -55,7 +41,7 @@ ByteVector Pps(const PpsFields& pps) {
 // What stands behind the header, then bits that are neither all zeros nor all ones.
 ByteVector Segment(uint8_t type, const BitString& bits) {
     BitString whole = bits;
-    return ByteVector{static_cast<uint8_t>(type << 1), 1} + Escaped(whole.Put(0x2D, 6).Bytes('1')) +
+    return ByteVector{static_cast<uint8_t>(type << 1), 1} + WithEmulationPrevention(whole.Put(0x2D, 6).Bytes('1')) +
            ByteVector(30, 0x5A);
 }
 

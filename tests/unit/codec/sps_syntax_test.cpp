@@ -12,22 +12,11 @@ namespace {
 using test::BitString;
 using test::Bytes;
 using test::ByteVector;
+using test::operator+;
 
 ByteVector Unit(const char* header, const BitString& bits) {
     BitString whole = bits;
-    // Emulation prevention, as an encoder would (ITU-T H.264 7.4.1).
-    const ByteVector plain = whole.Put(1, 1).Bytes();
-    ByteVector out = Bytes(header);
-    size_t zeros = 0;
-    for (const uint8_t byte : plain) {
-        if (zeros >= 2 && byte <= 3) {
-            out.push_back(3);
-            zeros = 0;
-        }
-        out.push_back(byte);
-        zeros = byte == 0 ? zeros + 1 : 0;
-    }
-    return out;
+    return Bytes(header) + test::WithEmulationPrevention(whole.Put(1, 1).Bytes());
 }
 
 // A signed Exp-Golomb code (ITU-T H.264 9.1.1): 0, 1, -1, 2, -2 ... in this order.

@@ -8,17 +8,9 @@ using test::ByteVector;
 using test::operator+;
 using test::Slice;
 
-// An ADTS frame of `size` bytes (ISO/IEC 13818-7 6.2): AAC LC, 48000 Hz, 2 channels.
+// `size` bytes with the header.
 ByteVector Adts(size_t size) {
-    const auto length = static_cast<uint32_t>(size);
-    ByteVector frame = {0xFF,
-                        0xF1,
-                        0x4C,
-                        static_cast<uint8_t>(0x80 | length >> 11),
-                        static_cast<uint8_t>(length >> 3),
-                        static_cast<uint8_t>((length & 7) << 5 | 0x1F),
-                        0xFC};
-    return frame + Counting(size - 7);
+    return test::Adts(Counting(size - 7));
 }
 
 class RtpAudio : public RtpTest {

@@ -1,6 +1,7 @@
 // Frames of AAC and MPEG audio among bytes that are none.
 #include <gtest/gtest.h>
 
+#include "support/frames.h"
 #include "units_fixture.h"
 
 namespace Orvane::Muxora {
@@ -12,10 +13,7 @@ using test::operator+;
 
 // AAC LC, 48000 Hz, stereo, `size` bytes with the header.
 ByteVector Adts(uint8_t size, uint8_t fill = 0x21) {
-    return ByteVector{
-               0xFF, 0xF1, 0x4C, 0x80, static_cast<uint8_t>(size >> 3), static_cast<uint8_t>((size & 7) << 5 | 0x1F),
-               0xFC} +
-           ByteVector(size - 7u, fill);
+    return test::Adts(ByteVector(size - 7u, fill));
 }
 // MPEG-1 Layer II, 32 kbit/s, 48000 Hz, mono: 144 * 32000 / 48000 = 96 bytes.
 ByteVector Mp2(uint8_t fill = 0x11) {

@@ -3,11 +3,14 @@
 
 #include "support/allocation_counter.h"
 #include "support/avc_stream.h"
+#include "support/bits.h"
+#include "support/frames.h"
 #include "units_fixture.h"
 
 namespace Orvane::Muxora {
 namespace {
 
+using test::Adts;
 using test::AvcPps;
 using test::AvcSlice;
 using test::AvcSps;
@@ -73,9 +76,7 @@ TEST(Pieces, OfSound) {
     // AAC LC, 48000 Hz, stereo: 16, 40 and 200 bytes with the header.
     std::vector<ByteVector> frames;
     for (const uint32_t size : {16u, 40u, 200u})
-        frames.push_back(ByteVector{0xFF, 0xF1, 0x4C, 0x80, static_cast<uint8_t>(size >> 3),
-                                    static_cast<uint8_t>((size & 7) << 5 | 0x1F), 0xFC} +
-                         ByteVector(size - 7u, 0x21));
+        frames.push_back(Adts(ByteVector(size - 7u, 0x21)));
     const ByteVector stream = Bytes("49 44 33 FF F1 00 FF") + Joined(frames) + Joined(frames) + Bytes("FF F1 4C 80 02");
     std::vector<ByteVector> expected = frames;
     expected.insert(expected.end(), frames.begin(), frames.end());
@@ -153,17 +154,8 @@ TEST(Pieces, FieldsOfH265) {
     sps.Ue(0).Ue(3).Ue(0).Ue(3).Ue(1).Ue(2).Put(0, 1).Put(2, 2).Put(0, 1).Ue(0).Put(0, 1).Put(3, 2);
     sps.Put(1, 1).Put(0, 4).Put(0, 1).Put(1, 1).Put(1, 1).Put(0, 1);  // VUI: fields, and frame_field_info
     sps.Put(1, 1).Put(1, 32).Put(50, 32).Put(0, 2).Put(0, 1).Put(1, 1);
-    ByteVector escaped;
-    size_t zeros = 0;
-    for (const uint8_t byte : sps.Bytes()) {
-        if (zeros >= 2 && byte <= 3) {
-            escaped.push_back(3);
-            zeros = 0;
-        }
-        escaped.push_back(byte);
-        zeros = byte == 0 ? zeros + 1 : 0;
-    }
-    const ByteVector sets = kStartCode + Bytes("42 01") + escaped + kStartCode + Bytes("44 01 C1 72");
+    const ByteVector sets =
+        kStartCode + Bytes("42 01") + test::WithEmulationPrevention(sps.Bytes()) + kStartCode + Bytes("44 01 C1 72");
     const ByteVector slice = kStartCode + Bytes("26 01 AF") + ByteVector(40, 0x5A);
     for (uint32_t value = 0; value < 16; ++value) {
         const ByteVector timing =
@@ -282,16 +274,7 @@ TEST(Pieces, DataPartitions) {
 
 // The length of a frame is no sign of its stream, not even its highest bits.
 TEST(Pieces, LongAndShortFramesOfSound) {
-    const auto frame = [](uint32_t size) {
-        return ByteVector{0xFF,
-                          0xF1,
-                          0x4C,
-                          static_cast<uint8_t>(0x80 | size >> 11),
-                          static_cast<uint8_t>(size >> 3),
-                          static_cast<uint8_t>((size & 7) << 5 | 0x1F),
-                          0xFC} +
-               ByteVector(size - 7, 0x21);
-    };
+    const auto frame = [](uint32_t size) { return Adts(ByteVector(size - 7, 0x21)); };
     const std::vector<ByteVector> frames{frame(16), frame(2100), frame(4200), frame(8191), frame(16)};
     EXPECT_EQ(InPieces(MX_FRAME_AUDIO, MX_AUDIO_AAC, Joined(frames), 20000), frames);
 }
