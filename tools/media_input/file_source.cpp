@@ -11,6 +11,7 @@
 
 #include "media_input/av_handles.h"
 #include "media_input/elementary.h"
+#include "media_input/lent_samples.h"
 #include "media_input/media_source.h"
 #include "media_input/raw_video.h"
 #include "media_input/stream_reader.h"
@@ -141,27 +142,32 @@ bool StatesAll(const AVFormatContext& format) {
     });
 }
 
+// Is it worth while to map the file? The first video stream tells.
+bool HasLargePictures(const AVFormatContext& format) {
+    const int64_t size = avio_size(format.pb);
+    for (unsigned i = 0; i < format.nb_streams; ++i) {
+        const AVStream& stream = *format.streams[i];
+        if (stream.codecpar->codec_type != AVMEDIA_TYPE_VIDEO) continue;
+        return stream.nb_frames > 0 && size / stream.nb_frames >= LentSamples::kLarge;
+    }
+    return false;
+}
+
 class FileSource : public MediaSource {
   public:
     FileSource(const std::string& path, int first_number, const InputOptions& options, std::vector<uint8_t> head)
         : path_(path == "-" ? "standard input" : path), first_number_(first_number), options_(options) {
-        AVDictionary* settings = nullptr;
-        // Only raw video has this setting: it has no clock of its own.
-        if (options.frame_rate != 0) av_dict_set_int(&settings, "framerate", options.frame_rate, 0);
-        AVFormatContext* context = avformat_alloc_context();
-        if (path == "-") {
-            pipe_ = std::make_unique<PipeReader>(std::move(head));
-            context->pb = pipe_->Context();
-        }
+        if (path == "-") pipe_ = std::make_unique<PipeReader>(std::move(head));
         const std::string url = path == "-" ? "" : IsUrl(path) ? path : "file:" + path;
-        const int opened = avformat_open_input(&context, url.c_str(), nullptr, &settings);
-        av_dict_free(&settings);
-        if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + Unreadable(path, pipe_.get()));
-        if (opened < 0) throw InputError(path_ + ": cannot be opened: " + AvText(opened));
-        format_.reset(context);
-        if (ListsFrames(*context)) {
+        OpenFormat(url, pipe_ ? pipe_->Context() : nullptr);
+        const bool lists = ListsFrames(*format_);
+        if (lists && options.lend_frames && !pipe_ && !IsUrl(path) && HasLargePictures(*format_)) {
+            lent_ = LentSamples::Of(path);
+            if (lent_) OpenFormat(url, lent_->Context());
+        }
+        if (lists) {
             format_->flags |= AVFMT_FLAG_NOPARSE;
-            if (StatesAll(*context)) return;
+            if (StatesAll(*format_)) return;
         }
         const int found = avformat_find_stream_info(format_.get(), nullptr);
         if (found < 0) throw InputError(path_ + ": its streams cannot be read: " + AvText(found));
@@ -244,6 +250,8 @@ class FileSource : public MediaSource {
     }
 
     void Fill() override {
+        // What was given out before has been used by now.
+        if (lent_) lent_->CheckWhole();
         if (reads_file_) {
             raw_->Fill();
             return;
@@ -261,6 +269,19 @@ class FileSource : public MediaSource {
     }
 
   private:
+    void OpenFormat(const std::string& url, AVIOContext* reader) {
+        AVDictionary* settings = nullptr;
+        // Only raw video has this setting: it has no clock of its own.
+        if (options_.frame_rate != 0) av_dict_set_int(&settings, "framerate", options_.frame_rate, 0);
+        AVFormatContext* context = avformat_alloc_context();
+        context->pb = reader;
+        const int opened = avformat_open_input(&context, url.c_str(), nullptr, &settings);
+        av_dict_free(&settings);
+        if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + Unreadable(path_, pipe_.get()));
+        if (opened < 0) throw InputError(path_ + ": cannot be opened: " + AvText(opened));
+        format_.reset(context);
+    }
+
     // An index at the beginning of a file lists also what was cut off at its end.
     void CountMissing() {
         const bool lists = std::string_view(format_->iformat->name).rfind("mov,", 0) == 0;
@@ -285,6 +306,14 @@ class FileSource : public MediaSource {
         return nullptr;
     }
 
+    // The video stream.
+    int Lent() const {
+        for (const StreamReader* reader : readers_) {
+            if (reader->About().type == MX_FRAME_VIDEO) return reader->Index();
+        }
+        return -1;
+    }
+
     static std::string KindOf(const AVStream& stream) {
         const char* type = av_get_media_type_string(stream.codecpar->codec_type);
         std::string text = (stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 ? "cover picture"
@@ -298,7 +327,8 @@ class FileSource : public MediaSource {
     }
 
     void ReadPacket() {
-        const int result = av_read_frame(format_.get(), packet_.get());
+        const int result =
+            lent_ ? lent_->Read(*format_, Lent(), *packet_) : av_read_frame(format_.get(), packet_.get());
         if (result == AVERROR(EAGAIN)) return;
         if (result < 0) {
             // A cut file ends here: what came before it is good.
@@ -320,6 +350,7 @@ class FileSource : public MediaSource {
     int first_number_;
     InputOptions options_;
     std::unique_ptr<PipeReader> pipe_;
+    std::unique_ptr<LentSamples> lent_;
     AvPtr<AVFormatContext> format_;
     AvPtr<AVPacket> packet_{av_packet_alloc()};
     std::vector<std::unique_ptr<StreamQueue>> chosen_;

@@ -36,6 +36,8 @@ struct InputOptions {
     int64_t duration_ms = 0;
     // Length of the blocks into which PCM and G.711 are cut.
     int64_t block_ms = 40;
+    // The frames of a large file may lie in its mapping: their spare bytes then are what follows there, no zeros.
+    bool lend_frames = false;
     // Gives the AES key of encrypted OVX units when one is met; unset, or giving nothing, there is none.
     std::function<std::vector<uint8_t>()> ovx_key;
 };

@@ -51,8 +51,9 @@ void Add(Tally& to, const Tally& from) {
 }
 
 // Sets `asked` when the input needs the key.
-InputOptions Options(const PackArguments& arguments, bool& asked) {
+InputOptions Options(const PackArguments& arguments, const Format& format, bool& asked) {
     InputOptions options = arguments.input.Options();
+    options.lend_frames = format.number != MX_FORMAT_RTP;  // which sends a byte from behind the frame
     options.ovx_key = [&arguments, &asked] {
         asked = true;
         return arguments.key.Given() ? arguments.key.Bytes() : std::vector<uint8_t>{};
@@ -63,7 +64,10 @@ InputOptions Options(const PackArguments& arguments, bool& asked) {
 }  // namespace
 
 PackRun::PackRun(const PackArguments& arguments, const Format& format, const OwnStdout& out)
-    : arguments_(arguments), format_(format), out_(out), input_(arguments.input.paths, Options(arguments, key_asked_)) {
+    : arguments_(arguments),
+      format_(format),
+      out_(out),
+      input_(arguments.input.paths, Options(arguments, format, key_asked_)) {
     const bool key = !arguments.key.key.empty() || !arguments.key.file.empty();
     if (key && arguments.encrypt.empty() && !key_asked_) {
         throw WrongUsage(

@@ -88,7 +88,8 @@ std::string MakeClip(const ClipSpec& spec) {
     std::ostringstream name;
     name << (spec.video.empty() ? "none" : spec.video) << '-' << (spec.audio.empty() ? "none" : spec.audio) << '-'
          << spec.width << 'x' << spec.height << "-f" << spec.fps << "-g" << spec.gop << "-b" << spec.b_frames << "-s"
-         << spec.slices << "-t" << spec.seconds << "-r" << rate << "-c" << spec.channels << '.' << spec.container;
+         << spec.slices << "-t" << spec.seconds << "-r" << rate << "-c" << spec.channels << (spec.noise ? "-noise" : "")
+         << (spec.index_in_front ? "-front" : "") << '.' << spec.container;
     const fs::path path = ClipDirectory() / name.str();
     if (fs::exists(path)) return path.string();
 
@@ -98,7 +99,8 @@ std::string MakeClip(const ClipSpec& spec) {
     if (!spec.video.empty()) {
         Add(argv, {"-f", "lavfi", "-i",
                    "testsrc2=size=" + std::to_string(spec.width) + "x" + std::to_string(spec.height) +
-                       ":rate=" + std::to_string(spec.fps) + ":duration=" + length.str()});
+                       ":rate=" + std::to_string(spec.fps) + ":duration=" + length.str() +
+                       (spec.noise ? ",noise=alls=80:allf=t" : "")});
     }
     if (!spec.audio.empty()) {
         Add(argv,
@@ -107,6 +109,8 @@ std::string MakeClip(const ClipSpec& spec) {
     }
     if (!spec.video.empty()) Add(argv, VideoWords(spec));
     if (!spec.audio.empty()) Add(argv, AudioWords(spec, rate));
+    if (spec.noise) Add(argv, {"-qp", "4"});
+    if (spec.index_in_front) Add(argv, {"-movflags", "+faststart"});
     Add(argv, {"-fflags", "+bitexact", "-flags", "+bitexact"});
     // Tests run side by side: each makes its own file and moves it into place in one step.
     const fs::path unfinished = path.parent_path() / ("unfinished-" + std::to_string(getpid()) + "-" + name.str());

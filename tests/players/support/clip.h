@@ -21,7 +21,9 @@ struct ClipSpec {
     int b_frames = 0;  // B pictures in a row; 0: none
     int slices = 1;
     double seconds = 2;
-    int sample_rate = 48000;  // 0: 8000 for A-law and mu-law, 48000 for the others
+    bool noise = false;           // H.264 pictures of some 100 kB at the size above, whatever they show
+    bool index_in_front = false;  // of mp4: it can be read from a pipe
+    int sample_rate = 48000;      // 0: 8000 for A-law and mu-law, 48000 for the others
     int channels = 1;
     // The container of the clip: mkv takes every codec. mp4, ts, avi, wav, h264 ... for tests of the input.
     std::string container = "mkv";

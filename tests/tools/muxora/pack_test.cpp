@@ -32,6 +32,28 @@ ClipSpec Clip(const std::string& container, int b_frames = 0) {
 const std::vector<std::string> kContainers{"mp4", "mov", "mp464", "mov64", "mp4noseek", "mkv",  "avi",  "asf", "flv",
                                            "ts",  "ps",  "ovps",  "fmp4",  "hmp4",      "xmkv", "xflv", "xts"};
 
+// Large pictures of a file are never read, those of a pipe are.
+TEST(LargePictures, AFileGivesTheBytesThatAPipeGives) {
+    ClipSpec spec = Clip("mp4", 2);
+    spec.noise = true;
+    spec.slices = 3;
+    spec.index_in_front = true;
+    const std::string clip = MakeClip(spec);
+    // Those that state no date.
+    for (const std::string key : {"avi", "flv", "rtp", "ts", "ps", "ovps", "xmkv", "xflv", "xts"}) {
+        const std::string from_file = WorkPath("from_file." + key);
+        const std::string from_pipe = WorkPath("from_pipe." + key);
+        EXPECT_TRUE(Muxora({"pack", clip, "-f", key, "-o", from_file, "--quiet"}).Ok()) << key;
+        const auto piped = test::Run(
+            {"sh", "-c", "cat " + clip + " | " MUXORA_TOOL " pack - -f " + key + " -o " + from_pipe + " --quiet"});
+        EXPECT_TRUE(piped.Ok()) << key << piped.err;
+        EXPECT_GT(fs::file_size(from_file), 2000000u) << key;
+        EXPECT_TRUE(test::ReadFile(from_file) == test::ReadFile(from_pipe)) << key;
+        fs::remove(from_file);
+        fs::remove(from_pipe);
+    }
+}
+
 struct InputCase {
     const char* name;
     ClipSpec spec;
