@@ -1,6 +1,6 @@
 # A thin face over the CMake presets and scripts/setup.sh: `make help` tells what there is.
 .DEFAULT_GOAL := help
-.PHONY: fuzz-long mutate serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan gateway-tsan
+.PHONY: long-recordings fuzz-long mutate serve-demo page-test matrix process-bench help setup build test demo faults bench asan tsan fuzz reproducible lint format coverage docs packages windows arm root-test clean gateway-asan gateway-tsan
 
 help: ## This list
 	@sed -n 's/^\([a-z-]*\):.*## /\1\t/p' Makefile | expand -t 16
@@ -40,6 +40,10 @@ matrix: build ## Odd inputs times every format: each cell a right output, or a r
 
 process-bench: build ## muxora pack against ffmpeg -c copy, the whole process, from 1 MB to 2 GB
 	@bench/process_speed.py build/release/bin/muxora
+
+long-recordings: setup build/bench/build.ninja ## Ten million frames into each format: time a frame, and memory
+	@cmake --build --preset bench --target muxora_long_bench
+	@bench/long_recordings.py build/bench
 
 faults: setup build/release/build.ninja ## Every allocation and every write of a stream fails in turn, format by format
 	@cmake --build --preset release --target fault_tests
