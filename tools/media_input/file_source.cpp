@@ -36,8 +36,10 @@ class PipeReader {
     explicit PipeReader(std::vector<uint8_t> head) : head_(std::move(head)) {
         constexpr int kBuffer = 1 << 16;
         auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
-        context_ = avio_alloc_context(buffer, kBuffer, 0, this, Read, nullptr, nullptr);
-        if (context_ == nullptr) throw InputError("standard input: needs more memory");
+        context_ = buffer != nullptr ? avio_alloc_context(buffer, kBuffer, 0, this, Read, nullptr, nullptr) : nullptr;
+        if (context_ != nullptr) return;
+        av_free(buffer);
+        throw InputError("standard input: needs more memory");
     }
     ~PipeReader() {
         av_freep(&context_->buffer);
@@ -270,11 +272,12 @@ class FileSource : public MediaSource {
 
   private:
     void OpenFormat(const std::string& url, AVIOContext* reader) {
+        AVFormatContext* context = avformat_alloc_context();
+        if (context == nullptr || !packet_) throw InputError(path_ + ": needs more memory");
+        context->pb = reader;
         AVDictionary* settings = nullptr;
         // Only raw video has this setting: it has no clock of its own.
         if (options_.frame_rate != 0) av_dict_set_int(&settings, "framerate", options_.frame_rate, 0);
-        AVFormatContext* context = avformat_alloc_context();
-        context->pb = reader;
         const int opened = avformat_open_input(&context, url.c_str(), nullptr, &settings);
         av_dict_free(&settings);
         if (opened == AVERROR_INVALIDDATA) throw InputError(path_ + Unreadable(path_, pipe_.get()));

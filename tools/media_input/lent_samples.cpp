@@ -64,7 +64,7 @@ LentSamples::LentSamples(const std::string& path, int64_t size) : path_(path), f
     if (!mapped) return;
     windows_ = std::make_shared<Windows>(std::move(mapped));
     auto* buffer = static_cast<unsigned char*>(av_malloc(kBuffer));
-    context_ = avio_alloc_context(buffer, kBuffer, 0, this, OnRead, nullptr, OnSeek);
+    if (buffer != nullptr) context_ = avio_alloc_context(buffer, kBuffer, 0, this, OnRead, nullptr, OnSeek);
     if (context_ == nullptr) {
         av_free(buffer);
         throw std::bad_alloc();

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <limits>
 #include <optional>
 
 #include "media_input/av_handles.h"
@@ -73,13 +72,7 @@ std::unique_ptr<MediaSource> Open(const std::string& path, int first_number, con
                                    : OpenFileSource(path, first_number, options, std::move(head));
 }
 
-// Differences and roundings that hold for any time that a damaged file states.
-int64_t Since(int64_t time, int64_t base) {
-    int64_t difference = 0;
-    if (!__builtin_sub_overflow(time, base, &difference)) return difference;
-    return time < base ? std::numeric_limits<int64_t>::min() / 4 : std::numeric_limits<int64_t>::max() / 4;
-}
-
+// Holds for any time that a damaged file states.
 int64_t ToMs(int64_t us) {
     return us >= 0 ? us / 1000 + (us % 1000 + 500) / 1000 : us / 1000 - (500 - us % 1000) / 1000;
 }
@@ -131,8 +124,8 @@ struct MediaInput::Impl {
             return av_rescale_q_rnd(us, {1, 1000000}, {1, static_cast<int>(queue.TimeScale())}, AV_ROUND_NEAR_INF);
         };
         frame.time_scale = queue.TimeScale();
-        frame.dts = ticks(Since(timed.dts_us, base));
-        frame.pts = ticks(Since(timed.pts_us, base));
+        frame.dts = ticks(timed.dts_us - base);
+        frame.pts = ticks(timed.pts_us - base);
         frame.duration = ticks(timed.duration_us);
     }
 };
@@ -179,7 +172,7 @@ bool MediaInput::Next(MediaFrame& frame) {
         Impl::Fill(source);
         for (const auto& queue : source.media->Chosen()) {
             if (queue->ready.empty()) continue;
-            const int64_t ms = ToMs(Since(queue->ready.front().time_us, source.base_us.value_or(0)));
+            const int64_t ms = ToMs(queue->ready.front().time_us - source.base_us.value_or(0));
             // At the same time video goes first: nothing is written before the first key frame.
             const bool wins = next == nullptr || ms < next_ms || (ms == next_ms && queue.get() == impl_->video);
             if (!wins) continue;
@@ -194,7 +187,7 @@ bool MediaInput::Next(MediaFrame& frame) {
     frame = std::move(timed.frame);
     next->ready_bytes -= frame.bytes.size();
     frame.time_ms = std::max(impl_->options.start_ms + next_ms, next->last_ms + 1);
-    frame.pts_ms = impl_->options.start_ms + ToMs(Since(timed.pts_us, from->base_us.value_or(0)));
+    frame.pts_ms = impl_->options.start_ms + ToMs(timed.pts_us - from->base_us.value_or(0));
     Impl::StateTimes(*from, *next, timed, frame);
     next->ready.pop_front();
     next->last_ms = frame.time_ms;

@@ -14,6 +14,8 @@ constexpr AVRational kMicroseconds{1, 1000000};
 constexpr AVRational kMilliseconds{1, 1000};
 constexpr uint32_t kDefaultFrameRate = 25;
 constexpr int64_t kClockJumpUs = 500000;
+// Damaged files state any time; sums and differences of a few have to stay within 64 bits.
+constexpr int64_t kFurthest = INT64_MAX / 8;
 
 std::optional<PcmForm> FormOf(AVCodecID id) {
     switch (id) {
@@ -169,7 +171,7 @@ StreamReader::StreamReader(const AVStream& stream, MediaStream about, const Inpu
       bitrate_(static_cast<uint32_t>(std::clamp<int64_t>(stream.codecpar->bit_rate, 0, UINT32_MAX))),
       block_ms_(std::max<int64_t>(options.block_ms, 1)) {
     const AVCodecParameters& par = *stream.codecpar;
-    if (!par_ || avcodec_parameters_copy(par_.get(), &par) < 0) Fail("needs more memory");
+    if (!par_ || !scratch_ || avcodec_parameters_copy(par_.get(), &par) < 0) Fail("needs more memory");
     if (par.extradata_size > 0) parameter_sets_.assign(par.extradata, par.extradata + par.extradata_size);
     if (about_.type == MX_FRAME_VIDEO) {
         frame_length_ = {1, static_cast<int>(about_.frame_rate)};
@@ -330,17 +332,18 @@ bool StreamReader::TakeUnits(AVPacket& packet, bool key, FrameBytes& bytes) cons
     NalUnits units;
     if (length_size_ != 0) {
         auto found = LengthUnits(whole, length_size_);
-        if (!found || found->empty()) return false;
+        if (!found) return false;
         units = std::move(*found);
     } else if (nal_units || wants_sets) {
         units = AnnexBUnits(whole);
     }
+    if (nal_units && units.empty()) return false;
     const bool add_sets = wants_sets && !HasParameterSets(about_.codec, whole, units);
     if (!nal_units && add_sets) {
         MediaFrame joined;
         joined.SetBytes(whole.data(), whole.size(), parameter_sets_.data(), parameter_sets_.size());
         bytes = std::move(joined.bytes);
-    } else if (nal_units && !units.empty() && (add_sets || !HaveLongCodes(whole, units))) {
+    } else if (nal_units && (add_sets || !HaveLongCodes(whole, units))) {
         const size_t place = ParameterSetPlace(about_.codec, whole, units);
         bytes = WithLongStartCodes(whole, units, add_sets ? ByteSpan(parameter_sets_) : ByteSpan(), place,
                                    MediaFrame::kSpare);
@@ -464,8 +467,6 @@ int64_t StreamReader::DurationOf(const AVPacket& packet) const {
 }
 
 int64_t StreamReader::ToUs(int64_t stamp) const {
-    // Damaged files state any time; differences of two have to stay within 64 bits.
-    constexpr int64_t kFurthest = INT64_MAX / 8;
     return std::clamp(av_rescale_q(stamp, time_base_, kMicroseconds), -kFurthest, kFurthest);
 }
 
@@ -477,7 +478,9 @@ int64_t StreamReader::TimeOf(const AVPacket& packet, int64_t stamp) {
         return anchor_us_;
     }
     ++since_anchor_;
-    return anchor_us_ + av_rescale(since_anchor_, 1000000 * static_cast<int64_t>(frame_length_.num), frame_length_.den);
+    const int64_t since =
+        av_rescale(since_anchor_, 1000000 * static_cast<int64_t>(frame_length_.num), frame_length_.den);
+    return std::clamp(anchor_us_ + std::clamp(since, -kFurthest, kFurthest), -kFurthest, kFurthest);
 }
 
 }  // namespace Orvane::Muxora::Tools
