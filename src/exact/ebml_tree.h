@@ -54,16 +54,11 @@ class EbmlTree {
         Head(id);
         Append(coded_size, 8);
     }
-    // An element of `size` bytes in all, at least two.
+    // An element of `size` bytes in all, from 2 to 128: its size takes one byte.
     void Void(uint32_t size) {
-        const bool wide = size > 100;
         Append(static_cast<uint32_t>(ElementId::kVoid), 1);
-        if (wide) {
-            Append(EbmlSize8(size - 9), 8);
-        } else {
-            Append(0x80u | (size - 2), 1);
-        }
-        bytes_.resize(bytes_.size() + size - (wide ? 9 : 2));
+        Append(0x80u | (size - 2), 1);
+        bytes_.resize(bytes_.size() + size - 2);
     }
 
     size_t Position() const { return bytes_.size(); }

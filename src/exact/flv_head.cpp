@@ -53,7 +53,7 @@ void CFlvIndex::Add(double time, uint64_t position) {
         stride_ *= 2;
         if ((offered_ - 1) % stride_ != 0) return;
     }
-    if (entries_.size() < capacity_) entries_.push_back({time, static_cast<double>(position)});
+    entries_.push_back({time, static_cast<double>(position)});
 }
 
 uint32_t FlvHead::Size(const CFlvIndex& index) {

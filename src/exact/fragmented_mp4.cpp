@@ -47,8 +47,8 @@ int64_t Milliseconds(uint32_t ms, uint32_t scale) {
 void DescribePicture(Mp4Entry& entry, const SpsDetails& details) {
     entry.width = details.width;
     entry.height = details.height;
-    entry.sar_width = details.sar_width != 0 && details.sar_height != 0 ? details.sar_width : 1;
-    entry.sar_height = details.sar_width != 0 && details.sar_height != 0 ? details.sar_height : 1;
+    entry.sar_width = details.sar_width;
+    entry.sar_height = details.sar_height;
     entry.has_colour = details.has_colour;
     entry.full_range = details.full_range;
     entry.colour_primaries = details.colour_primaries;
@@ -108,7 +108,7 @@ uint32_t CFragmentedMp4::PackVideo(const MXFrameInfo& frame) {
     const auto found = config_.Take(frame);
     CatchUp();
     const bool key = IsKeyFrame(frame.frame_sub_type);
-    const bool has_picture = found && found->has_picture && found->rest < frame.frame_size;
+    const bool has_picture = found && found->has_picture;
     next_entry_.reset();
     if (has_picture) FindEntry(frame);
     if (!has_picture || (!video_.info.present && (!key || !next_entry_))) {

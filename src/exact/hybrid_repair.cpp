@@ -52,7 +52,6 @@ bool HybridRepair::ReadFront() {
         return Refuse(kFrontPosition, "the index in front is not whole");
     }
     const std::vector<uint8_t> bytes = BytesAt(kFrontPosition, front.size);
-    if (result_.state == MX_HYBRID_FAILED) return false;
     const auto movie = std::span(bytes).subspan(BoxView::kHead);
     if (FindBox(movie, "mvex").empty()) return Refuse(kFrontPosition, "the index in front announces no fragments");
     auto tracks = ReadHybridTracks(movie);
@@ -91,8 +90,7 @@ HybridRepair::Found HybridRepair::ReadFragment() {
     const uint64_t rest = file_.length - begin;
     if (rest < BoxView::kHead) return Found::kEnd;
     const BoxHead moof = HeadAt(begin);
-    if (result_.state == MX_HYBRID_FAILED) return Found::kTrouble;
-    // The tail had begun; or a file system gave the file its length, and lost its bytes.
+    // The tail had begun; or a file system gave the file its length, and lost its bytes; or nothing could be read.
     if (moof.Is("moov") || moof.IsZero()) return Found::kEnd;
     if (!moof.Is("moof")) {
         Refuse(begin, "there is something else than a fragment");
@@ -105,7 +103,6 @@ HybridRepair::Found HybridRepair::ReadFragment() {
     }
     if (moof.size + BoxView::kHead > rest) return Found::kEnd;
     const BoxHead mdat = HeadAt(begin + moof.size);
-    if (result_.state == MX_HYBRID_FAILED) return Found::kTrouble;
     if (mdat.IsZero()) return Found::kEnd;
     if (!mdat.Is("mdat") || mdat.size != head_.media_size + BoxView::kHead) {
         Refuse(begin + moof.size, "the fragment's media does not follow its index");
@@ -178,17 +175,20 @@ std::vector<uint8_t> HybridRepair::BytesAt(uint64_t at, uint64_t size) {
     return bytes;
 }
 
+// What can't be read is zeros, and ends the search; nothing is read behind it.
 void HybridRepair::Read(uint64_t at, void* data, size_t size) {
+    if (result_.state == MX_HYBRID_FAILED) return;
     if (file_.read(file_.user, at, data, static_cast<uint32_t>(size)) != 0) Fail(at, kCannotRead);
 }
 
 // Always false.
 bool HybridRepair::Refuse(uint64_t at, const char* message) {
     // What could not be read makes no sense, either.
-    if (result_.state == MX_HYBRID_FAILED) return false;
-    result_.state = MX_HYBRID_REFUSED;
-    result_.position = at;
-    result_.message = message;
+    if (result_.state != MX_HYBRID_FAILED) {
+        result_.state = MX_HYBRID_REFUSED;
+        result_.position = at;
+        result_.message = message;
+    }
     return false;
 }
 

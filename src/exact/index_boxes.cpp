@@ -78,7 +78,7 @@ class BoxStream {
         piece_.insert(piece_.end(), scratch_.begin(), scratch_.end());
     }
     void Flush() {
-        if (!piece_.empty()) take_(piece_);
+        take_(piece_);
         piece_.clear();
     }
 

@@ -127,7 +127,6 @@ void WriteVisualEntry(BoxWriter& out, const Mp4Entry& entry) {
     };
     switch (entry.encode_type) {
         case MX_VIDEO_H264:
-        case MX_VIDEO_H264_ALT:
             return write_with_record("avc1", "avcC");
         case MX_VIDEO_H265:
             return write_with_record("hvc1", "hvcC");

@@ -92,7 +92,6 @@ size_t WriteTraf(BoxWriter& out, const FragmentPart& part) {
 }  // namespace
 
 void FragmentTrack::End(const int64_t* next) {
-    if (samples_.empty()) return;
     Mp4Sample& last = samples_.back();
     if (next != nullptr) {
         last.duration = Between(last.dts, *next);
@@ -103,7 +102,6 @@ void FragmentTrack::End(const int64_t* next) {
 }
 
 uint64_t FragmentTrack::Duration() const {
-    if (samples_.empty()) return 0;
     return static_cast<uint64_t>(samples_.back().dts - samples_.front().dts) + samples_.back().duration;
 }
 

@@ -51,6 +51,7 @@ class FragmentTrack {
         }
         media_.Commit(sample.size);
     }
+    // The four that follow are only for tracks that are not empty.
     // Ends the last sample: `next` is where the one behind it begins, if that is known. Without that, and without a
     // duration of its own, it lasts as long as the one before.
     void End(const int64_t* next);
@@ -59,9 +60,9 @@ class FragmentTrack {
         uint32_t of_last = 0;
         uint32_t of_one_before = 0;
     };
-    LastDuration Ending() const { return {samples_.empty() ? 0 : samples_.back().duration, last_duration_}; }
+    LastDuration Ending() const { return {samples_.back().duration, last_duration_}; }
     void Reopen(const LastDuration& before) {
-        if (!samples_.empty()) samples_.back().duration = before.of_last;
+        samples_.back().duration = before.of_last;
         last_duration_ = before.of_one_before;
     }
     // Ticks from the first sample to the end of the last.

@@ -6,7 +6,6 @@
 namespace Orvane::Muxora {
 
 void SampleIndex::Add(std::span<const Mp4Sample> samples, uint32_t description) {
-    if (samples.empty()) return;
     if (Count() == 0) {
         first_ = samples.front().dts;
     } else {

@@ -27,7 +27,7 @@ class SampleIndex {
         words_.Reserve(count * kWords);
         if (descriptions_.size() == descriptions_.capacity()) descriptions_.reserve(2 * descriptions_.size() + 4);
     }
-    // A chunk of samples, with the sample entry that they need (from 1). Sizes stay below 1 GiB.
+    // A chunk of samples, one at least, with the sample entry that they need (from 1). Sizes stay below 1 GiB.
     void Add(std::span<const Mp4Sample> samples, uint32_t description);
 
     size_t Count() const { return words_.Size() / kWords; }

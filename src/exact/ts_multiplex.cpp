@@ -57,12 +57,12 @@ std::span<const uint8_t> CTsMultiplex::Packets(const Unit& unit) {
     if (Begins(unit)) {
         started_ = true;
         pcr_time_ = unit.time - kPcrPeriod;
-        table_time_ = unit.time - kTablePeriod;
+        table_time_ = unit.time - kTablePeriod;  // they are due
     }
     uint8_t* const begin = buffer_.Data();
     uint8_t* at = PassTime(begin, unit.time);
     // The next chance for tables comes within a PCR period.
-    if (unit.random_access || !has_tables_ || unit.time - table_time_ > kTablePeriod - kPcrPeriod) {
+    if (unit.random_access || unit.time - table_time_ > kTablePeriod - kPcrPeriod) {
         at = PutTables(at, std::max(unit.time, table_time_));
     }
     const bool with_pcr = unit.pid == PcrPid() && unit.time > pcr_time_;
@@ -83,7 +83,6 @@ uint8_t* CTsMultiplex::PassTime(uint8_t* at, int64_t time) {
 uint8_t* CTsMultiplex::PutTables(uint8_t* at, int64_t time) {
     CopyTable(pat_, pat_continuity_, at);
     CopyTable(pmt_, pmt_continuity_, at + kTsPacketSize);
-    has_tables_ = true;
     table_time_ = time;
     return at + 2 * kTsPacketSize;
 }

@@ -65,7 +65,6 @@ class CTsMultiplex {
     uint8_t video_continuity_ = 0;
     uint8_t audio_continuity_ = 0;
     bool started_ = false;
-    bool has_tables_ = false;
     int64_t pcr_time_ = 0;    // of the last PCR, or of the first frame
     int64_t table_time_ = 0;  // of the last tables
 };

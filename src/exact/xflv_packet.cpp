@@ -256,9 +256,8 @@ std::optional<uint8_t> CXflvPacket::SoundByte(const MXFrameInfo& frame) {
             return static_cast<uint8_t>(kSoundMulaw | kSound16Bit | stereo);
         case MX_AUDIO_PCM8:
         case MX_AUDIO_PCM16: {
-            const auto rate = SoundRate(frame.samples_per_sec);
-            if (!rate) return std::nullopt;
-            return static_cast<uint8_t>(kSoundPcm | *rate | stereo |
+            const uint8_t rate = SoundRate(frame.samples_per_sec).value_or(uint8_t{0});  // checkFrame has seen one
+            return static_cast<uint8_t>(kSoundPcm | rate | stereo |
                                         (frame.encode_type == MX_AUDIO_PCM16 ? kSound16Bit : 0));
         }
         default:

@@ -204,7 +204,6 @@ uint32_t CXmkvPacket::PackAudio(const MXFrameInfo& frame, const AudioMeasure& me
         before_.opened = &audio_;
         OpenAudio(frame, measure, time);
     }
-    if (time.pts + audio_.delay < std::numeric_limits<int16_t>::min()) return MX_FRAME_REFUSED;
     const auto put = [&](std::span<const uint8_t> data) {
         return Put({MkvHead::kAudioTrack, true, time}, static_cast<uint32_t>(data.size()), [=](uint8_t* out, uint32_t) {
             std::memcpy(out, data.data(), data.size());
@@ -304,12 +303,12 @@ bool CXmkvPacket::IsReady(int64_t now) const {
 // Gives a frame its place: behind the others that wait for the head, or in the cluster.
 template <typename Fill>
 uint32_t CXmkvPacket::Put(const Block& block, uint32_t bound, Fill fill) {
+    // Never where no header was asked for: both streams are waited for there.
     const bool starts = !started_ && waiting_.empty() && IsReady(block.time.dts);
     if (starts && !ReserveStart()) return MX_NO_RESOURCES;
     if (started_ || starts) {
-        const uint32_t head = starts && !with_head_ ? static_cast<uint32_t>(start_head_.size()) : 0;
-        if (with_head_ || starts) work_.Reset();
-        if (work_.Reserve(head + BlockRoom(bound)) != MX_OK) return MX_NO_RESOURCES;
+        if (with_head_) work_.Reset();
+        if (work_.Reserve(BlockRoom(bound)) != MX_OK) return MX_NO_RESOURCES;
         ReserveCues(1);
         if (starts) Start();
         PutInCluster(block, bound, fill);
@@ -370,7 +369,7 @@ void CXmkvPacket::Start() {
         });
     }
     // All that waited goes out at once where a front end takes one block a call.
-    if (!with_head_ && work_.Size() != 0 && !waiting_.empty()) {
+    if (!with_head_ && !waiting_.empty()) {
         const Waiting& first = waiting_.front();
         const bool video = first.block.track == MkvHead::kVideoTrack;
         Emit({MX_BLOCK_MEDIA, (video ? uint32_t{MX_BLOCK_VIDEO | MX_BLOCK_KEY} : uint32_t{MX_BLOCK_AUDIO}), kScale,

@@ -14,7 +14,7 @@ constexpr uint8_t kSync = 0xFF;
 
 AudioFrameHeader ReadAdts(const uint8_t* header) {
     const std::optional<AdtsHeader> read = ReadAdtsFields({header, kAdtsHeaderSize});
-    if (!read || read->frame_size < read->header_size) return {};
+    if (!read) return {};
     AudioFrameHeader frame;
     frame.size = read->frame_size;
     // adts_fixed_header(), but for private_bit, original_copy and home (ISO/IEC 13818-7 6.2.1).
@@ -27,7 +27,7 @@ AudioFrameHeader ReadAdts(const uint8_t* header) {
 
 AudioFrameHeader ReadMpegAudio(const uint8_t* header) {
     const std::optional<MpegAudioHeader> read = ReadMpegAudioHeader({header, kMpegHeaderSize});
-    if (!read || read->frame_size < kMpegHeaderSize) return {};
+    if (!read) return {};
     AudioFrameHeader frame;
     frame.size = read->frame_size;
     frame.stream = static_cast<uint32_t>((header[1] & 0xFE) << 8 | (header[2] & 0x0C));  // ID, layer, frequency
@@ -43,7 +43,6 @@ const AudioFraming kAdtsFraming{kAdtsHeaderSize, ReadAdts};
 const AudioFraming kMpegAudioFraming{kMpegHeaderSize, ReadMpegAudio};
 
 void AudioCutter::Restart() {
-    scan_ = 0;
     in_step_ = false;
 }
 
@@ -56,54 +55,47 @@ std::optional<AudioFrameHeader> AudioCutter::HeaderAt(std::span<const uint8_t> b
 
 std::optional<UnitCut> AudioCutter::Next(std::span<const uint8_t> bytes, BytesEnd end) {
     const bool all = end == BytesEnd::kStream;
-    const auto rest = [&]() -> std::optional<UnitCut> {  // no frame in it
+    const auto rest = [&] {  // no frame in it
         Restart();
-        return all && !bytes.empty() ? std::optional(UnitCut{bytes.size(), 0}) : std::nullopt;
+        return UnitCut{bytes.size(), 0};
     };
     const auto cut = [&](size_t at, const AudioFrameHeader& frame) {
         info_ = frame.info;
         info_.key_frame = true;
         stream_ = frame.stream;
         in_step_ = true;
-        scan_ = 0;
         return UnitCut{at, frame.size};
     };
     if (in_step_) {
         const std::optional<AudioFrameHeader> frame = HeaderAt(bytes, 0);
-        if (!frame) return all ? rest() : std::nullopt;
+        if (!frame) return all ? std::optional(rest()) : std::nullopt;
         if (frame->size != 0 && frame->stream == stream_) {
             if (frame->size <= bytes.size()) return cut(0, *frame);
-            return all ? rest() : std::nullopt;
+            return all ? std::optional(rest()) : std::nullopt;
         }
         in_step_ = false;
-        scan_ = 0;
     }
-    while (scan_ < bytes.size()) {
-        const void* const sync = std::memchr(bytes.data() + scan_, kSync, bytes.size() - scan_);
-        if (sync == nullptr) {
-            scan_ = 0;
-            return UnitCut{bytes.size(), 0};
-        }
-        scan_ = static_cast<size_t>(static_cast<const uint8_t*>(sync) - bytes.data());
-        const std::optional<AudioFrameHeader> frame = HeaderAt(bytes, scan_);
+    size_t scan = 0;
+    for (;;) {
+        const void* const sync = std::memchr(bytes.data() + scan, kSync, bytes.size() - scan);
+        if (sync == nullptr) return UnitCut{bytes.size(), 0};
+        scan = static_cast<size_t>(static_cast<const uint8_t*>(sync) - bytes.data());
+        const std::optional<AudioFrameHeader> frame = HeaderAt(bytes, scan);
         if (!frame) break;
         if (frame->size != 0) {
-            const size_t behind = scan_ + frame->size;
-            if (behind == bytes.size() && all) return cut(scan_, *frame);
+            const size_t behind = scan + frame->size;
+            if (behind == bytes.size() && all) return cut(scan, *frame);
             if (behind < bytes.size() || !all) {
                 const auto next = behind <= bytes.size() ? HeaderAt(bytes, behind) : std::optional<AudioFrameHeader>();
                 if (!next && !all) break;
-                if (next && next->size != 0 && next->stream == frame->stream) return cut(scan_, *frame);
+                if (next && next->size != 0 && next->stream == frame->stream) return cut(scan, *frame);
             }
         }
-        ++scan_;
+        ++scan;
     }
     if (all) return rest();
     // What stands ahead of the candidate is of no use.
-    if (scan_ == 0) return std::nullopt;
-    const UnitCut garbage{scan_, 0};
-    scan_ = 0;
-    return garbage;
+    return scan != 0 ? std::optional(UnitCut{scan, 0}) : std::nullopt;
 }
 
 }  // namespace Orvane::Muxora

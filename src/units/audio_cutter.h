@@ -39,7 +39,6 @@ class AudioCutter : public IUnitCutter {
 
     const AudioFraming& framing_;
     UnitInfo info_;
-    size_t scan_ = 0;
     uint32_t stream_ = 0;
     bool in_step_ = false;  // the bytes begin where a frame ended
 };

@@ -17,7 +17,7 @@ bool IsSlice(uint8_t nal_type) {
 class AvcRules : public INalRules {
   public:
     size_t HeadSize(std::span<const uint8_t> head) const override {
-        return !head.empty() && IsSlice(AvcNalTypeOf(head[0])) ? kSliceHeadSize : 1;
+        return IsSlice(AvcNalTypeOf(head[0])) ? kSliceHeadSize : 1;
     }
 
     NalPlace Place(std::span<const uint8_t> head) const override {

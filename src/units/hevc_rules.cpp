@@ -37,7 +37,7 @@ uint32_t FieldOf(uint32_t pic_struct) {
 class HevcRules : public INalRules {
   public:
     size_t HeadSize(std::span<const uint8_t> head) const override {
-        return !head.empty() && IsHevcSlice(HevcNalTypeOf(head[0])) ? kSliceHeadSize : kHeaderSize;
+        return IsHevcSlice(HevcNalTypeOf(head[0])) ? kSliceHeadSize : kHeaderSize;
     }
 
     NalPlace Place(std::span<const uint8_t> head) const override {

@@ -51,8 +51,8 @@ class IUnitCutter {
   public:
     virtual ~IUnitCutter() = default;
 
-    // Looks at `bytes`, which begin where the last cut ended. Without a cut the next call gives the same bytes with
-    // more behind them, perhaps at another address; the cutter remembers how far it looked.
+    // Looks at `bytes`, one at least, which begin where the last cut ended. Without a cut the next call gives the same
+    // bytes with more behind them, perhaps at another address; the cutter remembers how far it looked.
     virtual std::optional<UnitCut> Next(std::span<const uint8_t> bytes, BytesEnd end) = 0;
     // Forgets the unit begun: the bytes of the next call have nothing to do with those before.
     virtual void Restart() = 0;

@@ -66,8 +66,7 @@ std::optional<UnitCut> VideoCutter::WithoutStartCode(std::span<const uint8_t> by
 }
 
 // What has no picture is no unit.
-std::optional<UnitCut> VideoCutter::LastUnit(std::span<const uint8_t> bytes) {
-    if (bytes.empty()) return std::nullopt;
+UnitCut VideoCutter::LastUnit(std::span<const uint8_t> bytes) {
     EndNal(bytes, bytes.size());
     const bool whole = rules_->HasPicture();
     CutUnit(bytes.size());

@@ -20,7 +20,7 @@ enum class NalPlace : uint8_t {
 class INalRules {
   public:
     virtual ~INalRules() = default;
-    // How many bytes of a NAL unit, of which `head` is the beginning, have to be there to tell its place.
+    // How many bytes of a NAL unit, of which `head` is the beginning and not empty, have to be there to tell its place.
     virtual size_t HeadSize(std::span<const uint8_t> head) const = 0;
     virtual NalPlace Place(std::span<const uint8_t> head) const = 0;
     // Takes a NAL unit into the unit: its beginning, and later the whole of it.
@@ -48,7 +48,7 @@ class VideoCutter : public IUnitCutter {
 
   private:
     std::optional<UnitCut> WithoutStartCode(std::span<const uint8_t> bytes, BytesEnd end);
-    std::optional<UnitCut> LastUnit(std::span<const uint8_t> bytes);
+    UnitCut LastUnit(std::span<const uint8_t> bytes);
     void EndNal(std::span<const uint8_t> bytes, size_t end);
     UnitCut CutUnit(size_t length);
 

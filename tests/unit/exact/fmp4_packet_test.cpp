@@ -220,6 +220,7 @@ TEST_F(Fmp4Packet, PicturesBeginWithAKeyFrameThatSaysHowTheyAreCoded) {
     stream->Close();
     EXPECT_EQ(Kinds(), "hm");
     EXPECT_EQ(test::IsoFile(stream->Last().data).Payload("mdat"), Bytes("00 00 00 03 65 88 01"));
+    EXPECT_EQ(stream->Last().note.dts, 3600) << "parameter sets alone are no picture";
 }
 
 // ISO/IEC 14496-2: what a decoder is told ends where the group of pictures begins.
@@ -279,6 +280,165 @@ TEST(Fmp4Sound, SamplesOfEightAndSixteenBits) {
         ASSERT_NE(at, file.end()) << type;
         EXPECT_EQ(test::Slice(file, static_cast<size_t>(at - file.begin()) + 20, 4), Bytes(bits));
     }
+}
+
+TEST_F(Fmp4Packet, WhatWasNotAskedForIsRefused) {
+    EXPECT_EQ(stream->package->createHeader(nullptr, 0), 3u) << "ahead of init";
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO);
+    stream->Open();
+    EXPECT_EQ(stream->Audio(Adts(ByteVector(5)), 0, 1024), 5u);
+    ByteVector bytes(64);
+    MXFrameInfo picture = test::VideoFrame(bytes, MX_VIDEO_H264, MX_SUB_I);
+    picture.frame_size = 512u << 20;
+    EXPECT_TRUE(stream->package->checkFrame(&picture));
+    ++picture.frame_size;
+    EXPECT_FALSE(stream->package->checkFrame(&picture));
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Close();
+    EXPECT_EQ(static_cast<CFmp4Packet&>(*stream->package).SetFragmentParam({sizeof(MXFragmentParam), 0, 0, 0, 0, 0}),
+              3u);
+
+    const auto sound = ExactStream::Of<CFmp4Packet>(MX_FORMAT_FMP4);
+    for (const uint32_t codec : {MX_AUDIO_MULAW, MX_AUDIO_MULAW_ALT, MX_AUDIO_WAVE_TAG_64}) {
+        const MXFrameInfo frame = test::AudioFrame(bytes, codec);
+        EXPECT_EQ(sound->package->checkFrame(&frame), codec != MX_AUDIO_WAVE_TAG_64) << codec;
+    }
+}
+
+TEST_F(Fmp4Packet, TheOtherTrackIsWaitedForAsLongAsIsSaid) {
+    const MXFragmentParam param{sizeof(MXFragmentParam), MX_FRAGMENT_GOP, 0, MX_TRACKS_BOTH, 0, 100};
+    EXPECT_EQ(static_cast<CFmp4Packet&>(*stream->package).SetFragmentParam(param), 0u);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Video(Inter(), MX_SUB_P, 8999, 8999);
+    EXPECT_EQ(Kinds(), "");
+    stream->Video(Inter(), MX_SUB_P, 9000, 9000);
+    EXPECT_EQ(Kinds(), "h");
+}
+
+TEST_F(Fmp4Packet, AFragmentHoldsAMinuteAtMost) {
+    Param(MX_FRAGMENT_DURATION, 1000000, MX_TRACKS_VIDEO);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    for (const int64_t time : {2700000, 5400000})
+        stream->Video(Inter(), MX_SUB_P, time, time);
+    EXPECT_EQ(Kinds(), "h");
+    stream->Video(Inter(), MX_SUB_P, 5400001, 5400001);
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(stream->Last().note.duration, 5400001);
+}
+
+TEST_F(Fmp4Packet, AFragmentHolds64MebibytesAtMost) {
+    Param(MX_FRAGMENT_DURATION, 1000000, MX_TRACKS_VIDEO);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    const ByteVector large = test::Units({Bytes("41 9A") + ByteVector((size_t{32} << 20) - 100, 0x33)});
+    stream->Video(large, MX_SUB_P, 3600, 3600);
+    EXPECT_EQ(Kinds(), "h");
+    stream->Video(large, MX_SUB_P, 7200, 7200);
+    EXPECT_EQ(Kinds(), "h");
+    stream->Video(large, MX_SUB_P, 10800, 10800);
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(stream->Last().note.duration, 10800);
+    EXPECT_EQ(test::IsoFile(stream->Last().data).Size("mdat"), 8 + 26 + 2 * large.size());
+}
+
+// 1400 rows of a size are 5600 bytes ahead of the media.
+TEST_F(Fmp4Packet, ALongHeadStandsWholeAheadOfTheMedia) {
+    Param(MX_FRAGMENT_DURATION, 50000, MX_TRACKS_AUDIO);
+    stream->Open(0, MX_AUDIO_ALAW);
+    ByteVector media;
+    for (int i = 0; i < 1400; ++i) {
+        const ByteVector frame(160, static_cast<uint8_t>(i));
+        stream->Audio(frame, i * 160, 160, 8000, MX_AUDIO_ALAW);
+        media.insert(media.end(), frame.begin(), frame.end());
+    }
+    stream->Close();
+    ASSERT_EQ(Kinds(), "hm");
+    const test::IsoFile fragment(stream->Last().data);
+    EXPECT_EQ(fragment.Layout(), "moof mdat");
+    // moof 8, mfhd 16, traf 8, tfhd 24, tfdt 20, trun 20
+    EXPECT_EQ(fragment.Size("moof"), 96u + 1400 * 4);
+    EXPECT_EQ(fragment.Payload("mdat"), media);
+}
+
+// AudioSpecificConfig (ISO/IEC 14496-3 1.6.2.1) of AAC LC at 48000 Hz, behind its tag and length.
+TEST_F(Fmp4Packet, SoundOfAnotherFormBringsANewInitialisationSegment) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_AUDIO);
+    stream->Open(0);
+    ByteVector bytes(20, 0x21);  // no ADTS
+    MXFrameInfo frame = test::AudioFrame(bytes, MX_AUDIO_AAC);
+    for (int64_t i = 0; i < 4; ++i) {
+        frame.channels = i < 2 ? 2 : 1;
+        MXSetFrameTimes(&frame, 48000, i * 1024, i * 1024, 1024);
+        EXPECT_EQ(stream->package->inputFrame(&frame, 0), 0u);
+    }
+    stream->Close();
+    ASSERT_EQ(Kinds(), "hmhm");
+    const auto tells = [&](size_t block, const char* config) {
+        const ByteVector info = Bytes("05 80 80 80 02") + Bytes(config) + Bytes("06");
+        const ByteVector& init = stream->blocks[block].data;
+        return std::search(init.begin(), init.end(), info.begin(), info.end()) != init.end();
+    };
+    EXPECT_TRUE(tells(0, "11 90"));
+    EXPECT_TRUE(tells(2, "11 88"));
+    EXPECT_EQ(stream->blocks[1].note.duration, 2048);
+    EXPECT_EQ(test::IsoFile(stream->Last().data).Payload("mdat"), bytes + bytes);
+}
+
+// Two frames of 1024 samples in one: the first lasts as long, and the last as the one before.
+TEST_F(Fmp4Packet, SoundWithoutADurationCountsItsSamples) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_AUDIO);
+    stream->Open(0);
+    stream->Audio(Adts(ByteVector(5, 1)) + Adts(ByteVector(6, 2)), 0);
+    stream->Close();
+    EXPECT_EQ(stream->Last().note.duration, 2048);
+}
+
+TEST_F(Fmp4Packet, ParameterSetsThatChangeBackAreNoNews) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO);
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0);
+    stream->Video(test::Units({test::BaselineSps(), test::BaselinePps()}), MX_SUB_I, 1800, 1800);
+    stream->Video(Key(), MX_SUB_I, 3600, 3600);
+    stream->Close();
+    EXPECT_EQ(Kinds(), "hmm");
+}
+
+// Pictures that all stand alone end no fragment; two seconds do. Another size is another sample entry.
+TEST_F(Fmp4Packet, MotionJpegIsCutByTime) {
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO);
+    stream->Open(MX_VIDEO_MJPEG, 0);
+    ByteVector bytes = Bytes("FF D8 FF DB 00 FF D9");
+    MXFrameInfo frame = test::VideoFrame(bytes, MX_VIDEO_MJPEG, MX_SUB_I);
+    const auto give = [&](int64_t time, uint32_t width, uint32_t height) {
+        frame.width = width;
+        frame.height = height;
+        MXSetFrameTimes(&frame, 1000, time, time, 500);
+        EXPECT_EQ(stream->package->inputFrame(&frame, 0), 0u);
+    };
+    for (int64_t time = 0; time < 2500; time += 500)
+        give(time, 640, 480);
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(stream->Last().note.duration, 2000);
+    give(2500, 640, 400);
+    EXPECT_EQ(Kinds(), "hmm");
+    give(3000, 320, 400);
+    EXPECT_EQ(Kinds(), "hmmhm");
+    stream->Close();
+    EXPECT_EQ(Kinds(), "hmmhmhm");
+}
+
+TEST_F(Fmp4Packet, Mpeg4PicturesBetweenKeyFramesTellNothing) {
+    const ByteVector headers = Bytes("00 00 01 B0 01 00 00 01 B5 89 13 00 00 01 00 00 00 01 20 00 C4 88");
+    const ByteVector picture = Bytes("00 00 01 B6 10 60 11");
+    Param(MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO);
+    stream->Open(MX_VIDEO_MPEG4, 0);
+    stream->Video(headers + picture, MX_SUB_I, 0, 0, 0, 90000, MX_VIDEO_MPEG4);
+    stream->Video(picture, MX_SUB_P, 3600, 3600, 0, 90000, MX_VIDEO_MPEG4);
+    stream->Close();
+    ASSERT_EQ(Kinds(), "hm");
+    EXPECT_EQ(test::IsoFile(stream->Last().data).Payload("mdat"), headers + picture + picture);
 }
 
 }  // namespace

@@ -158,8 +158,13 @@ TEST(FrameClock, NearZeroBringsAFarBeginningToZero) {
     EXPECT_EQ(Video(near, Timed(1000, 60001, 60081)), (Pair{0, 80}));
     EXPECT_EQ(near.Audio(Timed(48000, 2880000, 2880000), kAac).dts, -48);
     EXPECT_EQ(near.Repairs().video_jumps, 0u);
-    FrameClock kept(0, FrameClock::Origin::kNearZero);
-    EXPECT_EQ(Video(kept, Timed(1000, 60000, 60000)), (Pair{60000, 60000}));
+    // A minute either way is near.
+    for (const int64_t time : {60000, -60000}) {
+        FrameClock kept(0, FrameClock::Origin::kNearZero);
+        EXPECT_EQ(Video(kept, Timed(1000, time, time)), (Pair{time, time}));
+    }
+    FrameClock moved(0, FrameClock::Origin::kNearZero);
+    EXPECT_EQ(Video(moved, Timed(1000, -60001, -60001)), (Pair{0, 0}));
 }
 
 TEST(FrameClock, ExtremeTimesAreSafe) {
@@ -267,6 +272,79 @@ TEST(Arrival, SoundCountsSamplesWhileTheStampsAgree) {
     EXPECT_EQ(audio(1046), 46148);
     EXPECT_EQ(audio(0), 47172);
     EXPECT_EQ(audio(2000), 88200);  // a pause
+}
+
+// Each jumps on its own: the offset of the one is of no use to the other.
+TEST(FrameClock, AJumpToSomewhereElseIsAnother) {
+    FrameClock clock;
+    Video(clock, Timed(1000, 0, 0));
+    Video(clock, Timed(1000, 40, 40));
+    clock.Audio(Timed(1000, 0, 0, 20), kAac);
+    EXPECT_EQ(Video(clock, Timed(1000, 1000000, 1000000)), (Pair{80, 80}));
+    EXPECT_EQ(clock.Audio(Timed(1000, 5000000, 5000000, 20), kAac).dts, 20);
+    EXPECT_EQ(clock.Repairs().audio_jumps, 1u);
+    EXPECT_EQ(Video(clock, Timed(1000, 1000040, 1000040)), (Pair{120, 120}));
+}
+
+TEST(FrameClock, TimesWhoseEndWouldWrapHaveNoDuration) {
+    for (const int64_t time : {std::numeric_limits<int64_t>::max(), std::numeric_limits<int64_t>::min()}) {
+        FrameClock clock;
+        EXPECT_EQ(clock.Video(Timed(1000, time, time, 40), 0).duration, 0);
+    }
+}
+
+TEST(Arrival, ZeroesGoOnAtAnotherRate) {
+    FrameClock clock;
+    EXPECT_EQ(Video(clock, Stamped(1000, 25)).dts, 90000);
+    EXPECT_EQ(Video(clock, Stamped(0, 25)).dts, 93600);
+    EXPECT_EQ(Video(clock, Stamped(0, 50)).dts, 97200) << "the frame before lasted a 25th";
+    EXPECT_EQ(Video(clock, Stamped(0, 50)).dts, 99000);
+}
+
+// A second back is no reordering: the pictures that were waited for are forgotten, and the clock sees a jump.
+TEST(Arrival, AStepBackByASecondBeginsAnew) {
+    FrameClock clock;
+    EXPECT_EQ(Video(clock, Stamped(10000), 2), (Pair{892800, 900000}));
+    EXPECT_EQ(Video(clock, Stamped(9000), 2), (Pair{892801, 900001}));
+    EXPECT_EQ(clock.Repairs().video_jumps, 1u);
+    EXPECT_EQ(clock.Repairs().video_not_rising, 0u);
+}
+
+TEST(Arrival, SixteenPicturesAreReorderedAtMost) {
+    FrameClock clock;
+    EXPECT_EQ(Video(clock, Stamped(1000), 20), (Pair{90000 - 16 * 3600, 90000}));
+}
+
+// Five steps back in a row, and the sixth picture from then on is decoded where the first one is shown that waits.
+TEST(Arrival, FourPicturesAreLearnedAtMost) {
+    FrameClock clock;
+    for (const uint32_t stamp : {1000u, 960u, 920u, 880u, 840u, 800u, 1400u, 1440u, 1480u, 1520u})
+        Video(clock, Stamped(stamp));
+    EXPECT_EQ(Video(clock, Stamped(1560)), (Pair{126000, 140400}));
+}
+
+// 45124 samples of 44100 a second are 49115 of 48000, and 1024 of those last 941 ticks.
+TEST(Arrival, SoundGoesOnAtAnotherRate) {
+    FrameClock clock;
+    EXPECT_EQ(clock.Audio(Stamped(1000), kAac).dts, 44100);
+    const FrameTime other = clock.Audio(Stamped(0), AudioMeasure{1024, 48000, 2});
+    EXPECT_EQ(other.scale, 44100u);
+    EXPECT_EQ(other.dts, 45124);
+    EXPECT_EQ(other.duration, 941);
+}
+
+TEST(RisingTimes, ACopyIsTheSame) {
+    RisingTimes times;
+    for (const int64_t time : {3, 1, 2})
+        times.Insert(time);
+    RisingTimes& same = times;
+    times = same;
+    RisingTimes copy(times);
+    for (const int64_t time : {1, 2, 3}) {
+        EXPECT_EQ(times.TakeFirst(), time);
+        EXPECT_EQ(copy.TakeFirst(), time);
+    }
+    EXPECT_EQ(copy.Count(), 0u);
 }
 
 }  // namespace

@@ -222,6 +222,16 @@ TEST_F(Hmp4Packet, ATrackThatBeginsLaterIsHeldBackByAnEmptyEdit) {
     EXPECT_EQ(file.Number("moov/mvhd", 16, 4), 72000u + 15360u);
 }
 
+// One of 48000 ticks is fifteen of the movie's 720000.
+TEST_F(Hmp4Packet, ATickLaterIsLater) {
+    stream->Open();
+    stream->Video(Key(), MX_SUB_I, 0, 0, 3600);
+    stream->Audio(Adts(ByteVector(10)), 1, 1024);
+    stream->Close();
+    EXPECT_EQ(Payload(IsoFile(stream->File()).Whole("moov/trak:1"), "elst", 32),
+              Bytes("00000000 00000002 0000000F FFFFFFFF 00010000 00003C00 00000000 00010000"));
+}
+
 TEST_F(Hmp4Packet, AFarBeginningIsMovedToZero) {
     VideoOnly();
     stream->Open();

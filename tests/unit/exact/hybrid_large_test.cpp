@@ -78,46 +78,61 @@ struct SparseFile {
     }
 };
 
-// Seven pictures, each a fragment, as a small recording has them, their sizes stated as 768 MiB: 5.25 GiB.
-TEST(HybridLarge, ARepairedOneHasWidePlaces) {
-    constexpr uint64_t kPicture = 0x30000000;
-    constexpr int64_t kPictures = 7;
-    const auto stream = ExactStream::Of<CHmp4Packet>(MX_FORMAT_HMP4);
-    auto& package = static_cast<CHmp4Packet&>(*stream->package);
-    EXPECT_EQ(package.SetFragmentParam({sizeof(MXFragmentParam), MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO, 0, 0}), 0u);
-    stream->Open(MX_VIDEO_H264, 0);
-    const ByteVector key = test::Units({test::HighSps(), test::HighPps(), Bytes("65 88 01 02")});
-    for (int64_t i = 0; i < kPictures; ++i)
-        stream->Video(key, MX_SUB_I, i * 3600, i * 3600, 3600);
-    EXPECT_EQ(stream->Close(), 0u);
-
+// Pictures, each a fragment, as a small recording has them, with another size stated.
+struct KilledRecording {
     SparseFile file;
-    std::vector<uint64_t> places;
-    for (const ExactStream::Block& block : stream->blocks) {
-        if (block.note.kind == MX_BLOCK_HEADER) file.Append(block.data);
-        if (block.note.kind != MX_BLOCK_MEDIA) continue;
-        // moof and the head of mdat; the sample of eight bytes is left out.
-        ByteVector head = Bytes("00 00 00 08 66 72 65 65") + Slice(block.data, 0, block.data.size() - 8);
+    std::vector<uint64_t> places;  // of the pictures
+
+    KilledRecording(int64_t pictures, uint64_t size) {
+        const auto stream = ExactStream::Of<CHmp4Packet>(MX_FORMAT_HMP4);
+        auto& package = static_cast<CHmp4Packet&>(*stream->package);
+        EXPECT_EQ(package.SetFragmentParam({sizeof(MXFragmentParam), MX_FRAGMENT_GOP, 0, MX_TRACKS_VIDEO, 0, 0}), 0u);
+        stream->Open(MX_VIDEO_H264, 0);
+        const ByteVector key = test::Units({test::HighSps(), test::HighPps(), Bytes("65 88 01 02")});
+        for (int64_t i = 0; i < pictures; ++i)
+            stream->Video(key, MX_SUB_I, i * 3600, i * 3600, 3600);
+        EXPECT_EQ(stream->Close(), 0u);
+        for (const ExactStream::Block& block : stream->blocks) {
+            if (block.note.kind == MX_BLOCK_HEADER) file.Append(block.data);
+            if (block.note.kind == MX_BLOCK_MEDIA) AppendFragment(block.data, size);
+        }
+    }
+    MXHybridRepair Repair(uint32_t expected) {
+        MXHybridRepair repair{};
+        repair.size = sizeof repair;
+        const MXHybridFile record = file.Record();
+        EXPECT_EQ(MX_RepairHybrid(&record, &repair), expected) << repair.message;
+        return repair;
+    }
+
+  private:
+    // moof and the head of mdat; the sample of eight bytes is left out.
+    void AppendFragment(const ByteVector& block, uint64_t size) {
+        ByteVector head = Bytes("00 00 00 08 66 72 65 65") + Slice(block, 0, block.size() - 8);
         const auto put = [&head](size_t at, uint64_t value) {
             const ByteVector bytes = BigEndian(value, 4);
             std::copy(bytes.begin(), bytes.end(), head.begin() + static_cast<std::ptrdiff_t>(at));
         };
-        ASSERT_EQ(Slice(head, head.size() - 12, 4), Bytes("00 00 00 08"));  // trun ends with the sample's size
-        put(head.size() - 12, kPicture);
-        put(head.size() - 8, kPicture + 8);
+        EXPECT_EQ(Slice(head, head.size() - 12, 4), Bytes("00 00 00 08"));  // trun ends with the sample's size
+        put(head.size() - 12, size);
+        put(head.size() - 8, size + 8);
         file.Append(head);
         places.push_back(file.length);
-        file.length += kPicture;
+        file.length += size;
     }
-    ASSERT_EQ(places.size(), static_cast<size_t>(kPictures));
+};
+
+// Seven of 768 MiB: 5.25 GiB.
+TEST(HybridLarge, ARepairedOneHasWidePlaces) {
+    constexpr uint64_t kPicture = 0x30000000;
+    KilledRecording killed(7, kPicture);
+    SparseFile& file = killed.file;
+    ASSERT_EQ(killed.places.size(), 7u);
     const uint64_t media_end = file.length;
     ASSERT_GT(media_end, uint64_t{5} << 30);
 
-    MXHybridRepair repair{};
-    repair.size = sizeof repair;
-    const MXHybridFile record = file.Record();
-    ASSERT_EQ(MX_RepairHybrid(&record, &repair), uint32_t{MX_OK}) << repair.message;
-    EXPECT_EQ(repair.state, uint32_t{MX_HYBRID_REPAIRED});
+    const MXHybridRepair repair = killed.Repair(MX_OK);
+    ASSERT_EQ(repair.state, uint32_t{MX_HYBRID_REPAIRED});
     EXPECT_EQ(repair.fragments, 7u);
     EXPECT_EQ(repair.media_end, media_end);
     EXPECT_EQ(repair.length, file.length);
@@ -128,8 +143,30 @@ TEST(HybridLarge, ARepairedOneHasWidePlaces) {
     EXPECT_EQ(index.Layout(), "moov");
     EXPECT_TRUE(index.Has(IsoFile::Table(0, "co64")));
     EXPECT_FALSE(index.Has(IsoFile::Table(0, "stco")));
-    EXPECT_EQ(index.Offsets(0), places);
+    EXPECT_EQ(index.Offsets(0), killed.places);
     EXPECT_EQ(index.Sizes(0), std::vector<uint64_t>(7, kPicture));
+}
+
+// A fragment's media begins less than a GiB behind that of the one before.
+TEST(HybridLarge, FragmentsFurtherApartAreRefused) {
+    const KilledRecording small(2, 8);
+    const uint64_t around = small.places[1] - small.places[0] - 8;
+    constexpr uint64_t kFarthest = 0x3FFFFFFF;
+    KilledRecording far(2, kFarthest - around);
+    ASSERT_EQ(far.places[1] - far.places[0], kFarthest);
+    EXPECT_EQ(far.Repair(MX_OK).fragments, 2u);
+    KilledRecording too_far(2, kFarthest - around + 1);
+    const MXHybridRepair refused = too_far.Repair(MX_FAILED);
+    EXPECT_EQ(refused.state, uint32_t{MX_HYBRID_REFUSED});
+    EXPECT_STREQ(refused.message, "the fragment is too large");
+}
+
+// 256 MiB of moof are none, and not looked at.
+TEST(HybridLarge, AHeadOfMoreThanAnyFragmentIsRefused) {
+    KilledRecording killed(1, 8);
+    killed.file.Append(Bytes("10 00 00 01") + test::Text("moof"));
+    killed.file.length += 0x10000000;
+    EXPECT_STREQ(killed.Repair(MX_FAILED).message, "the fragment does not hold together");
 }
 
 // What is given stays small: a picture of 32 MiB, 136 times.

@@ -252,14 +252,20 @@ TEST_F(HybridRepair, WhatDoesNotHoldTogetherIsRefused) {
     Record();
     EXPECT_EQ(stream->Close(), 0u);
     const ByteVector whole = Growing();
-    const auto refused = [&](const std::string& type, size_t occurrence, size_t offset, const ByteVector& value) {
+    const auto changed = [&](const std::string& type, size_t occurrence, std::ptrdiff_t offset,
+                             const ByteVector& value) {
         MemoryFile file{whole};
         auto at = file.bytes.begin();
         for (size_t i = 0;; ++i, ++at) {
             at = std::search(at, file.bytes.end(), type.begin(), type.end());
             if (i == occurrence) break;
         }
-        std::copy(value.begin(), value.end(), at + static_cast<std::ptrdiff_t>(offset));
+        std::copy(value.begin(), value.end(), at + offset);
+        return file;
+    };
+    const auto refused = [&](const std::string& type, size_t occurrence, std::ptrdiff_t offset,
+                             const ByteVector& value) {
+        MemoryFile file = changed(type, occurrence, offset, value);
         const MXHybridRepair repair = file.Repair(MX_FAILED);
         EXPECT_EQ(repair.state, uint32_t{MX_HYBRID_REFUSED});
         EXPECT_FALSE(file.wrote);
@@ -275,6 +281,12 @@ TEST_F(HybridRepair, WhatDoesNotHoldTogetherIsRefused) {
     EXPECT_EQ(refused("trun", 0, 12, Bytes("00000000")), "the fragment does not hold together");
     EXPECT_EQ(refused("tfdt", 0, 8, Bytes("FFFFFFFFFFFFFFFF")), "the fragment does not hold together");
     EXPECT_EQ(refused("tfdt", 2, 8, Bytes("0000000000000000")), "the fragment's times run backwards");
+    EXPECT_EQ(refused("moof", 1, -4, Bytes("00000000")), "the fragment does not hold together");
+    // A file system that lost what stands behind the index of the second fragment.
+    EXPECT_EQ(changed("mdat", 1, -4, ByteVector(8)).Repair().fragments, 1u);
+    EXPECT_EQ(changed("moof", 1, -4, ByteVector(8)).Repair().fragments, 1u);
+    // The room behind the index in front.
+    EXPECT_EQ(refused("free", 1, -4, Bytes("00000004")), "there is something else than a fragment");
     // The entry of the third fragment: its head names the second one.
     EXPECT_EQ(refused("tfhd", 4, 12, Bytes("00000009")), "how the fragment is coded stood in the index that was lost");
 }
@@ -304,6 +316,7 @@ TEST_F(HybridRepair, EveryReadMayFail) {
         EXPECT_EQ(repair.state, uint32_t{whole ? MX_HYBRID_REPAIRED : MX_HYBRID_FAILED}) << reads;
         if (whole) break;
         EXPECT_STREQ(repair.message, "cannot be read") << reads;
+        EXPECT_EQ(file.reads_left, -1) << "nothing is read behind that";
         EXPECT_EQ(file.bytes, bytes) << reads;
         file.reads_left = 1 << 30;
         EXPECT_EQ(file.Repair().state, uint32_t{MX_HYBRID_REPAIRED}) << "tried again";
@@ -322,6 +335,9 @@ TEST_F(HybridRepair, BadArgumentsAreRefused) {
     EXPECT_EQ(MX_RepairHybrid(&file, &repair), uint32_t{MX_FAILED});
     file = memory.Record();
     file.write = nullptr;
+    EXPECT_EQ(MX_RepairHybrid(&file, &repair), uint32_t{MX_FAILED});
+    file = memory.Record();
+    file.cut = nullptr;
     EXPECT_EQ(MX_RepairHybrid(&file, &repair), uint32_t{MX_FAILED});
     file = memory.Record();
     file.size = 8;
@@ -362,6 +378,24 @@ TEST_F(HybridRepair, GarbledBytesDoNoHarm) {
         if (i % 3 == 0) file.bytes.resize(52 + random() % (whole.size() - 52));
         run(std::move(file));
     }
+}
+
+// The index of 20,000 samples is written in several pieces; after the first one that fails none is tried.
+TEST_F(HybridRepair, NothingIsWrittenBehindAWriteThatFailed) {
+    EXPECT_EQ(static_cast<CHmp4Packet&>(*stream->package)
+                  .SetFragmentParam({sizeof(MXFragmentParam), MX_FRAGMENT_DURATION, 50000, MX_TRACKS_AUDIO, 0, 0}),
+              0u);
+    stream->Open(0, MX_AUDIO_ALAW);
+    for (int i = 0; i < 20000; ++i)
+        stream->Audio(ByteVector(16, 0x55), i * 16, 16, 8000, MX_AUDIO_ALAW);
+    EXPECT_EQ(stream->Close(), 0u);
+    MemoryFile file{Growing()};
+    file.writes_left = 0;
+    EXPECT_STREQ(file.Repair(MX_FAILED).message, "cannot be written");
+    EXPECT_EQ(file.writes_left, -1);
+    file.writes_left = 100;
+    EXPECT_EQ(file.Repair().state, uint32_t{MX_HYBRID_REPAIRED});
+    EXPECT_EQ(WithoutClock(file.bytes), WithoutClock(stream->File()));
 }
 
 }  // namespace

@@ -6,20 +6,17 @@
 #include "MuxoraAPI.h"
 #include "core/clock.h"
 #include "exact/mp4_boxes.h"
+#include "support/box_literal.h"
 #include "support/hex.h"
 
 namespace Orvane::Muxora {
 namespace {
 
+using test::Box;
 using test::Bytes;
 using test::ByteVector;
 using test::Text;
 using test::operator+;
-
-ByteVector Box(const char* type, const ByteVector& payload) {
-    const size_t size = 8 + payload.size();
-    return ByteVector{0, 0, static_cast<uint8_t>(size >> 8), static_cast<uint8_t>(size)} + Text(type) + payload;
-}
 
 template <typename Write>
 ByteVector Written(Write write) {

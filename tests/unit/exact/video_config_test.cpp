@@ -99,5 +99,22 @@ TEST_F(VideoConfig, AFrameWithoutAStartCodeChangesNothing) {
     EXPECT_FALSE(config.Changed());
 }
 
+TEST_F(VideoConfig, UndoOfAFrameThatBroughtNothing) {
+    Take(headers + vop, MX_VIDEO_MPEG4);
+    Take(vop, MX_VIDEO_MPEG4);
+    config.Told();
+    config.Undo();
+    EXPECT_TRUE(config.Changed());
+    EXPECT_EQ(Headers(), headers);
+}
+
+TEST_F(VideoConfig, WithoutAnSpsTheRecordTellsTheSize) {
+    ByteVector bytes = slice;
+    const MXFrameInfo frame = test::VideoFrame(bytes, MX_VIDEO_H264, MX_SUB_I);
+    ASSERT_TRUE(config.Take(frame));
+    EXPECT_EQ(config.Details(frame).width, 1920u);
+    EXPECT_EQ(config.Details(frame).height, 1080u);
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

@@ -5,7 +5,10 @@
 #include <bit>
 
 #include "exact_stream.h"
+#include "support/allocation_counter.h"
 #include "support/pes_reader.h"
+#include "support/quiet_file.h"
+#include "support/untouched_memory.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -418,6 +421,94 @@ TEST_F(XflvPacket, AnIndexOfOneEntry) {
     CFlvIndex none(0);
     none.Add(5, 100);
     EXPECT_TRUE(none.Entries().empty());
+}
+
+TEST_F(XflvPacket, WhatATagDoesNotHold) {
+    EXPECT_EQ(stream->package->createHeader(nullptr, 0), 3u) << "ahead of init";
+    stream->Open();
+    EXPECT_EQ(stream->Audio(ByteVector(40, 7), 0, 0, 48000, MX_AUDIO_MPEG), 5u) << "no header of MPEG audio";
+    const test::UntouchedMemory memory(size_t{20} << 20);
+    ASSERT_NE(memory.Get(), nullptr);
+    ByteVector none;
+    MXFrameInfo sound = test::AudioFrame(none, MX_AUDIO_ALAW);
+    sound.samples_per_sec = 8000;
+    sound.frame_pointer = static_cast<uint8_t*>(memory.Get());
+    // DataSize has 24 bits, of which two bytes may go ahead of the sound.
+    sound.frame_size = 0xFFFFFE;
+    EXPECT_EQ(stream->package->inputFrame(&sound, 0), 5u);
+    // A start code of three bytes becomes a length of four: three quarters are let in.
+    ByteVector picture = Key();
+    picture.resize(12582909, 0x55);
+    EXPECT_EQ(stream->Video(picture, MX_SUB_I, 0, 0), 5u);
+    EXPECT_TRUE(stream->blocks.empty());
+    picture.pop_back();
+    picture.resize(picture.size() - 8);
+    EXPECT_EQ(stream->Video(picture, MX_SUB_I, 0, 0), 0u);
+    EXPECT_EQ(Tags().back().data.size(), 5 + picture.size() - 30 - 9);
+}
+
+TEST_F(XflvPacket, ParameterSetsAloneAreNoTag) {
+    stream->Open(MX_VIDEO_H264, 0);
+    EXPECT_EQ(stream->Video(test::Units({test::BaselineSps(), test::BaselinePps()}), MX_SUB_I, 0, 0), 0u);
+    EXPECT_TRUE(stream->blocks.empty());
+    EXPECT_EQ(stream->Video(test::Units({Bytes("65 88 84 21")}), MX_SUB_I, 3600, 3600), 0u);
+    EXPECT_EQ(Tags().back().time, 40);
+    EXPECT_EQ(stream->Open(MX_VIDEO_H264, 0), 0u) << "a second header changes nothing";
+    EXPECT_EQ(stream->Video(Inter(), MX_SUB_P, 7200, 7200), 0u);
+    EXPECT_EQ(Tags().back().time, 80);
+}
+
+// 8 kHz has a number of its own; of the other rates the nearest name is taken.
+TEST_F(XflvPacket, Mp3AtEveryRate) {
+    EXPECT_EQ(SoundOf(MX_AUDIO_MPEG, 8000, 16, 1, Bytes("FF E3 48 C4 00")), 0xE2);
+    EXPECT_EQ(SoundOf(MX_AUDIO_MPEG, 11025, 16, 1, Bytes("FF E3 40 C4 00")), 0x26);
+    EXPECT_EQ(SoundOf(MX_AUDIO_MPEG, 16000, 16, 1, Bytes("FF F3 48 C4 00")), 0x2A);
+    EXPECT_EQ(SoundOf(MX_AUDIO_MPEG, 32000, 16, 2, Bytes("FF FB 98 64 00")), 0x2F);
+}
+
+TEST_F(XflvPacket, SoundOfAnotherFormIsTold) {
+    stream->Open(0);
+    // Mono has 1 in channel_configuration, and 0x1188 for its AudioSpecificConfig.
+    ByteVector mono = test::Adts(Bytes("22"));
+    mono[3] = static_cast<uint8_t>(mono[3] - 0x40);
+    stream->Audio(test::Adts(Bytes("21")), 0, 1024);
+    stream->Audio(mono, 1024, 1024);
+    stream->Audio(mono, 2048, 1024);
+    const auto tags = Tags();
+    ASSERT_EQ(tags.size(), 6u);
+    EXPECT_EQ(tags[1].data, Bytes("AF 00 11 90"));
+    EXPECT_EQ(tags[3].data, Bytes("AF 00 11 88"));
+    EXPECT_EQ(tags[4].data, Bytes("AF 01 22"));
+    EXPECT_EQ(tags[5].data, Bytes("AF 01 22"));
+
+    stream = ExactStream::Of<CXflvPacket>(MX_FORMAT_XFLV);
+    stream->Open(0, MX_AUDIO_PCM16);
+    ByteVector bytes(64, 0x55);
+    MXFrameInfo frame = test::AudioFrame(bytes, MX_AUDIO_PCM16);
+    for (const uint32_t rate : {44100u, 22050u}) {
+        frame.samples_per_sec = rate;
+        EXPECT_EQ(stream->package->inputFrame(&frame, 0), 0u);
+    }
+    const auto other = Tags();
+    ASSERT_EQ(other.size(), 3u) << "only AAC has a tag for it";
+    EXPECT_EQ(other[1].data.at(0), 0x3F);
+    EXPECT_EQ(other[2].data.at(0), 0x3B);
+    EXPECT_EQ(stream->blocks.size(), 3u);
+}
+
+TEST_F(XflvPacket, WithoutMemoryTheEndComesAgain) {
+    test::QuietFile file;
+    const MXCreateParam param = file.Param();
+    CXflvPacket package(MX_FORMAT_XFLV, &param);
+    package.init();
+    EXPECT_EQ(package.createHeader(nullptr, 0), 0u);
+    {
+        const test::FailingAllocations failing;
+        EXPECT_EQ(package.createTailer(nullptr, 0), 4u);
+    }
+    EXPECT_TRUE(file.bytes.empty());
+    EXPECT_EQ(package.createTailer(nullptr, 0), 0u);
+    EXPECT_EQ(ReadTags(file.bytes).size(), 1u);
 }
 
 }  // namespace

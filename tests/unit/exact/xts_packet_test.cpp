@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "exact_stream.h"
+#include "support/allocation_counter.h"
+#include "support/quiet_file.h"
 #include "support/ts_reader.h"
+#include "support/untouched_memory.h"
 
 namespace Orvane::Muxora {
 namespace {
@@ -312,6 +315,82 @@ TEST_F(XtsPacket, Mpeg2Video) {
     EXPECT_EQ(stream->Video(picture, MX_SUB_I, 3600, 3600, 0, 90000, MX_VIDEO_MPEG2), 0u);
     ASSERT_EQ(Pes(kVideo).size(), 1u);
     EXPECT_EQ(Pes(kVideo)[0].payload, picture);
+}
+
+TEST_F(XtsPacket, EveryNumberOfH264IsOneStreamType) {
+    for (const uint32_t codec : {MX_VIDEO_H264, MX_VIDEO_H264_ALT, MX_VIDEO_H264_STREAM}) {
+        stream = ExactStream::Of<CXtsPacket>(MX_FORMAT_XTS);
+        EXPECT_EQ(stream->package->createHeader(nullptr, 0), 3u) << "ahead of init";
+        stream->Open(codec, 0);
+        EXPECT_EQ(test::Slice(test::ReadSection(Packets().at(1)), 12, 3), Bytes("1B E1 00")) << codec;
+        EXPECT_EQ(stream->Video(Key(), MX_SUB_I, 0, 0, 0, 90000, codec), 0u);
+        EXPECT_EQ(Pes(kVideo).at(0).payload, kDelimiter + Key());
+    }
+}
+
+TEST_F(XtsPacket, Mpeg4PicturesBetweenKeyFramesStayAsTheyAre) {
+    stream->Open(MX_VIDEO_MPEG4, 0);
+    const ByteVector headers = Bytes("00 00 01 B0 01 00 00 01 B5 89 13 00 00 01 00 00 00 01 20 00 C4 88");
+    const ByteVector picture = Bytes("00 00 01 B6 50 60 11");
+    stream->Video(headers + picture, MX_SUB_I, 0, 0, 0, 90000, MX_VIDEO_MPEG4);
+    stream->Video(picture, MX_SUB_P, 3600, 3600, 0, 90000, MX_VIDEO_MPEG4);
+    EXPECT_EQ(Pes(kVideo).at(1).payload, picture);
+}
+
+// What stands ahead of a start code of three bytes goes, with the zero before it or without.
+TEST_F(XtsPacket, WhatStandsAheadOfTheFirstStartCodeIsLeftOut) {
+    stream->Open(MX_VIDEO_H264, 0);
+    const ByteVector units = test::HighSps() + test::Units({test::HighPps(), Bytes("65 88 01")});
+    stream->Video(Bytes("55 00 00 01") + units, MX_SUB_I, 0, 0);
+    stream->Video(Bytes("55 00 00 00 01") + units, MX_SUB_I, 3600, 3600);
+    const auto pes = Pes(kVideo);
+    ASSERT_EQ(pes.size(), 2u);
+    EXPECT_EQ(pes[0].payload, kDelimiter + Bytes("00 00 01") + units);
+    EXPECT_EQ(pes[1].payload, kDelimiter + Bytes("00 00 00 01") + units);
+}
+
+// Sets that take more than a packet ahead of the picture.
+TEST_F(XtsPacket, LongParameterSetsTakeSeveralPackets) {
+    stream->Open(MX_VIDEO_H264, 0);
+    const ByteVector sets = test::Units({test::HighSps(), test::HighPps() + ByteVector(600, 0x66)});
+    const ByteVector picture = test::Units({Bytes("65 88") + ByteVector(400, 0x55)});
+    stream->Video(sets + picture, MX_SUB_I, 0, 0);
+    stream->Video(picture, MX_SUB_I, 3600, 3600);
+    const auto pes = Pes(kVideo);
+    ASSERT_EQ(pes.size(), 2u);
+    EXPECT_EQ(pes[1].payload, kDelimiter + sets + picture);
+}
+
+TEST_F(XtsPacket, WithoutMemoryAFrameIsNotThere) {
+    test::QuietFile file;
+    const MXCreateParam param = file.Param();
+    CXtsPacket package(MX_FORMAT_XTS, &param);
+    package.init();
+    ByteVector bytes = Key(20000);
+    const MXFrameInfo picture = test::VideoFrame(bytes, MX_VIDEO_H264, MX_SUB_I);
+    uint32_t missing = 0;
+    for (uint64_t failing = 0; failing < 30; ++failing) {
+        MXFrameInfo frame = picture;
+        const test::FailingAllocations allocations(failing, 1);
+        const size_t before = file.bytes.size();
+        const uint32_t result = package.inputFrame(&frame, 0);
+        EXPECT_EQ(file.bytes.size() == before, result == MX_NO_RESOURCES) << failing;
+        if (result == MX_OK) break;
+        EXPECT_EQ(result, uint32_t{MX_NO_RESOURCES});
+        ++missing;
+    }
+    EXPECT_GT(missing, 0u);
+    EXPECT_EQ(test::ReadTsPes(test::ReadTs(file.bytes), kVideo).size(), 1u);
+}
+
+// Nearly four gigabytes, which nobody looks at: the packets would take more than a block can hold.
+TEST(TsMultiplex, WhatNoBlockHoldsIsRefused) {
+    constexpr size_t kSize = 0xFFFFFFF0;
+    const test::UntouchedMemory memory(kSize);
+    ASSERT_NE(memory.Get(), nullptr);
+    CTsMultiplex multiplex;
+    multiplex.SetStreams(0x1B, 0);
+    EXPECT_FALSE(multiplex.Reserve({.head = {}, .frame = {static_cast<const uint8_t*>(memory.Get()), kSize}}));
 }
 
 }  // namespace

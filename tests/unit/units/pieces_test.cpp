@@ -5,6 +5,7 @@
 #include "support/avc_stream.h"
 #include "support/bits.h"
 #include "support/frames.h"
+#include "support/parameter_sets.h"
 #include "units_fixture.h"
 
 namespace Orvane::Muxora {
@@ -229,7 +230,7 @@ TEST(Pieces, AnotherLayersHeaderIsNone) {
 // The bytes behind a piece are none of the stream's.
 TEST(Pieces, NothingIsLookedAtBehindAPiece) {
     const ByteVector frame = Bytes("FF F1 4C 80 02 9F FC") + ByteVector(13, 0x21);
-    const ByteVector memory = Bytes("FF 00 00 00 00 00 00 00 00 00 00 00 00") + frame + frame + frame;
+    const ByteVector memory = Bytes("FF 00 00 00 00 00 00 00 00 00 00") + frame + frame + frame;
     Units units(MX_FRAME_AUDIO, MX_AUDIO_AAC);
     ASSERT_EQ(MX_PutBytes(units.handle(), memory.data(), 10), 0u);
     MXAccessUnit unit{};
@@ -300,6 +301,105 @@ TEST(Pieces, WithoutMemoryForTheRestOfALongUnit) {
     unit.size = sizeof unit;
     const test::FailingAllocations failing(1);
     EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u);
+}
+
+TEST(Pieces, WithoutMemoryWhatIsKeptIsGone) {
+    const ByteVector picture = AvcSps() + AvcPps() + AvcSlice(Idr());
+    const ByteVector bare = test::Slice(AvcSlice(Idr()), 4, AvcSlice(Idr()).size() - 4);
+    const ByteVector more(100000, 0x77);
+    Units units(MX_FRAME_VIDEO, MX_VIDEO_H264);
+    MXAccessUnit unit{};
+    unit.size = sizeof unit;
+    {
+        const test::FailingAllocations failing;
+        EXPECT_EQ(MX_PutNal(units.handle(), bare.data(), static_cast<uint32_t>(bare.size())), 4u) << "the start code";
+    }
+    EXPECT_TRUE(units.Put(picture).empty());
+    ASSERT_EQ(MX_PutBytes(units.handle(), more.data(), static_cast<uint32_t>(more.size())), 0u);
+    {
+        const test::FailingAllocations failing;
+        EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u) << "behind what was kept";
+    }
+    EXPECT_EQ(units.All(picture).size(), 1u);
+}
+
+// A short start code whose longer form begins where the memory for the first part ends.
+TEST(Pieces, WithoutMemoryForTheZeroThatIsMissing) {
+    const ByteVector sets = AvcSps() + AvcPps();
+    const ByteVector slice = AvcSlice(Idr());
+    const ByteVector stream = sets + kStartCode + Bytes("0C") + ByteVector(70000, 0x77) +
+                              test::Slice(slice, 1, slice.size() - 1) + AvcSlice({.frame_num = 1});
+    Units units(MX_FRAME_VIDEO, MX_VIDEO_H264, MX_UNITS_LONG_START_CODES);
+    ASSERT_EQ(MX_PutBytes(units.handle(), stream.data(), static_cast<uint32_t>(stream.size())), 0u);
+    MXAccessUnit unit{};
+    unit.size = sizeof unit;
+    const test::FailingAllocations failing(1);
+    EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u);
+}
+
+// The bit rate of MPEG audio is no sign of its stream: 144 * 48000 / 48000 bytes, then 144 * 32000 / 48000.
+TEST(Pieces, MpegAudioOfAnyBitRateIsOneStream) {
+    const std::vector<ByteVector> frames{Bytes("FF FD 24 C0") + ByteVector(140, 0x11),
+                                         Bytes("FF FD 14 C0") + ByteVector(92, 0x11),
+                                         Bytes("FF FD 24 C0") + ByteVector(140, 0x11)};
+    EXPECT_EQ(InPieces(MX_FRAME_AUDIO, MX_AUDIO_MPEG, Joined(frames), 1000), frames);
+}
+
+TEST(Pieces, AnotherStreamBehindFramesInStep) {
+    const ByteVector own = Adts(ByteVector(13, 0x21));
+    ByteVector other = own;
+    other[2] = 0x50;  // 44100 Hz
+    EXPECT_EQ(InPieces(MX_FRAME_AUDIO, MX_AUDIO_AAC, own + own + other + other, 1000),
+              (std::vector<ByteVector>{own, own, other, other}));
+}
+
+TEST(Pieces, OneFrameWithOtherBytesBehindItMayBeChance) {
+    const ByteVector frame = Adts(ByteVector(13, 0x21));
+    EXPECT_TRUE(InPieces(MX_FRAME_AUDIO, MX_AUDIO_AAC, frame + Bytes("01 02 03"), 1000).empty());
+    EXPECT_TRUE(InPieces(MX_FRAME_AUDIO, MX_AUDIO_AAC, frame + ByteVector(10), 1000).empty());
+}
+
+// A picture whose primary slices were lost begins with a redundant one; several prefixes go with one slice; and a NAL
+// unit without a byte goes with the picture before.
+TEST(Pieces, OddUnitsOfH264) {
+    const ByteVector redundant = AvcSps() + AvcPps(true) + AvcSlice({.header = 0x65, .type = 7, .redundant = 1});
+    const ByteVector prefix = kStartCode + Bytes("6E 40 00 00");
+    const std::vector<ByteVector> pictures{redundant, AvcSlice({.frame_num = 1, .redundant = 0}) + Bytes("00 00 01"),
+                                           prefix + prefix + AvcSlice({.frame_num = 2, .redundant = 0})};
+    EXPECT_EQ(InPieces(MX_FRAME_VIDEO, MX_VIDEO_H264, Joined(pictures), 1000), pictures);
+}
+
+TEST(Pieces, ShortUnitsOfH265) {
+    const ByteVector slice = kStartCode + Bytes("02 01 AF") + ByteVector(40, 0x5A);
+    Units units(MX_FRAME_VIDEO, MX_VIDEO_H265);
+    EXPECT_TRUE(units.PutNal(slice).empty());
+    EXPECT_TRUE(units.PutNal(Bytes("02")).empty()) << "half a header";
+    EXPECT_TRUE(units.PutNal(Bytes("02 01")).empty()) << "a slice that does not say that it is the first one";
+    EXPECT_EQ(units.End().size(), 1u);
+    EXPECT_TRUE(units.All(kStartCode + Bytes("40 01 0C")).empty()) << "no picture";
+}
+
+// slice_type (ITU-T H.265 7.4.7.1): 0 is B, 1 is P, 2 is I.
+TEST(Pieces, TheMostGeneralSliceOfH265IsTheKindOfThePicture) {
+    // 1920 by 1080 in units of 64: 30 by 17 of them, so slice_segment_address has 9 bits.
+    const auto slice = [](bool first, uint32_t type) {
+        test::BitString bits;
+        bits.Put(first ? 1 : 0, 1).Ue(0);
+        if (!first) bits.Put(1, 9);
+        return kStartCode + Bytes("02 01") + bits.Ue(type).Put(0x2A, 7).Bytes('1') + ByteVector(40, 0x5A);
+    };
+    const auto kind = [&](uint32_t first, uint32_t second) {
+        const std::vector<Given> given =
+            Units(MX_FRAME_VIDEO, MX_VIDEO_H265).All(test::HevcSets() + slice(true, first) + slice(false, second));
+        EXPECT_EQ(given.size(), 1u);
+        EXPECT_EQ(given.at(0).unit.field, MX_UNIT_FRAME) << "pic_struct is not stated";
+        return given.at(0).unit.picture_kind;
+    };
+    EXPECT_EQ(kind(2, 2), MX_SUB_I);
+    EXPECT_EQ(kind(2, 1), MX_SUB_P);
+    EXPECT_EQ(kind(1, 2), MX_SUB_P);
+    EXPECT_EQ(kind(0, 1), MX_SUB_B);
+    EXPECT_EQ(kind(1, 0), MX_SUB_B);
 }
 
 }  // namespace
