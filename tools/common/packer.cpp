@@ -187,6 +187,11 @@ void Packer::Refuse(const MediaFrame& frame) const {
             ", in one or two channels (choose another format with -f, such as hmp4 or xmkv, convert it ahead: "
             "ffmpeg -i INPUT -c:v copy -c:a aac converted.mov, or leave the stream out with --no-audio)");
     }
+    constexpr size_t kLargePicture = 1u << 20;
+    if (frame.IsVideo() && frame.Size() >= kLargePicture && IsListed(format_, frame)) {
+        throw Failure(std::string(format_.key) + " does not take pictures as large as this one, of " +
+                      std::to_string(frame.Size()) + " bytes (" + settings_.way_out + ", such as hmp4 or xmkv)");
+    }
     throw Failure(std::string(format_.key) + " does not take " + FrameText(frame) + "; its " + kind + ": " +
                   Taken(format_, frame) + " (" + settings_.way_out + ", or leave the stream out with --no-" + kind +
                   ")");

@@ -20,6 +20,8 @@ namespace Orvane::Muxora::Tools {
 
 namespace {
 
+constexpr int64_t kProbeBytes = int64_t{64} << 20;
+
 std::string AvText(int error) {
     char text[AV_ERROR_MAX_STRING_SIZE] = {};
     av_strerror(error, text, sizeof text);
@@ -171,6 +173,8 @@ class FileSource : public MediaSource {
             format_->flags |= AVFMT_FLAG_NOPARSE;
             if (StatesAll(*format_)) return;
         }
+        // The 5 MB of its own are less than a picture of some cameras: the sound behind it would stay unknown.
+        format_->probesize = kProbeBytes;
         const int found = avformat_find_stream_info(format_.get(), nullptr);
         if (found < 0) throw InputError(path_ + ": its streams cannot be read: " + AvText(found));
     }

@@ -54,6 +54,35 @@ TEST(LargePictures, AFileGivesTheBytesThatAPipeGives) {
     }
 }
 
+TEST(LargePictures, OnesThatAFormatDoesNotTakeAreRefusedAsThat) {
+    ClipSpec spec = Clip("mp4");
+    spec.noise = true;
+    spec.width = 2560;
+    spec.height = 1440;
+    spec.seconds = 0.2;
+    const std::string clip = MakeClip(spec);
+    for (const std::string key : {"mkv", "ts", "flv"}) {
+        const auto run = Muxora({"pack", clip, "-f", key, "-o", WorkPath("large." + key)});
+        EXPECT_EQ(run.exit_code, 1) << key;
+        EXPECT_EQ(run.err.rfind("muxora: " + key + " does not take pictures as large as this one, of ", 0), 0u)
+            << run.err;
+        EXPECT_TRUE(Contains(run.err, " bytes (choose another format with -f, such as hmp4 or xmkv)\n")) << run.err;
+    }
+    EXPECT_TRUE(Muxora({"pack", clip, "-f", "xmkv", "-o", WorkPath("large.mkv")}).Ok());
+}
+
+// The first packets of the sound lie behind more bytes than libavformat looks into by itself.
+TEST(LargePictures, SoundBehindThemIsFoundInATransportStream) {
+    ClipSpec spec = Clip("ts");
+    spec.noise = true;
+    spec.width = 2560;
+    spec.height = 1440;
+    spec.seconds = 0.4;
+    const auto run = Muxora({"pack", MakeClip(spec), "-o", WorkPath("large.mp4")});
+    EXPECT_EQ(run.exit_code, 0) << run.err;
+    EXPECT_TRUE(Contains(run.out, "AAC 48000 Hz, 1 ch")) << run.out;
+}
+
 struct InputCase {
     const char* name;
     ClipSpec spec;
