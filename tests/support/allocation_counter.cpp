@@ -7,6 +7,9 @@
 #if defined(_WIN32)
 #include <malloc.h>
 #endif
+#if defined(MUXORA_KEEP_LARGE_BLOCK)
+#include "harness/large_block.h"
+#endif
 
 namespace {
 
@@ -30,11 +33,22 @@ void* Allocate(std::size_t size, std::size_t alignment) noexcept {
         }
     }
     if (size == 0) size = 1;
+#if defined(MUXORA_KEEP_LARGE_BLOCK)
+    if (void* const kept = alignment <= alignof(std::max_align_t) ? fuzz::LargeBlock::Take(size) : nullptr) return kept;
+#endif
     if (alignment <= alignof(std::max_align_t)) return std::malloc(size);
 #if defined(_WIN32)
     return _aligned_malloc(size, alignment);
 #else
     return std::aligned_alloc(alignment, (size + alignment - 1) / alignment * alignment);
+#endif
+}
+
+void Free(void* block) noexcept {
+#if defined(MUXORA_KEEP_LARGE_BLOCK)
+    fuzz::LargeBlock::Free(block);
+#else
+    std::free(block);
 #endif
 }
 
@@ -105,16 +119,16 @@ void* operator new[](std::size_t size, std::align_val_t alignment, const std::no
 }
 
 void operator delete(void* block) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, std::align_val_t /*alignment*/) noexcept {
     FreeAligned(block);
@@ -129,8 +143,8 @@ void operator delete[](void* block, std::size_t /*size*/, std::align_val_t /*ali
     FreeAligned(block);
 }
 void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, const std::nothrow_t& /*tag*/) noexcept {
-    std::free(block);
+    Free(block);
 }
