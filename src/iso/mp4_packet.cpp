@@ -86,7 +86,7 @@ uint32_t CMp4Packet::uninit() {
 
 uint32_t CMp4Packet::createHeader(MXHeaderInfo* info, uint32_t /*unused*/) {
     const CMXAutoMutexLock lock(mutex_);
-    if (ftyp_ == nullptr || free_ == nullptr || mdat_ == nullptr) return MX_FAILED;
+    if (!HasTree()) return MX_FAILED;
     workBuffer_.Reset();
     uint32_t written = ftyp_->Write(&workBuffer_);
     freePos_ = writePos_ + ftyp_->GetSize();
@@ -216,7 +216,7 @@ uint32_t CMp4Packet::WriteCopied(uint32_t trackType, const MXFrameInfo& frame) {
 
 uint32_t CMp4Packet::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     const CMXAutoMutexLock lock(mutex_);
-    if (moov_ == nullptr || free_ == nullptr) return MX_FAILED;
+    if (!HasTree()) return MX_FAILED;
     const uint32_t gap = free_->GetSize() - kBoxHeaderSize;
     const uint32_t need = moov_->GetSize();
     ResetWithRoomFor(need, workBuffer_);
@@ -235,7 +235,7 @@ uint32_t CMp4Packet::createTailer(const void* /*info*/, uint32_t /*unused*/) {
     }
     writePos_ += EmitAt(workBuffer_.Data(), workBuffer_.Size(), moovPos);
     if (HasMdatPerSample(variant_)) return MX_OK;
-    if (mdat_ == nullptr) return MX_FAILED;
+    if (!HasTree()) return MX_FAILED;
     workBuffer_.Reset();
     mdat_->Write(&workBuffer_);
     EmitAt(workBuffer_.Data(), workBuffer_.Size(), mdatPos_);
@@ -244,7 +244,7 @@ uint32_t CMp4Packet::createTailer(const void* /*info*/, uint32_t /*unused*/) {
 
 uint32_t CMp4Packet::getBackup(MXOutputBlock* block) {
     const CMXAutoMutexLock lock(mutex_);
-    if (moov_ == nullptr || block == nullptr) return 0;
+    if (!HasTree() || block == nullptr) return 0;
     ResetWithRoomFor(moov_->GetSize(), backup_);
     if (moov_->Write(&backup_) != backup_.Size()) return 0;  // no memory
     if (backup_.Size() > largest_backup_) largest_backup_ = backup_.Size();

@@ -39,7 +39,8 @@ class CMp4Packet : public CPackage {
     uint32_t InputVideo(const MXFrameInfo& frame);
     uint32_t InputAudio(const MXFrameInfo& frame);
     uint32_t InputExt(const MXFrameInfo& frame);
-    bool HasTree() const { return moov_ != nullptr && mdat_ != nullptr; }
+    // All of it: mdat is made last.
+    bool HasTree() const { return mdat_ != nullptr; }
     void OpenVideo(const MXFrameInfo& frame);
     void OpenAudio(const MXFrameInfo& frame);
     uint32_t Convert(const MXFrameInfo& frame, uint8_t* out, uint32_t outCap) const;

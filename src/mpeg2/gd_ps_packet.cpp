@@ -79,8 +79,8 @@ int64_t CGDPsPacket::packageAudio(const MXFrameInfo* frame, CGrowBuffer* out) {
     return CPSPackaging::packageAudio(frame, out);
 }
 
-int64_t CGDPsPacket::writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool video, bool /*stuffing*/) {
-    return CPSPackaging::writePackHeader(frame, out, video, true);
+int64_t CGDPsPacket::writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool /*stuffing*/) {
+    return CPSPackaging::writePackHeader(frame, out, true);
 }
 
 // Readers rely on this: the map always has the same size and both entries, the video entry always names H.264, the

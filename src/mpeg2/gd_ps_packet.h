@@ -13,7 +13,7 @@ class CGDPsPacket : public CPSPackaging {
     uint32_t getCodecCapacity(uint32_t type, const void** table, uint32_t* count) const override;
     int64_t packageVideo(const MXFrameInfo* frame, CGrowBuffer* out) override;
     int64_t packageAudio(const MXFrameInfo* frame, CGrowBuffer* out) override;
-    int64_t writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool video, bool stuffing) override;
+    int64_t writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool stuffing) override;
     int64_t writeStreamMap(const MXFrameInfo* frame, CGrowBuffer* out) override;
     int64_t writeSystemHeader(const MXFrameInfo* frame, CGrowBuffer* out) override;
     int64_t writeVideoPes(const uint8_t* data, uint32_t length, CGrowBuffer* out, bool first) override;

@@ -72,7 +72,7 @@ uint32_t COvPsPacket::getCodecCapacity(uint32_t type, const void** table, uint32
 }
 
 int64_t COvPsPacket::packagePFrame(const MXFrameInfo* frame, CGrowBuffer* out) {
-    const int64_t pack = writePackHeader(frame, out, true, false);
+    const int64_t pack = writePackHeader(frame, out, false);
     int64_t headers = 0;
     if (video_.date_word != date_word_sent_) {
         headers = Total({writeSystemHeader(frame, out), writeStreamMap(frame, out)});

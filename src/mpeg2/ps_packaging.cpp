@@ -120,12 +120,12 @@ int64_t CPSPackaging::package(const MXFrameInfo* frame, CGrowBuffer* out) {
 }
 
 int64_t CPSPackaging::packageIFrame(const MXFrameInfo* frame, CGrowBuffer* out) {
-    return Total({writePackHeader(frame, out, true, false), writeSystemHeader(frame, out), writeStreamMap(frame, out),
+    return Total({writePackHeader(frame, out, false), writeSystemHeader(frame, out), writeStreamMap(frame, out),
                   writeVideoFrame(frame, out)});
 }
 
 int64_t CPSPackaging::packagePFrame(const MXFrameInfo* frame, CGrowBuffer* out) {
-    return Total({writePackHeader(frame, out, true, false), writeVideoFrame(frame, out)});
+    return Total({writePackHeader(frame, out, false), writeVideoFrame(frame, out)});
 }
 
 int64_t CPSPackaging::packageVideo(const MXFrameInfo* frame, CGrowBuffer* out) {
@@ -139,14 +139,14 @@ int64_t CPSPackaging::packageVideo(const MXFrameInfo* frame, CGrowBuffer* out) {
 int64_t CPSPackaging::packageAudio(const MXFrameInfo* frame, CGrowBuffer* out) {
     computeAudioPts(frame);
     const bool with_map = audio_count_ % kMapPeriod == 0;
-    const int64_t written = Total({writePackHeader(frame, out, false, false), with_map ? writeStreamMap(frame, out) : 0,
+    const int64_t written = Total({writePackHeader(frame, out, false), with_map ? writeStreamMap(frame, out) : 0,
                                    writeAudioPes(FrameBytes(*frame), frame->frame_size, out)});
     audio_duration_ = AudioTicks(*frame);
     return written;
 }
 
 // 2.5.3.3
-int64_t CPSPackaging::writePackHeader(const MXFrameInfo* /*frame*/, CGrowBuffer* out, bool /*video*/, bool stuffing) {
+int64_t CPSPackaging::writePackHeader(const MXFrameInfo* /*frame*/, CGrowBuffer* out, bool stuffing) {
     uint8_t area[kHeaderArea];
     ByteCursor header(area);
     header.BE32(kPackStart);

@@ -33,7 +33,7 @@ class CPSPackaging {
     virtual int64_t packagePFrame(const MXFrameInfo* frame, CGrowBuffer* out);
     virtual int64_t packageVideo(const MXFrameInfo* frame, CGrowBuffer* out);
     virtual int64_t packageAudio(const MXFrameInfo* frame, CGrowBuffer* out);
-    virtual int64_t writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool video, bool stuffing);
+    virtual int64_t writePackHeader(const MXFrameInfo* frame, CGrowBuffer* out, bool stuffing);
     virtual int64_t writeStreamMap(const MXFrameInfo* frame, CGrowBuffer* out);
     virtual int64_t writeSystemHeader(const MXFrameInfo* frame, CGrowBuffer* out);
     // `data` may be the bytes' place in `out` itself, behind a header of videoPesHeaderSize and ahead of being counted.

@@ -5,9 +5,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <ctime>
 #include <string>
+#include <thread>
 
 #include "basalt/lfs_file.h"
 #include "support/hex.h"
@@ -120,6 +122,31 @@ TEST_F(LfsFilePosix, APipeTakesTheBytesInOrder) {
     sigset_t blocked;
     pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
     EXPECT_EQ(sigismember(&blocked, SIGPIPE), 0);
+}
+
+volatile std::sig_atomic_t interruptions = 0;
+
+// A pipe is open once somebody reads from it; until then signals come again and again.
+TEST_F(LfsFilePosix, AnOpeningThatIsInterruptedGoesOn) {
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    struct sigaction before {};
+    struct sigaction counting {};
+    counting.sa_handler = [](int) { interruptions = interruptions + 1; };
+    ASSERT_EQ(sigaction(SIGUSR1, &counting, &before), 0);
+    interruptions = 0;
+    int reader = -1;
+    std::thread other([&, caller = pthread_self()] {
+        while (interruptions < 20) {
+            pthread_kill(caller, SIGUSR1);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        reader = ::open(path.c_str(), O_RDONLY | O_NONBLOCK);
+    });
+    EXPECT_TRUE(file.open(path.c_str(), LFS_WRITE | LFS_BINARY));
+    other.join();
+    EXPECT_EQ(Write("abc"), 3u);
+    ::close(reader);
+    sigaction(SIGUSR1, &before, nullptr);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include <functional>
 
+#include "support/avc_stream.h"
 #include "support/bits.h"
 #include "support/hex.h"
 
@@ -118,6 +119,8 @@ TEST(AvcParameterSets, NumbersThatNoStreamHasArePassedOver) {
     BitString far_sps;
     far_sps.Put(0x68, 8).Ue(0).Ue(32).Put(0, 40);
     sets.Enter(far_sps.Bytes());
+    const ByteVector sps = test::AvcSps(false, 32);
+    sets.Enter(std::span(sps).subspan(test::kStartCode.size()));
     for (const auto& set : sets.pps)
         EXPECT_FALSE(set);
     for (const auto& set : sets.sps)

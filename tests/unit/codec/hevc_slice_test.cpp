@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
+
 #include "support/bits.h"
 #include "support/hex.h"
 
@@ -155,6 +157,40 @@ TEST(HevcSlice, PictureTiming) {
     EXPECT_FALSE(HevcPicStruct(Bytes("4E 01 01 00 80"))) << "an empty message";
     EXPECT_FALSE(HevcPicStruct(Bytes("50 01 01 02 A7 00 80"))) << "a suffix";
     EXPECT_FALSE(HevcPicStruct(Bytes("4E 01")));
+}
+
+// A set that cannot be read leaves those that are there, and one of a number beyond the last touches nothing else.
+TEST(HevcSlice, SetsThatCannotBeKept) {
+    struct {
+        HevcParameterSets sets;
+        std::array<uint8_t, 1024> behind{};
+    } memory;
+    memory.sets.Enter(Sps(640, 360, 4, 0));
+    memory.sets.Enter(Bytes("42 01 01"));
+    EXPECT_TRUE(memory.sets.sps[0]);
+    memory.sets.Enter(Sps(640, 360, 4, 16));
+    for (size_t id = 1; id < memory.sets.sps.size(); ++id)
+        EXPECT_FALSE(memory.sets.sps[id]) << id;
+    for (const auto& pps : memory.sets.pps)
+        EXPECT_FALSE(pps);
+    EXPECT_EQ(memory.behind, decltype(memory.behind){});
+}
+
+// What a unit does not reach is 0, whatever lies behind it.
+TEST(HevcSlice, NothingIsReadBehindTheUnit) {
+    HevcParameterSets sets;
+    // Number 0 of SPS 7 in eight bits.
+    const ByteVector pps = Bytes("44 01 88 FF FF FF FF FF");
+    sets.Enter(std::span(pps).first(3));
+    ASSERT_TRUE(sets.pps[0]);
+    EXPECT_EQ(sets.pps[0]->sps_id, 7);
+    EXPECT_FALSE(sets.pps[0]->dependent_slice_segments_enabled);
+    EXPECT_EQ(sets.pps[0]->num_extra_slice_header_bits, 0);
+    // PPS 63, then 01 of slice_type: 010 is P, and 011 would be I.
+    sets.Enter(Sps(640, 360, 4));
+    sets.Enter(Pps({.id = 63}));
+    const ByteVector slice = Bytes("02 01 81 01 FF FF FF FF");
+    EXPECT_EQ(ReadHevcSlice(std::span(slice).first(4), sets).kind, SliceKind::kP);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "support/avc_stream.h"
 #include "support/hex.h"
 #include "support/noise.h"
 #include "support/parameter_sets.h"
@@ -361,6 +362,61 @@ TEST(ParameterSets, AUnitThatIsLongerThanItsFrameIsNone) {
     }
     CParameterSets sets(NalCodec::kAvc);
     EXPECT_TRUE(sets.ScanLengthPrefixed(Bytes("00 00 00 04 65 88 84 21")).has_picture);
+    EXPECT_FALSE(sets.ScanLengthPrefixed(Bytes("00 00 00 01 09  00 00 00 05 65 88 84 21")).has_picture);
+    EXPECT_TRUE(sets.ScanLengthPrefixed(Bytes("00 00 00 01 09  00 00 00 04 65 88 84 21")).has_picture);
+    // Nothing in it, and less than a length behind it.
+    const FrameNals empty = sets.ScanLengthPrefixed(Bytes("00 00 00 00  00 00 00 02 09 F0  00 00 00"));
+    EXPECT_TRUE(empty.has_delimiter);
+    EXPECT_FALSE(empty.has_picture);
+}
+
+// pps_pic_parameter_set_id stands behind the two bytes of the header (ITU-T H.265 7.3.2.3.1): both are number 0.
+TEST(ParameterSets, APpsOfH265IsReplacedByItsNumber) {
+    CParameterSets sets(NalCodec::kHevc);
+    ByteVector other = kMain10Pps;
+    other[3] = 0xF2;
+    Scan(sets, test::Units({kMain10Vps, kMain10Sps, kMain10Pps}));
+    EXPECT_TRUE(Scan(sets, test::Units({other})).changed);
+    EXPECT_EQ(Written([&](ByteCursor& out) { sets.WriteAnnexB(out); }), test::Units({kMain10Vps, kMain10Sps, other}));
+}
+
+// Zeros, a set without a body, one of nothing but zeros; then what is missing of a whole stream.
+TEST(ParameterSets, UnitsWithoutABodyAreNoSets) {
+    CParameterSets avc(NalCodec::kAvc);
+    Scan(avc, Bytes("00 00 01 00 00 00 00 01 68 00 00 00 00 01 68 CE 00 00 00 01"));
+    EXPECT_EQ(avc.UnitsSize(), 0u);
+    avc.ScanLengthPrefixed(Bytes("00 00 00 05 68 00 00 00 00  00 00 00 05 68 CE 3C 80 00"));
+    EXPECT_EQ(Written([&](ByteCursor& out) { avc.WriteAnnexB(out); }), test::Units({Bytes("68 CE 3C 80")}));
+    EXPECT_FALSE(avc.Complete());
+    EXPECT_EQ(Configuration(avc), ByteVector{});
+    Scan(avc, test::Units({kHighSps}));
+    EXPECT_TRUE(avc.Complete());
+
+    CParameterSets hevc(NalCodec::kHevc);
+    EXPECT_EQ(Configuration(hevc), ByteVector{});
+    Scan(hevc, test::Units({kMain10Sps}));
+    EXPECT_FALSE(hevc.Complete());
+    // numOfArrays (ISO/IEC 14496-15 8.3.3.1.2), and the one there is.
+    EXPECT_EQ(test::Slice(Configuration(hevc), 22, 4), Bytes("01 21 00 01"));
+    Scan(hevc, test::Units({kMain10Pps}));
+    EXPECT_FALSE(hevc.Complete());
+    Scan(hevc, test::Units({Bytes("4E 01 05 00 80"), kMain10Vps}));
+    EXPECT_TRUE(hevc.Complete());
+}
+
+// numOfSequenceParameterSets has five bits.
+TEST(ParameterSets, ThirtyOneSpsAtMost) {
+    CParameterSets sets(NalCodec::kAvc);
+    for (uint32_t id = 0; id < 32; ++id)
+        EXPECT_EQ(Scan(sets, test::AvcSps(false, id)).changed, id < 31) << id;
+}
+
+// What stands directly ahead of a start code of three bytes.
+TEST(ParameterSets, TheRestBeginsAtItsStartCode) {
+    CParameterSets sets(NalCodec::kAvc);
+    EXPECT_EQ(Scan(sets, Bytes("00 00 01 09 F0 00 00 01 65 88"), false).rest, 0u);
+    EXPECT_EQ(sets.ScanAnnexB(Bytes("00 00 01 09 F0 00 00 01 65 88")).rest, 5u);
+    EXPECT_EQ(sets.ScanAnnexB(Bytes("00 00 01 09 F0 00 00 00 01 65 88")).rest, 5u);
 }
 
 }  // namespace

@@ -162,5 +162,11 @@ TEST_F(WavPacket, Capacity) {
     EXPECT_EQ(packet.getEncodeCapacity(1, &table, nullptr), 3u);
 }
 
+TEST_F(WavPacket, AheadOfTheHeaderThereIsNothing) {
+    EXPECT_EQ(Give({1, 2, 3, 4}), 3u);
+    EXPECT_EQ(packet.createTailer(nullptr, 0), 3u);
+    EXPECT_TRUE(sink.blocks.empty());
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora

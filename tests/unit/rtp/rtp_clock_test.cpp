@@ -197,5 +197,14 @@ TEST_F(RtpTime, TheClocksWrapIn32Bits) {
     EXPECT_EQ(VideoAt(80), 3599u);
 }
 
+TEST_F(RtpTime, OnlyAClockThatIsNoMultipleOf1000IsWarnedOf) {
+    testing::internal::CaptureStdout();
+    Set("rtp_audio_sample", 48000);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    testing::internal::CaptureStdout();
+    Set("rtp_audio_sample", 8001);
+    EXPECT_NE(testing::internal::GetCapturedStdout(), "");
+}
+
 }  // namespace
 }  // namespace Orvane::Muxora
