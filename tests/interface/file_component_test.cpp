@@ -356,12 +356,12 @@ TEST_F(FileComponent, WithoutMemory) {
     ASSERT_TRUE(Give(package, kKeyFrame, Video()));
     TSharedPtr<IMuxoraData> out;
     const AttributeMap info;
-    // Each allocation in turn: what does not come to its end says so.
+    // From each allocation on: what does not come to its end says so.
     bool whole = false;
     for (uint64_t failing = 0; !whole; ++failing) {
         ASSERT_LT(failing, 100u);
         const test::AllocationCounter allocations;
-        const test::FailingAllocations failure(failing, 1);
+        const test::FailingAllocations failure(failing);
         const bool result = package.getbackup(out, info);
         whole = allocations.Count() <= failing;
         EXPECT_EQ(result, whole) << failing;

@@ -9,6 +9,7 @@
 #endif
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 
 #include "support/avc_stream.h"
@@ -267,21 +268,42 @@ TEST(ParameterSets, WhatStandsBehindThePictureIsNotLookedAt) {
 }
 
 #if !defined(_WIN32)
-// The second page cannot be read.
+// A page of memory, and one behind it that cannot be read.
+class GuardedPage {
+  public:
+    GuardedPage() : memory_(mmap(nullptr, 2 * size_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+        if (memory_ == MAP_FAILED || mprotect(Data() + size_, size_, PROT_NONE) != 0) std::abort();
+    }
+    ~GuardedPage() { munmap(memory_, 2 * size_); }
+    GuardedPage(const GuardedPage&) = delete;
+    GuardedPage& operator=(const GuardedPage&) = delete;
+
+    uint8_t* Data() const { return static_cast<uint8_t*>(memory_); }
+    size_t Size() const { return size_; }
+
+  private:
+    size_t size_ = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    void* memory_;
+};
+
 TEST(ParameterSets, APictureIsNotLookedAtToItsEnd) {
-    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    void* const memory = mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(memory, MAP_FAILED);
-    auto* const bytes = static_cast<uint8_t*>(memory);
-    ASSERT_EQ(mprotect(bytes + page, page, PROT_NONE), 0);
+    const GuardedPage page;
     const ByteVector front = test::Units({kHighSps, kHighPps, Bytes("65 88 84 00")});
-    std::ranges::copy(front, bytes);
+    std::ranges::copy(front, page.Data());
     CParameterSets sets(NalCodec::kAvc);
-    const FrameNals found = sets.ScanAnnexB({bytes, 2 * page});
+    const FrameNals found = sets.ScanAnnexB({page.Data(), 2 * page.Size()});
     EXPECT_TRUE(found.has_picture);
     EXPECT_TRUE(found.random_access);
     EXPECT_EQ(found.rest, front.size() - 8);
-    munmap(memory, 2 * page);
+}
+
+TEST(ParameterSets, NothingIsReadBehindAStartCodeAtTheEnd) {
+    const GuardedPage page;
+    const ByteVector code = Bytes("00 00 00 01");
+    uint8_t* const begin = page.Data() + page.Size() - code.size();
+    std::ranges::copy(code, begin);
+    CParameterSets sets(NalCodec::kAvc);
+    EXPECT_TRUE(sets.ScanAnnexB({begin, code.size()}).has_start_code);
 }
 #endif
 

@@ -147,16 +147,20 @@ TEST(Pieces, ChannelsOfAac) {
     }
 }
 
-// pic_struct (ITU-T H.265 Table D.2) of a stream whose SPS says that it is stated.
-TEST(Pieces, FieldsOfH265) {
+// An SPS of 640 by 360 whose VUI states fields, and `scale` / `ticks` pictures a second.
+ByteVector HevcSpsWithTiming(uint32_t ticks, uint32_t scale) {
     test::BitString sps;
     sps.Put(0, 4).Put(0, 3).Put(1, 1).Put(1, 8).Put(0x60000000, 32).Put(0x9000, 16).Put(0x11111111, 32).Put(93, 8);
     sps.Ue(0).Ue(1).Ue(640).Ue(360).Put(0, 1).Ue(0).Ue(0).Ue(4).Put(1, 1).Ue(4).Ue(2).Ue(0);
     sps.Ue(0).Ue(3).Ue(0).Ue(3).Ue(1).Ue(2).Put(0, 1).Put(2, 2).Put(0, 1).Ue(0).Put(0, 1).Put(3, 2);
     sps.Put(1, 1).Put(0, 4).Put(0, 1).Put(1, 1).Put(1, 1).Put(0, 1);  // VUI: fields, and frame_field_info
-    sps.Put(1, 1).Put(1, 32).Put(50, 32).Put(0, 2).Put(0, 1).Put(1, 1);
-    const ByteVector sets =
-        kStartCode + Bytes("42 01") + test::WithEmulationPrevention(sps.Bytes()) + kStartCode + Bytes("44 01 C1 72");
+    sps.Put(1, 1).Put(ticks, 32).Put(scale, 32).Put(0, 2).Put(0, 1).Put(1, 1);
+    return kStartCode + Bytes("42 01") + test::WithEmulationPrevention(sps.Bytes());
+}
+
+// pic_struct (ITU-T H.265 Table D.2) of a stream whose SPS says that it is stated.
+TEST(Pieces, FieldsOfH265) {
+    const ByteVector sets = HevcSpsWithTiming(1, 50) + kStartCode + Bytes("44 01 C1 72");
     const ByteVector slice = kStartCode + Bytes("26 01 AF") + ByteVector(40, 0x5A);
     for (uint32_t value = 0; value < 16; ++value) {
         const ByteVector timing =
@@ -174,6 +178,19 @@ TEST(Pieces, FieldsOfH265) {
         EXPECT_EQ(given[0].unit.rate_denominator, 1u);
         EXPECT_EQ(given[0].unit.width, 640u);
         EXPECT_EQ(given[0].unit.height, 360u);
+    }
+}
+
+// A rate of which one part is 0 is none.
+TEST(Pieces, ARateThatIsNotStated) {
+    for (const auto& [ticks, scale] : {std::pair(1u, 0u), {0u, 50u}}) {
+        const ByteVector stream = HevcSpsWithTiming(ticks, scale) + kStartCode + Bytes("44 01 C1 72") + kStartCode +
+                                  Bytes("26 01 AF") + ByteVector(40, 0x5A);
+        const std::vector<Given> given = Units(MX_FRAME_VIDEO, MX_VIDEO_H265).All(stream);
+        ASSERT_EQ(given.size(), 1u);
+        EXPECT_EQ(given[0].unit.width, 640u);
+        EXPECT_EQ(given[0].unit.rate_numerator, 0u);
+        EXPECT_EQ(given[0].unit.rate_denominator, 0u);
     }
 }
 
