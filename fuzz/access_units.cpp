@@ -1,5 +1,5 @@
-// Access units of any bytes in any pieces. The first byte says which stream and which flags, the second how the rest is
-// cut. A stream comes to the same units as one piece and in many.
+// Access units of any bytes in any pieces, or as NAL units. The first byte says which stream and which flags, the second
+// how the rest is cut. A stream comes to the same units as one piece and in many.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -67,9 +67,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Stream& stream = kStreams[data[0] % std::size(kStreams)];
     const uint32_t flags = data[0] >> 7;
     const size_t step = data[1] % 64 + size_t{1};
+    const bool nals = data[1] >= 192;
     data += 2;
     size -= 2;
-    if (Cut(stream, flags, data, size, size + 1) != Cut(stream, flags, data, size, step)) std::abort();
-    GiveNals(stream, data, size, step);
+    if (nals) {
+        GiveNals(stream, data, size, step);
+    } else if (Cut(stream, flags, data, size, size + 1) != Cut(stream, flags, data, size, step)) {
+        std::abort();
+    }
     return 0;
 }
