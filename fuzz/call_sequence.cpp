@@ -2,9 +2,9 @@
 // tail, in any order. The build chooses the formats (FUZZ_FORMATS); a new format of a family joins its list here.
 //
 // Beside what the sanitizers see, it holds the library to this: the same calls with the frames in other places of
-// memory give the same bytes; a snapshot of an MP4 or MOV is whole whenever it is taken; a reserved gap and 64-bit
-// positions change nothing of what a reader gets; and a handle stays sound when memory runs out, when its callback
-// throws, and when that comes back to it.
+// memory, by other kernels, give the same bytes; a snapshot of an MP4 or MOV is whole whenever it is taken; a reserved
+// gap and 64-bit positions change nothing of what a reader gets; and a handle stays sound when memory runs out, when
+// its callback throws, and when that comes back to it.
 //
 // The second byte of an input says what kind of run it is. Most are small and fast.
 #include <algorithm>
@@ -24,6 +24,7 @@
 #include "harness/file.h"
 #include "harness/frames.h"
 #include "harness/input.h"
+#include "harness/kernels.h"
 #include "harness/pool.h"
 #include "support/allocation_counter.h"
 #include "support/iso_file.h"
@@ -295,6 +296,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     const uint32_t format = kFormats[data[0] % std::size(kFormats)];
     const uint8_t variant = data[1] / 16;
+    const size_t kernels = variant / 4;
+    fuzz::UseKernels(kernels);
     Pass pass;
     pass.kind = static_cast<Kind>(data[1] % 16);
     // The heads hold the time of day.
@@ -316,6 +319,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     again.kind = pass.kind;
     again.offset = 1 + variant;
     Pool::Fill(0xE7);
+    fuzz::UseKernels(3 - kernels);
     Run(in, format, again);
     Require(again.hash == pass.hash);
     return 0;

@@ -17,16 +17,16 @@ FAMILIES = {
     "iso": (5, [("h264", "aac"), ("hevc", "aac"), ("mpeg4", "mp2"), ("mjpeg", "aac")]),
     "avi": (1, [("h264", "alaw"), ("hevc", "aac"), ("mpeg4", "pcm"), ("mjpeg", "alaw")]),
     "asf": (2, [("h264", "alaw"), ("mpeg4", "aac"), ("mjpeg", "pcm")]),
-    "flv": (2, [("h264", "aac")]),
+    "flv": (2, [("h264", "aac"), ("h264", "pcm")]),
     "wav": (1, [(None, "alaw"), (None, "pcm")]),
     "mkv": (1, [("h264", "aac"), ("mpeg4", "aac")]),
     "ps": (4, [("h264", "aac"), ("hevc", "alaw"), ("mpeg4", "mp2"), ("mpeg2", "mp2")]),
     "ts": (1, [("h264", "aac"), ("hevc", "mp2"), ("mpeg4", "aac"), ("mpeg2", "mp2")]),
     "rtp": (1, [("h264", "aac"), ("hevc", "alaw"), ("mpeg4", "mp2"), ("mjpeg", "pcm")]),
-    "exact_mp4": (2, [("h264", "aac"), ("hevc", "mp2")]),
-    "xts": (1, [("h264", "aac"), ("hevc", "mp2")]),
-    "xmkv": (1, [("h264", "aac"), ("hevc", "mp2")]),
-    "xflv": (1, [("h264", "aac"), ("hevc", "aac")]),
+    "exact_mp4": (2, [("h264", "aac"), ("hevc", "mp2"), ("mpeg4", "alaw"), ("mpeg2", "pcm"), ("mjpeg", "aac")]),
+    "xts": (1, [("h264", "aac"), ("hevc", "mp2"), ("mpeg4", "aac"), ("mpeg2", "mp2")]),
+    "xmkv": (1, [("h264", "aac"), ("hevc", "mp2"), ("mpeg4", "alaw"), ("mjpeg", "pcm")]),
+    "xflv": (1, [("h264", "aac"), ("hevc", "aac"), ("h264", "mp2"), ("h264", "alaw"), ("h264", "pcm")]),
 }
 EXACT = ("exact_mp4", "xts", "xmkv", "xflv")
 # Places in kVideoCodecs and kAudioCodecs.
