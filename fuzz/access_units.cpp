@@ -1,5 +1,5 @@
-// Access units of any bytes in any pieces, or as NAL units. The first byte says which stream and which flags, the second
-// how the rest is cut. A stream comes to the same units as one piece and in many.
+// Access units of any bytes in any pieces, or as NAL units. The first byte says which stream and which flags, the
+// second how the rest is cut. A stream comes to the same units as one piece and in many.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
