@@ -192,8 +192,8 @@ bool HybridRepair::Refuse(uint64_t at, const char* message) {
     return false;
 }
 
+// Nothing is read or written behind it, so it comes once.
 void HybridRepair::Fail(uint64_t at, const char* message) {
-    if (result_.state == MX_HYBRID_FAILED) return;
     result_.state = MX_HYBRID_FAILED;
     result_.position = at;
     result_.message = message;

@@ -371,7 +371,7 @@ TEST_F(XtsPacket, WithoutMemoryAFrameIsNotThere) {
     uint32_t missing = 0;
     for (uint64_t failing = 0; failing < 30; ++failing) {
         MXFrameInfo frame = picture;
-        const test::FailingAllocations allocations(failing, 1);
+        const test::FailingAllocations allocations(failing, 2);
         const size_t before = file.bytes.size();
         const uint32_t result = package.inputFrame(&frame, 0);
         EXPECT_EQ(file.bytes.size() == before, result == MX_NO_RESOURCES) << failing;
