@@ -479,4 +479,14 @@ TEST(Ovx, EmptyAudioCodecIsRefusedAndTheTailIsEmpty) {
     EXPECT_TRUE(sink.blocks.empty());
 }
 
+TEST(Wav, TakesNothingAheadOfItsHeader) {
+    Sink sink;
+    const Handle handle = Create(MX_FORMAT_WAV, sink);
+    ByteVector data{1, 2, 3, 4};
+    MXFrameInfo frame = test::AudioFrame(data, MX_AUDIO_PCM16);
+    EXPECT_EQ(MX_InputFrame(handle.get(), &frame), 3u);
+    EXPECT_EQ(MX_CreateTailer(handle.get(), nullptr), 3u);
+    EXPECT_TRUE(sink.blocks.empty());
+}
+
 }  // namespace
