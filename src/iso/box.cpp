@@ -18,6 +18,10 @@ uint32_t CBox::WriteHeader(CGrowBuffer* buffer) const {
     return out.Size();
 }
 
+uint32_t CBox::WriteData(CGrowBuffer* /*buffer*/) const {
+    return 0;
+}
+
 uint32_t CBox::Checked(uint32_t written, const char* complaint) const {
     if (written != dataSize_) Say("%s", complaint);
     return written;

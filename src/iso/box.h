@@ -31,7 +31,7 @@ class CBox {
     // size (32), boxtype (4 characters). Returns the number of bytes.
     virtual uint32_t WriteHeader(CGrowBuffer* buffer) const;
     // The payload. Returns the number of bytes.
-    virtual uint32_t WriteData(CGrowBuffer* buffer) const = 0;
+    virtual uint32_t WriteData(CGrowBuffer* buffer) const;
 
     // Takes a new payload size over into the header.
     // Readers rely on this: a payload size of 0 leaves the size in the header as it was.
