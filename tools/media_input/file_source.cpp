@@ -276,8 +276,8 @@ class FileSource : public MediaSource {
 
   private:
     void OpenFormat(const std::string& url, AVIOContext* reader) {
-        AVFormatContext* context = avformat_alloc_context();
-        if (context == nullptr || !packet_) throw InputError(path_ + ": needs more memory");
+        AVFormatContext* context = packet_ ? avformat_alloc_context() : nullptr;
+        if (context == nullptr) throw InputError(path_ + ": needs more memory");
         context->pb = reader;
         AVDictionary* settings = nullptr;
         // Only raw video has this setting: it has no clock of its own.
