@@ -12,6 +12,15 @@
 
 namespace test {
 
+// Pictures of a Baseline stream, and the avcC that is made of their parameter sets.
+struct BaselinePictures {
+    static ByteVector Key() { return Units({BaselineSps(), BaselinePps(), Bytes("65 88 84 21")}); }
+    static ByteVector Inter() { return Units({Bytes("41 9A 02"), Bytes("41 11")}); }
+    static ByteVector Configuration() {
+        return Bytes("01 42 c0 0d ff e1 00 1a") + BaselineSps() + Bytes("01 00 05") + BaselinePps();
+    }
+};
+
 class ExactStream {
   public:
     struct Block {

@@ -69,14 +69,9 @@ std::vector<double> Numbers(const ByteVector& metadata, const std::string& name)
     return values;
 }
 
-struct XflvPacket : testing::Test {
+struct XflvPacket : testing::Test, test::BaselinePictures {
     std::unique_ptr<ExactStream> stream = ExactStream::Of<CXflvPacket>(MX_FORMAT_XFLV);
 
-    static ByteVector Key() { return test::Units({test::BaselineSps(), test::BaselinePps(), Bytes("65 88 84 21")}); }
-    static ByteVector Inter() { return test::Units({Bytes("41 9A 02"), Bytes("41 11")}); }
-    static ByteVector Configuration() {
-        return Bytes("01 42 c0 0d ff e1 00 1a") + test::BaselineSps() + Bytes("01 00 05") + test::BaselinePps();
-    }
     std::vector<Tag> Tags() const { return ReadTags(stream->File()); }
 };
 

@@ -101,14 +101,9 @@ inline Element ReadFile(const ByteVector& file) {
     return root;
 }
 
-struct XmkvPacket : testing::Test {
+struct XmkvPacket : testing::Test, test::BaselinePictures {
     std::unique_ptr<ExactStream> stream = ExactStream::Of<CXmkvPacket>(MX_FORMAT_XMKV);
 
-    static ByteVector Key() { return test::Units({test::BaselineSps(), test::BaselinePps(), Bytes("65 88 84 21")}); }
-    static ByteVector Inter() { return test::Units({Bytes("41 9A 02"), Bytes("41 11")}); }
-    static ByteVector Configuration() {
-        return Bytes("01 42 c0 0d ff e1 00 1a") + test::BaselineSps() + Bytes("01 00 05") + test::BaselinePps();
-    }
     Element Segment() const { return ReadFile(stream->File()).One(0x18538067); }
     const Element& Track(const Element& segment, size_t number) {
         return *segment.One(0x1654AE6B).All(0xAE).at(number);

@@ -308,16 +308,21 @@ TEST(Pieces, ReservedTypesGoWithThePicture) {
     EXPECT_EQ(InPieces(MX_FRAME_VIDEO, MX_VIDEO_H265, Joined(pictures), 1000), pictures);
 }
 
-TEST(Pieces, WithoutMemoryForTheRestOfALongUnit) {
-    const ByteVector slice = AvcSlice(Idr()) + ByteVector(100000, 0x77);
-    const ByteVector stream =
-        AvcSps() + AvcPps() + test::Slice(slice, 1, slice.size() - 1) + AvcSlice({.frame_num = 1});
+// Of the first unit, brought into form with long start codes.
+void ExpectNoMemoryForTheSecondPart(const ByteVector& stream) {
     Units units(MX_FRAME_VIDEO, MX_VIDEO_H264, MX_UNITS_LONG_START_CODES);
     ASSERT_EQ(MX_PutBytes(units.handle(), stream.data(), static_cast<uint32_t>(stream.size())), 0u);
     MXAccessUnit unit{};
     unit.size = sizeof unit;
     const test::FailingAllocations failing(1);
     EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u);
+}
+
+TEST(Pieces, WithoutMemoryForTheRestOfALongUnit) {
+    const ByteVector slice = AvcSlice(Idr()) + ByteVector(100000, 0x77);
+    const ByteVector stream =
+        AvcSps() + AvcPps() + test::Slice(slice, 1, slice.size() - 1) + AvcSlice({.frame_num = 1});
+    ExpectNoMemoryForTheSecondPart(stream);
 }
 
 TEST(Pieces, WithoutMemoryWhatIsKeptIsGone) {
@@ -346,12 +351,7 @@ TEST(Pieces, WithoutMemoryForTheZeroThatIsMissing) {
     const ByteVector slice = AvcSlice(Idr());
     const ByteVector stream = sets + kStartCode + Bytes("0C") + ByteVector(70000, 0x77) +
                               test::Slice(slice, 1, slice.size() - 1) + AvcSlice({.frame_num = 1});
-    Units units(MX_FRAME_VIDEO, MX_VIDEO_H264, MX_UNITS_LONG_START_CODES);
-    ASSERT_EQ(MX_PutBytes(units.handle(), stream.data(), static_cast<uint32_t>(stream.size())), 0u);
-    MXAccessUnit unit{};
-    unit.size = sizeof unit;
-    const test::FailingAllocations failing(1);
-    EXPECT_EQ(MX_GetAccessUnit(units.handle(), &unit), 4u);
+    ExpectNoMemoryForTheSecondPart(stream);
 }
 
 // The bit rate of MPEG audio is no sign of its stream: 144 * 48000 / 48000 bytes, then 144 * 32000 / 48000.
