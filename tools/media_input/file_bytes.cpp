@@ -11,7 +11,7 @@
 namespace Orvane::Muxora::Tools {
 
 void FileBytes::CheckWhole(const std::string& path) const {
-    if (mapping_ && mapping_->Shrunk()) throw InputError(path + " became shorter while it was read");
+    if (mapping_ && mapping_->Shrunk()) throw BecameShorter(path);
 }
 
 FileBytes::FileBytes(const std::string& path, std::vector<uint8_t> head) : read_(std::move(head)) {

@@ -140,14 +140,14 @@ int LentSamples::Read(AVFormatContext& format, int lent, AVPacket& packet) {
     if (result < 0 || (packet.stream_index == lent && Lend(packet))) return result;
     for (int done = 0; passed_ && done < packet.size;) {
         const int count = ReadAt(packet.pos + done, packet.data + done, packet.size - done);
-        if (count <= 0) throw InputError(path_ + " became shorter while it was read");
+        if (count <= 0) throw BecameShorter(path_);
         done += count;
     }
     return result;
 }
 
 void LentSamples::CheckWhole() const {
-    if (windows_->File().Shrunk()) throw InputError(path_ + " became shorter while it was read");
+    if (windows_->File().Shrunk()) throw BecameShorter(path_);
 }
 
 }  // namespace Orvane::Muxora::Tools

@@ -50,6 +50,10 @@ void CatchBusErrors() {
 
 }  // namespace
 
+InputError BecameShorter(const std::string& path) {
+    return InputError(path + " became shorter while it was read");
+}
+
 std::unique_ptr<MappedFile> MappedFile::Map(int descriptor, size_t size) {
     for (size_t place = 0; place < g_watched.size(); ++place) {
         Watched& watched = g_watched[place];

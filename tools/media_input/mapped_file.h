@@ -3,8 +3,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
+
+#include "media_input/media_input.h"
 
 namespace Orvane::Muxora::Tools {
+
+// What is wrong with a file that became shorter while it was read.
+InputError BecameShorter(const std::string& path);
 
 // A whole file in memory, page by page as it is looked at. What is written there stays out of the file. Where the file
 // becomes shorter meanwhile, zeros are read.

@@ -54,13 +54,18 @@ TEST(LargePictures, AFileGivesTheBytesThatAPipeGives) {
     }
 }
 
-TEST(LargePictures, OnesThatAFormatDoesNotTakeAreRefusedAsThat) {
-    ClipSpec spec = Clip("mp4");
+// Megabytes a picture.
+std::string ClipOfMegabytes(const std::string& container, double seconds) {
+    ClipSpec spec = Clip(container);
     spec.noise = true;
     spec.width = 2560;
     spec.height = 1440;
-    spec.seconds = 0.2;
-    const std::string clip = MakeClip(spec);
+    spec.seconds = seconds;
+    return MakeClip(spec);
+}
+
+TEST(LargePictures, OnesThatAFormatDoesNotTakeAreRefusedAsThat) {
+    const std::string clip = ClipOfMegabytes("mp4", 0.2);
     for (const std::string key : {"mkv", "ts", "flv"}) {
         const auto run = Muxora({"pack", clip, "-f", key, "-o", WorkPath("large." + key)});
         EXPECT_EQ(run.exit_code, 1) << key;
@@ -73,12 +78,7 @@ TEST(LargePictures, OnesThatAFormatDoesNotTakeAreRefusedAsThat) {
 
 // The first packets of the sound lie behind more bytes than libavformat looks into by itself.
 TEST(LargePictures, SoundBehindThemIsFoundInATransportStream) {
-    ClipSpec spec = Clip("ts");
-    spec.noise = true;
-    spec.width = 2560;
-    spec.height = 1440;
-    spec.seconds = 0.4;
-    const auto run = Muxora({"pack", MakeClip(spec), "-o", WorkPath("large.mp4")});
+    const auto run = Muxora({"pack", ClipOfMegabytes("ts", 0.4), "-o", WorkPath("large.mp4")});
     EXPECT_EQ(run.exit_code, 0) << run.err;
     EXPECT_TRUE(Contains(run.out, "AAC 48000 Hz, 1 ch")) << run.out;
 }
