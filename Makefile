@@ -49,7 +49,7 @@ faults: setup build/release/build.ninja ## Every allocation and every write of a
 	@cmake --build --preset release --target fault_tests
 	@MUXORA_FAULTS=all build/release/bin/fault_tests --gtest_brief=1
 
-gateway-asan gateway-tsan: %: setup ## The gateway and its tests under sanitizers (half an hour on two cores)
+gateway-asan gateway-tsan: %: setup ## The gateway and its tests under sanitizers (a quarter of an hour each on two cores)
 	@cmake --preset $@ && cmake --build --preset $@ && ctest --preset $@
 
 asan tsan: %: setup ## The tests under sanitizers (asan: address and undefined behaviour)

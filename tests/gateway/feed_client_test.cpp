@@ -74,8 +74,9 @@ class FeedClientTest : public ::testing::Test {
         workers_.Stop();
     }
 
-    // The client's end of a connection that is being fed.
-    tcp::socket Connect(bool web_socket, int receive_buffer = 16384, int send_buffer = 16384) {
+    // The client's end of a connection that is being fed. `near` becomes another descriptor of the gateway's end, which
+    // from here on is the worker's.
+    tcp::socket Connect(bool web_socket, int receive_buffer = 16384, int send_buffer = 16384, int* near = nullptr) {
         tcp::socket client(own_);
         client.open(tcp::v4());
         client.set_option(tcp::socket::receive_buffer_size(receive_buffer));
@@ -84,7 +85,7 @@ class FeedClientTest : public ::testing::Test {
         NetStream::Socket server(worker.Context());
         acceptor_.accept(server);
         if (send_buffer != 0) server.set_option(tcp::socket::send_buffer_size(send_buffer));
-        descriptor_ = server.native_handle();
+        if (near != nullptr) *near = dup(server.native_handle());
         const SessionPlace place{worker, handler_, counts_, kDefaultQueueBytes, kStalled};
         asio::post(worker.Context(), [this, place, web_socket, end = std::make_shared<NetStream>(std::move(server))] {
             if (web_socket) {
@@ -111,7 +112,6 @@ class FeedClientTest : public ::testing::Test {
         return total;
     }
 
-    int descriptor_ = -1;  // the gateway's end of the last one
     NoHandler handler_;
     HttpCounts counts_;
     Workers workers_;
@@ -127,8 +127,8 @@ class FeedClientTest : public ::testing::Test {
 // 3 MB wait for each, and the system would take two of them.
 TEST_F(FeedClientTest, OfWhatAClientDoesNotTakeTheSystemHoldsLittle) {
     for (const bool web_socket : {false, true}) {
-        const tcp::socket client = Connect(web_socket, 4096, 0);
-        const int near = dup(descriptor_);
+        int near = -1;
+        const tcp::socket client = Connect(web_socket, 4096, 0, &near);
         int held = 0;
         // Something comes to stand there; more would come at once.
         const auto end = std::chrono::steady_clock::now() + 60s;
@@ -146,8 +146,8 @@ TEST_F(FeedClientTest, OfWhatAClientDoesNotTakeTheSystemHoldsLittle) {
 
 TEST_F(FeedClientTest, ForAClientThatReadsTheSystemHoldsWhatItLikes) {
     for (const bool web_socket : {false, true}) {
-        tcp::socket client = Connect(web_socket, 65536, 0);
-        const int near = dup(descriptor_);
+        int near = -1;
+        tcp::socket client = Connect(web_socket, 65536, 0, &near);
         std::vector<char> buffer(65536);
         size_t total = 0;
         while (total < kPictureBytes)
