@@ -10,106 +10,27 @@
 #include "MuxoraExt.h"
 #include "api/attribute_map.h"
 #include "core/clock.h"
+#include "harness/component_frames.h"
 #include "harness/file.h"
-#include "harness/frames.h"
 #include "harness/input.h"
+#include "harness/pool.h"
 
 namespace {
 
 using namespace Orvane::Muxora;
+using fuzz::Attributes;
+using fuzz::FrameBytes;
 using fuzz::Input;
+using fuzz::Key;
+using fuzz::kFileKeys;
+using fuzz::kNoFormat;
 using fuzz::Require;
 
-constexpr uint32_t kNone = UINT32_MAX;
-
-struct Key {
-    const char* key;
-    uint32_t format;  // of the C interface
-};
-constexpr Key kStreams[] = {{"ovx", MX_FORMAT_OVX},        {"asf", MX_FORMAT_ASF_STREAM},
-                            {"flv", MX_FORMAT_FLV_STREAM}, {"rtp", MX_FORMAT_RTP},
-                            {"ts", MX_FORMAT_TS},          {"ps", MX_FORMAT_PS},
-                            {"ovps", MX_FORMAT_PS_OV},     {"gaysps", MX_FORMAT_PS_GAYS},
-                            {"gdps", MX_FORMAT_PS_GD},     {"fmp4", MX_FORMAT_FMP4},
-                            {"xts", MX_FORMAT_XTS},        {"xmkv", MX_FORMAT_XMKV},
-                            {"XFLV", MX_FORMAT_XFLV},      {"nothing", kNone}};
-constexpr Key kFiles[] = {{"mp4", MX_FORMAT_MP4},      {"mov", MX_FORMAT_MOV},      {"3gp", kNone},
-                          {"mp464", MX_FORMAT_MP4_64}, {"asf", MX_FORMAT_ASF},      {"mkv", MX_FORMAT_MKV},
-                          {"avi", MX_FORMAT_AVI},      {"ovx", MX_FORMAT_OVX},      {"flv", MX_FORMAT_FLV},
-                          {"wav", MX_FORMAT_WAV},      {"MOV64", MX_FORMAT_MOV_64}, {"mp4noseek", MX_FORMAT_MP4_NOSEEK},
-                          {"hmp4", MX_FORMAT_HMP4},    {"fmp4", MX_FORMAT_FMP4},    {"", kNone}};
-
-constexpr const char* kNames[] = {
-    "bitrate",
-    "bitspersample",
-    "channels",
-    "day",
-    "deinterlace",
-    "dts",
-    "duration",
-    "height",
-    "hour",
-    "m_slice",
-    "macurchannel",
-    "matotalchannels",
-    "minute",
-    "month",
-    "n_slice",
-    "pts",
-    "rate",
-    "rotationangle",
-    "samplespersec",
-    "second",
-    "timescale",
-    "tpcompanytype",
-    "tpstreamheaderlen",
-    "width",
-    "year",
-    "blockpos_left_1",
-    "blockpos_top_1",
-    "blockpos_right_2",
-    "blockdata_offset_1",
-    "unknown",
-};
-constexpr uint32_t kKinds[] = {86, 86, 65, 65, 88};
-constexpr uint32_t kSubKinds[] = {1, 2, 3, 9, 25, 26, 27};
-constexpr uint32_t kVideo[] = {2, 5, 1, 3, 6, 7, 4};
-constexpr uint32_t kAudio[] = {33, 28, 31, 30, 21, 38, 22};
-
-AttributeMap Attributes(Input& in) {
-    AttributeMap out;
-    const uint8_t absent = in.U8();
-    const uint32_t kind = in.Choose(kKinds);
-    if (absent < 250) out["frametype"] = kind;
-    if (absent < 252) out["framesubtype"] = in.Choose(kSubKinds);
-    if (absent < 254) out["encodetype"] = kind == FRAME_KIND_VIDEO ? in.Choose(kVideo) : in.Choose(kAudio);
-    if (absent < 255) out["timestamp"] = in.Number();
-    for (uint8_t count = in.U8() % 8; count != 0; --count) {
-        const char* const name = kNames[in.U8() % std::size(kNames)];
-        const uint8_t width = in.U8();
-        out[name] = width < 250 ? static_cast<long long>(in.Number()) : static_cast<long long>(in.U64());
-    }
-    return out;
-}
-
-// A block of memory that ends where the frame does; RTP may read one byte more.
-struct Bytes {
-    explicit Bytes(Input& in) {
-        size_t count = in.U16() % 3000;
-        const uint8_t* const first = in.Take(count);
-        size = static_cast<unsigned>(count);
-        data = static_cast<uint8_t*>(std::malloc(count + 1));
-        Require(data != nullptr);
-        if (count != 0) std::memcpy(data, first, count);
-        data[count] = 0xA5;
-    }
-    ~Bytes() { std::free(data); }
-    Bytes(const Bytes&) = delete;
-    Bytes& operator=(const Bytes&) = delete;
-
-    uint8_t* data;
-    unsigned size;
-};
+constexpr Key kStreams[] = {{"ovx", MX_FORMAT_OVX},    {"asf", MX_FORMAT_ASF_STREAM}, {"flv", MX_FORMAT_FLV_STREAM},
+                            {"rtp", MX_FORMAT_RTP},    {"ts", MX_FORMAT_TS},          {"ps", MX_FORMAT_PS},
+                            {"ovps", MX_FORMAT_PS_OV}, {"gaysps", MX_FORMAT_PS_GAYS}, {"gdps", MX_FORMAT_PS_GD},
+                            {"fmp4", MX_FORMAT_FMP4},  {"xts", MX_FORMAT_XTS},        {"xmkv", MX_FORMAT_XMKV},
+                            {"XFLV", MX_FORMAT_XFLV},  {"nothing", kNoFormat}};
 
 // All that the C interface makes of the same frames: the blocks of each.
 class CSide {
@@ -124,6 +45,7 @@ class CSide {
             self.any = true;
             return fuzz::File::Take(block, &self.file);
         };
+        fuzz::Pool::Use(param);
         handle_ = MX_CreateHandle(format, &param);
         Require(handle_ != nullptr);
         MX_CreateHeader(handle_, nullptr);
@@ -132,7 +54,7 @@ class CSide {
     CSide(const CSide&) = delete;
     CSide& operator=(const CSide&) = delete;
 
-    bool Give(const AttributeMap& attributes, const Bytes& bytes) {
+    bool Give(const AttributeMap& attributes, const FrameBytes& bytes) {
         // Some formats change the frame.
         std::vector<uint8_t> copy(bytes.data, bytes.data + bytes.size + 1);
         MXFrameInfo frame{};
@@ -158,7 +80,7 @@ class CSide {
 // two differ, and so do OVX and RTP, which keep their own numbers.
 bool SameOverBothInterfaces(uint32_t format) {
     switch (format) {
-        case kNone:
+        case kNoFormat:
         case MX_FORMAT_OVX:
         case MX_FORMAT_RTP:
         case MX_FORMAT_XFLV:
@@ -175,7 +97,7 @@ void CompareStreams(const Key& key, Input& in) {
     CMuxora component(key.key);
     while (!in.Empty()) {
         const AttributeMap attributes = Attributes(in);
-        Bytes bytes(in);
+        FrameBytes bytes(in);
         const bool took = other.Give(attributes, bytes);
         Require(component.inputFrame(bytes.data, bytes.size, attributes) == took);
         Basalt::TSharedPtr<IMuxoraData> packet;
@@ -188,7 +110,7 @@ void CompareStreams(const Key& key, Input& in) {
 }
 
 void CompareFiles(const Key& key, Input& in) {
-    if (key.format == kNone) return;
+    if (key.format == kNoFormat) return;
     CSide other(key.format);
     fuzz::File file;
     CFilePackage component(key.key);
@@ -202,7 +124,7 @@ void CompareFiles(const Key& key, Input& in) {
     }));
     while (!in.Empty()) {
         const AttributeMap attributes = Attributes(in);
-        Bytes bytes(in);
+        FrameBytes bytes(in);
         const bool took = other.Give(attributes, bytes);
         Require(component.inputFrame(bytes.data, bytes.size, attributes) == took);
     }
@@ -225,7 +147,7 @@ void UseFile(const Key& key, Input& in) {
         const uint8_t call = in.U8();
         if (call < 160) {
             const AttributeMap attributes = Attributes(in);
-            Bytes bytes(in);
+            FrameBytes bytes(in);
             component.inputFrame(in.U8() == 255 ? nullptr : bytes.data, bytes.size, attributes);
         } else if (call < 190) {
             component.open(write);
@@ -267,14 +189,14 @@ void UseStream(const Key& key, Input& in) {
         Basalt::TSharedPtr<IMuxoraData> data;
         if (call < 90) {
             const AttributeMap attributes = Attributes(in);
-            Bytes bytes(in);
+            FrameBytes bytes(in);
             component.inputFrame(in.U8() == 255 ? nullptr : bytes.data, bytes.size, attributes);
         } else if (call < 190) {
             const uint8_t kind = in.U8();
             if (kind < 100) packet = Basalt::CPacket(in.Number() % 100000);
             if (kind > 60 && kind < 120) packet.resize(in.U16());
             const AttributeMap attributes = Attributes(in);
-            Bytes bytes(in);
+            FrameBytes bytes(in);
             component.inputFrameEx(bytes.data, bytes.size, attributes, packet);
             Require(packet.size() <= packet.capacity());
         } else if (call < 210) {
@@ -310,13 +232,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             UseStream(kStreams[data[1] % std::size(kStreams)], in);
             break;
         case 1:
-            UseFile(kFiles[data[1] % std::size(kFiles)], in);
+            UseFile(kFileKeys[data[1] % std::size(kFileKeys)], in);
             break;
         case 2:
             CompareStreams(kStreams[data[1] % std::size(kStreams)], in);
             break;
         default:
-            CompareFiles(kFiles[data[1] % std::size(kFiles)], in);
+            CompareFiles(kFileKeys[data[1] % std::size(kFileKeys)], in);
     }
     return 0;
 }

@@ -152,19 +152,30 @@ def other_forms(form, video, audio):
     return bytes([form, 13, 0, 16]) + b"".join(call[1:] for call in frames(video, audio, False))
 
 
-def component(mode, key, video, audio):
-    """What components.cpp reads: frames with attributes."""
-    out = bytes([mode, key])
+def with_attributes(video, audio):
+    """Frames as harness/component_frames.cpp reads them: attributes, a length, bytes."""
     numbers = {"h264": 0, "hevc": 1, "aac": 0, "alaw": 1}
+    time = 0
     for pictures in zip(encode(video), encode(audio)):
         for data, kind, codec in ((pictures[0], 0, numbers[video]), (pictures[1], 2, numbers[audio])):
-            attributes = bytes([0, kind, 0, codec, 130, len(out) % 256, 4, 4])
+            attributes = bytes([0, kind, 0, codec, 130, time % 256, 4, 4])
             for name, value in ((16, 10), (18, None), (2, 1), (1, 16)):
                 attributes += bytes([name, 0]) + (bytes([150, 0x40, 0x1F]) if value is None else bytes([value]))
-            out += (bytes([10 if mode == 1 else 60]) if mode < 2 else b"") + attributes
-            out += min(len(data), 2999).to_bytes(2, "little") + data[:2999]
-            out += bytes([0]) if mode < 2 else b""
-    return out
+            time += 40
+            yield attributes + min(len(data), 2999).to_bytes(2, "little") + data[:2999]
+
+
+def component(mode, key, video, audio):
+    """What components.cpp reads: frames with attributes."""
+    call = bytes([10 if mode == 1 else 60]) if mode < 2 else b""
+    return bytes([mode, key]) + b"".join(call + each + bytes([0] * (mode < 2)) for each in with_attributes(video, audio))
+
+
+def on_disk(key, answers, video, audio):
+    """What basalt.cpp reads of a file component: how the disk answers, then frames, and a snapshot."""
+    gentle = all(answer < 3 for answer in answers)
+    calls = b"".join(bytes([10]) + each for each in with_attributes(video, audio))
+    return bytes([5, 0 if gentle else 1, 0, len(answers), *answers, key]) + calls + bytes([230])
 
 
 def relayed(since_key, number, payload=b"", piece=None, origin="660da85573019bd4", step=1, more=""):
@@ -232,6 +243,12 @@ def main():
             for key in (0, 2, 3, 4, 5, 9):
                 if mode in (0, 2) or key in (0, 5):
                     write("components", f"mode{mode}_key{key}", component(mode, key, "h264", "aac"))
+    if not wanted or "basalt" in wanted:
+        for key, answers in ((0, [1, 2, 2, 0, 1]), (7, []), (5, [0, 3, 4, 5]), (12, [0, 0, 0, 6])):
+            write("basalt", f"key{key}", on_disk(key, answers, "h264", "aac"))
+        write("basalt", "lfs_file", bytes([2, 0, 4, 1, 2, 4, 5, 200, 0, 5, 5]) + b"words" + bytes([130, 140, 1, 10, 4]) + b"more")
+        write("basalt", "registry", bytes([0, 1, 0, 2, 1, 1, 2, 129, 0, 130, 1]))
+        write("basalt", "packet", bytes([1, 129, 9, 0, 1, 40, 0, 250, 3, 0, 161, 0, 0, 8, 99, 0]))
     if not wanted or "relay" in wanted:
         for name, data in relay_seeds():
             write("relay", name, data)

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
-"""Which branches of src/ the fuzz targets reach, each by itself and all together: fuzz_coverage.py BUILD [CORPORA]
+"""Which branches of src/ the fuzz targets reach, each by itself and all together: fuzz_coverage.py BUILD [CORPORA] [--missing]
 
 BUILD is made by the preset fuzz with MUXORA_COVERAGE=ON; its targets run the seeds of fuzz/corpus, and what
-`make fuzz-long` kept in CORPORA. Branches are counted as scripts/coverage.py does.
+`make fuzz-long` kept in CORPORA. Branches are counted as scripts/coverage.py does. --missing lists those that none of
+them reach.
 """
 
+import argparse
 import os
 import pathlib
 import subprocess
-import sys
 import tempfile
 
 from coverage import ROOT, count, merge, name, read_left_out, share
@@ -16,7 +17,8 @@ from coverage import ROOT, count, merge, name, read_left_out, share
 # Where a target's own code is, beside what all share.
 OWN = {"ovx": "ovx", "iso": "iso", "avi": "containers/avi", "asf": "containers/asf", "flv": "containers/flv",
        "wav": "containers/wav", "mkv": "mkv", "ps": "mpeg2/ps", "ts": "mpeg2/ts", "rtp": "rtp", "exact_mp4": "exact",
-       "xflv": "exact/xflv", "xmkv": "exact/xmkv", "xts": "exact/xts", "access_units": "units", "components": "api"}
+       "xflv": "exact/xflv", "xmkv": "exact/xmkv", "xts": "exact/xts", "access_units": "units", "components": "api",
+       "basalt": "basalt"}
 
 
 def replay(build, target, corpora, profiles):
@@ -34,8 +36,12 @@ def row(taken, left_out, folder):
 
 
 def main():
-    build = pathlib.Path(sys.argv[1]).resolve()
-    corpora = pathlib.Path(sys.argv[2]).resolve() if len(sys.argv) > 2 else None
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("corpora", type=pathlib.Path, nargs="?")
+    parser.add_argument("--missing", action="store_true")
+    options = parser.parse_args()
+    build, corpora = options.build.resolve(), options.corpora and options.corpora.resolve()
     targets = sorted(path.name[5:] for path in (build / "bin").glob("fuzz_*") if os.access(path, os.X_OK))
     left_out = read_left_out()
     print(f"{'target':16}{'of its own':>24}{'of all of src/':>24}")
@@ -53,6 +59,9 @@ def main():
             print(f"{target:16}{row(taken, left_out, OWN[target])}{row(taken, left_out, '')}", flush=True)
         taken = count(merge(every, every), [build / "bin" / f"fuzz_{target}" for target in targets])
         print(f"{'all together':16}{'':24}{row(taken, left_out, '')}")
+    for branch in sorted(taken) if options.missing else []:
+        if branch.file.startswith("src/") and taken[branch] == 0 and name(branch) not in left_out:
+            print(f"{branch.file}:{branch.line}\t{branch.text}\t{branch.condition}\t{branch.outcome}")
 
 
 if __name__ == "__main__":

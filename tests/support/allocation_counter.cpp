@@ -7,8 +7,8 @@
 #if defined(_WIN32)
 #include <malloc.h>
 #endif
-#if defined(MUXORA_KEEP_LARGE_BLOCK)
-#include "harness/large_block.h"
+#if defined(MUXORA_KEEP_LARGE_BLOCKS)
+#include "harness/large_blocks.h"
 #endif
 
 namespace {
@@ -33,8 +33,9 @@ void* Allocate(std::size_t size, std::size_t alignment) noexcept {
         }
     }
     if (size == 0) size = 1;
-#if defined(MUXORA_KEEP_LARGE_BLOCK)
-    if (void* const kept = alignment <= alignof(std::max_align_t) ? fuzz::LargeBlock::Take(size) : nullptr) return kept;
+#if defined(MUXORA_KEEP_LARGE_BLOCKS)
+    if (void* const kept = alignment <= alignof(std::max_align_t) ? fuzz::LargeBlocks::Take(size) : nullptr)
+        return kept;
 #endif
     if (alignment <= alignof(std::max_align_t)) return std::malloc(size);
 #if defined(_WIN32)
@@ -45,11 +46,10 @@ void* Allocate(std::size_t size, std::size_t alignment) noexcept {
 }
 
 void Free(void* block) noexcept {
-#if defined(MUXORA_KEEP_LARGE_BLOCK)
-    fuzz::LargeBlock::Free(block);
-#else
-    std::free(block);
+#if defined(MUXORA_KEEP_LARGE_BLOCKS)
+    if (fuzz::LargeBlocks::Keep(block)) return;
 #endif
+    std::free(block);
 }
 
 // What was allocated with more than the usual alignment.
