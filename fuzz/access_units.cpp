@@ -1,5 +1,6 @@
 // Access units of any bytes in any pieces, or as NAL units. The first byte says which stream and which flags, the
-// second how the rest is cut. A stream comes to the same units as one piece and in many.
+// second how the rest is cut. A stream comes to the same units as one piece and in many; where memory runs out, the
+// call says so, and the object stays sound.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "MuxoraExt.h"
+#include "support/allocation_counter.h"
 
 namespace {
 
@@ -48,12 +50,67 @@ Units Cut(const Stream& stream, uint32_t flags, const uint8_t* data, size_t size
     return units;
 }
 
+// As Cut; an allocation now and then fails.
+void CutWithoutMemory(const Stream& stream, uint32_t flags, const uint8_t* data, size_t size, size_t step) {
+    const std::unique_ptr<MXAccessUnitsObject, uint32_t (*)(MXAccessUnits)> handle(
+        MX_CreateAccessUnits(stream.frame_type, stream.encode_type, flags), MX_DestroyAccessUnits);
+    MXAccessUnit unit{};
+    unit.size = sizeof unit;
+    for (size_t at = 0; at < size; at += step) {
+        const size_t length = std::min(step, size - at);
+        const std::vector<uint8_t> piece(data + at, data + at + length);
+        const auto drain = [&] {
+            while (MX_GetAccessUnit(handle.get(), &unit) == MX_OK) {
+                if (unit.length == 0) std::abort();
+            }
+        };
+        {
+            const test::FailingAllocations failing(piece[0] % 4, 1 + piece[0] % 3);
+            const uint32_t put = MX_PutBytes(handle.get(), piece.data(), static_cast<uint32_t>(length));
+            if (put != MX_OK && put != MX_NO_RESOURCES) std::abort();
+            drain();
+        }
+        drain();
+        if (piece[0] == 0) MX_EndAccessUnits(handle.get());
+    }
+}
+
+// NAL units of `step` bytes; what a caller may get wrong is refused.
 void GiveNals(const Stream& stream, const uint8_t* data, size_t size, size_t step) {
     const std::unique_ptr<MXAccessUnitsObject, uint32_t (*)(MXAccessUnits)> handle(
         MX_CreateAccessUnits(stream.frame_type, stream.encode_type, 0), MX_DestroyAccessUnits);
     Units units;
+    MXAccessUnit unit{};
     for (size_t at = 0; at < size; at += step) {
-        MX_PutNal(handle.get(), data + at, static_cast<uint32_t>(std::min(step, size - at)));
+        const auto length = static_cast<uint32_t>(std::min(step, size - at));
+        switch (data[at]) {
+            case 0xF0:
+                if (MX_PutNal(handle.get(), nullptr, length) == MX_OK) std::abort();
+                break;
+            case 0xF1:
+                if (MX_PutNal(handle.get(), data + at, 0) == MX_OK) std::abort();
+                break;
+            case 0xF2:
+                if (MX_PutBytes(handle.get(), nullptr, length) == MX_OK) std::abort();
+                break;
+            case 0xF3:
+                // A stream in pieces and as units is not to be mixed; either answer leaves the object sound.
+                MX_PutBytes(handle.get(), data + at, length);
+                break;
+            case 0xF4:
+                if (MX_GetAccessUnit(handle.get(), nullptr) != MX_FAILED) std::abort();
+                if (unit.size = 4; MX_GetAccessUnit(handle.get(), &unit) != MX_FAILED) std::abort();
+                if (MX_PutNal(nullptr, data + at, length) != MX_NULL_HANDLE) std::abort();
+                if (MX_DestroyAccessUnits(nullptr) != MX_NULL_HANDLE) std::abort();
+                break;
+            case 0xF5: {
+                const test::FailingAllocations failing(data[at] % 3, 2);
+                MX_PutNal(handle.get(), data + at, length);
+                break;
+            }
+            default:
+                MX_PutNal(handle.get(), data + at, length);
+        }
         if (at % 3 == 0) Drain(handle.get(), units);
         if (at % 7 == 0) MX_EndAccessUnits(handle.get());
     }
@@ -64,14 +121,22 @@ void GiveNals(const Stream& stream, const uint8_t* data, size_t size, size_t ste
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
+    if (data[0] == 0xFF) {
+        // No cutter, or one of these.
+        MX_DestroyAccessUnits(MX_CreateAccessUnits(data[1] % 4, size > 2 ? data[2] : 0, 0));
+        return 0;
+    }
     const Stream& stream = kStreams[data[0] % std::size(kStreams)];
     const uint32_t flags = data[0] >> 7;
     const size_t step = data[1] % 64 + size_t{1};
     const bool nals = data[1] >= 192;
+    const bool no_memory = (data[0] & 0x40) != 0;
     data += 2;
     size -= 2;
     if (nals) {
         GiveNals(stream, data, size, step);
+    } else if (no_memory) {
+        CutWithoutMemory(stream, flags, data, size, step);
     } else if (Cut(stream, flags, data, size, size + 1) != Cut(stream, flags, data, size, step)) {
         std::abort();
     }

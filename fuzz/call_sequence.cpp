@@ -202,6 +202,28 @@ void TakeBackup(void* handle, uint32_t format, Pass& pass) {
     if (!HasOutgrownEsds(snapshot)) test::IsoFile(std::move(snapshot));
 }
 
+// What a caller gets wrong is refused.
+void CallWrongly(void* handle, uint32_t format) {
+    Require(MX_CreateHeader(nullptr, nullptr) == MX_NULL_HANDLE && MX_DestroyHandle(nullptr) == MX_NULL_HANDLE);
+    MXOutputBlock block{};
+    Require(MX_GetBackup(nullptr, &block) == MX_NULL_HANDLE && MX_GetBackup(handle, nullptr) == 0);
+    uint32_t count = 0;
+    const void* table = nullptr;
+    Require(MX_GetPacketCapacity(handle, MX_CAPACITY_VIDEO, nullptr, &count) != MX_OK);
+    Require(MX_GetPacketCapacity(handle, MX_CAPACITY_VIDEO, &table, nullptr) != MX_OK);
+    MXRtpParam rtp{};
+    uint32_t size = 0;
+    Require(MX_SetParam(handle, MX_PARAM_RTP, nullptr, sizeof rtp) == MX_FAILED);
+    Require(MX_GetParam(handle, MX_PARAM_RTP, nullptr, &size) == MX_FAILED);
+    Require(MX_GetParam(handle, MX_PARAM_RTP, &rtp, nullptr) == MX_FAILED);
+    const uint32_t too_small = format == MX_FORMAT_RTP ? MX_FAILED : MX_OK;
+    Require(MX_SetParam(handle, MX_PARAM_RTP, &rtp, 8) == too_small &&
+            MX_GetParam(handle, MX_PARAM_RTP, &rtp, &size) == too_small);
+    if (format < MX_FORMAT_FMP4) return;
+    Require(MX_SetParam(handle, MX_PARAM_FRAGMENT, &rtp, 8) == MX_FAILED);
+    Require(MX_GetParam(handle, MX_PARAM_TIME_REPAIRS, &rtp, &size) == MX_FAILED);
+}
+
 void Run(Input in, uint32_t format, Pass& pass) {
     pass.blocks_since_shortening = in.U8();
     std::srand(1);  // SSRCs
@@ -233,8 +255,10 @@ void Run(Input in, uint32_t format, Pass& pass) {
             MX_GetPacketCapacity(handle, in.U8() % 3, &table, &count);
         } else if (call < 250) {
             MX_CreateTailer(handle, nullptr);
-        } else {
+        } else if (call < 255) {
             SetHeader(handle, info, in);
+        } else {
+            CallWrongly(handle, format);
         }
     }
     MX_CreateTailer(handle, nullptr);

@@ -135,11 +135,19 @@ void CompareFiles(const Key& key, Input& in) {
 
 void UseFile(const Key& key, Input& in) {
     CFilePackage component(key.key);
+    const void* table = nullptr;
+    int count = 0;
     uint64_t sum = 0;
     const auto write = [&](AttributeMap& place, IMuxoraData& data) {
         sum += static_cast<uint64_t>(place["fileoffset"]);
         for (unsigned i = 0; i < data.getLen(); i += 61)
             sum += static_cast<uint8_t>(data.getBuffer()[i]);
+        // A call inside a call is refused; the first one goes on.
+        if (sum % 7 == 0) {
+            Require(!component.inputFrame("", 1, {}) && !component.close() && !component.open("/proc/self/nowhere"));
+            Require(!component.open([](AttributeMap&, IMuxoraData&) { return true; }));
+            Require(!component.getPacketCapacity(CapacityType{}, &table, &count));
+        }
         if (sum % 11 == 0) throw std::string("no");
         return sum % 3 == 0;
     };
@@ -157,12 +165,15 @@ void UseFile(const Key& key, Input& in) {
             Basalt::TSharedPtr<IMuxoraData> snapshot;
             AttributeMap place;
             if (component.getbackup(snapshot, place)) Require(snapshot->getLen() != 0 && place.count("seekpos") == 1);
-        } else if (call < 230) {
-            const void* table = nullptr;
-            int count = 0;
+        } else if (call < 228) {
             component.getPacketCapacity(static_cast<CapacityType>(in.U8() % 3), &table, &count);
+        } else if (call < 230) {
+            Require(!component.getPacketCapacity(CapacityType{}, nullptr, &count));
+            Require(!component.getPacketCapacity(CapacityType{}, &table, nullptr));
+        } else if (call < 232) {
+            Require(!component.open("/proc/self/nowhere"));
         } else if (call < 234) {
-            component.open("/proc/self/nowhere");
+            Require(!component.open(static_cast<const char*>(nullptr)));
         } else if (call < 238) {
             component.close();
         } else {
@@ -214,10 +225,46 @@ void UseStream(const Key& key, Input& in) {
             const void* table = nullptr;
             int count = 0;
             component.getPacketCapacity(static_cast<CapacityType>(in.U8() % 3), &table, &count);
-        } else {
+        } else if (call < 254) {
             component.getVersion();
+        } else {
+            component.setParam(nullptr, 1);
+            long long value = 0;
+            component.getParam(nullptr, value);
+            component.setExtInfo(nullptr, "x", 1);
+            component.getExtInfo(nullptr, data);
         }
     }
+}
+
+// What the factories make belongs to whoever holds references to it.
+template <typename Component>
+void UseFactory(const char* name, Input& in) {
+    initMuxoraComponentLibrary();
+    auto* const factory = dynamic_cast<typename Component::IFactory*>(Basalt::IFactoryUnknown::findFactory(name));
+    Require(factory != nullptr && !factory->getName().empty());
+    const std::vector<uint8_t> key = in.Bytes(in.U8() % 12);
+    Component* const component =
+        factory->create(in.U8() % 2 == 0 ? fuzz::kFileKeys[in.U8() % std::size(fuzz::kFileKeys)].key
+                                         : Basalt::flex_string(key.begin(), key.end()));
+    Require(component != nullptr);
+    uint32_t references = 1;
+    while (!in.Empty()) {
+        const uint8_t call = in.U8();
+        if (call < 100) {
+            const AttributeMap attributes = Attributes(in);
+            const FrameBytes bytes(in);
+            component->inputFrame(bytes.data, bytes.size, attributes);
+        } else if (call < 180) {
+            Require(component->addRef() == ++references);
+        } else if (call < 250) {
+            Require(component->release() == --references);
+            if (references == 0) return;
+        } else {
+            break;
+        }
+    }
+    component->destroy();
 }
 
 }  // namespace
@@ -227,6 +274,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const Orvane::Muxora::ScopedClock clock(1700000000);
     std::srand(1);
     Input in(data + 2, size - 2);
+    switch (data[0] % 32) {
+        case 30:
+            UseFactory<IMuxora>("Muxora", in);
+            return 0;
+        case 31:
+            UseFactory<IFilePackage>("FilePackage", in);
+            return 0;
+        default:
+            break;
+    }
     switch (data[0] % 4) {
         case 0:
             UseStream(kStreams[data[1] % std::size(kStreams)], in);

@@ -1,15 +1,24 @@
 // A hybrid MP4 of any bytes: MX_RepairHybrid completes it or leaves it as it was, reads nothing outside the file,
-// writes no gap, and finds nothing more to do in what it completed.
+// writes no gap, and finds nothing more to do in what it completed. Then again with a file that fails, which is told;
+// where memory runs out; and in records that are too short.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <vector>
 
 #include "MuxoraExt.h"
+#include "support/allocation_counter.h"
 
 namespace {
 
 using File = std::vector<uint8_t>;
+
+// How many calls are left up to the first one that fails, itself counted.
+uint32_t g_calls_left = UINT32_MAX;
+
+bool Fails() {
+    return g_calls_left == 0 || --g_calls_left == 0;
+}
 
 File& Of(void* user) {
     return *static_cast<File*>(user);
@@ -18,6 +27,7 @@ File& Of(void* user) {
 uint32_t Read(void* user, uint64_t position, void* data, uint32_t length) {
     const File& file = Of(user);
     if (position > file.size() || length > file.size() - position) std::abort();
+    if (Fails()) return 1;
     std::copy_n(file.data() + position, length, static_cast<uint8_t*>(data));
     return 0;
 }
@@ -25,6 +35,7 @@ uint32_t Read(void* user, uint64_t position, void* data, uint32_t length) {
 uint32_t Write(void* user, uint64_t position, const void* data, uint32_t length) {
     File& file = Of(user);
     if (position > file.size()) std::abort();
+    if (Fails()) return 1;
     file.resize(std::max<size_t>(file.size(), position + length));
     std::copy_n(static_cast<const uint8_t*>(data), length, file.data() + position);
     return 0;
@@ -32,26 +43,82 @@ uint32_t Write(void* user, uint64_t position, const void* data, uint32_t length)
 
 uint32_t Cut(void* user, uint64_t length) {
     if (length > Of(user).size()) std::abort();
+    if (Fails()) return 1;
     Of(user).resize(length);
     return 0;
 }
 
-MXHybridRepair Repair(File& file) {
+MXHybridRepair Repair(File& file, uint32_t* code = nullptr) {
     const MXHybridFile access{sizeof(MXHybridFile), 0, &file, file.size(), Read, Write, Cut};
     MXHybridRepair repair{};
     repair.size = sizeof repair;
     const uint32_t result = MX_RepairHybrid(&access, &repair);
     const bool done = repair.state == MX_HYBRID_REPAIRED || repair.state == MX_HYBRID_OTHER;
-    if (done != (result == MX_OK) || repair.state == MX_HYBRID_FAILED) std::abort();
+    if (done != (result == MX_OK)) std::abort();
+    if (code != nullptr) *code = result;
     return repair;
+}
+
+// The call behind so many good ones fails, and all that follow.
+void RepairWithFaults(File file, uint32_t good_calls) {
+    g_calls_left = good_calls + 1;
+    const MXHybridRepair repair = Repair(file);
+    const bool met = g_calls_left == 0;
+    g_calls_left = UINT32_MAX;
+    if (met != (repair.state == MX_HYBRID_FAILED)) std::abort();
+}
+
+void RepairWithoutMemory(File file, uint32_t good_allocations) {
+    uint32_t code = MX_OK;
+    const MXHybridFile access{sizeof(MXHybridFile), 0, &file, file.size(), Read, Write, Cut};
+    MXHybridRepair repair{};
+    repair.size = sizeof repair;
+    {
+        // Writing the file here may allocate as well; that is the caller's function throwing.
+        const test::FailingAllocations failing(good_allocations, UINT64_MAX);
+        code = MX_RepairHybrid(&access, &repair);
+    }
+    if (code == MX_OK && repair.state != MX_HYBRID_REPAIRED && repair.state != MX_HYBRID_OTHER) std::abort();
+}
+
+void RepairWithWrongRecords() {
+    File file;
+    MXHybridFile access{sizeof(MXHybridFile), 0, &file, 0, Read, Write, Cut};
+    MXHybridRepair repair{};
+    repair.size = sizeof repair;
+    const auto refuses = [&] {
+        if (MX_RepairHybrid(&access, &repair) == MX_OK) std::abort();
+    };
+    if (MX_RepairHybrid(nullptr, &repair) != MX_NULL_RECORD || MX_RepairHybrid(&access, nullptr) != MX_NULL_RECORD) {
+        std::abort();
+    }
+    repair.size = 0;
+    refuses();
+    repair.size = sizeof repair;
+    access.size = 8;
+    refuses();
+    access = {sizeof(MXHybridFile), 0, &file, 0, nullptr, Write, Cut};
+    refuses();
+    access = {sizeof(MXHybridFile), 0, &file, 0, Read, nullptr, Cut};
+    refuses();
+    access = {sizeof(MXHybridFile), 0, &file, 0, Read, Write, nullptr};
+    refuses();
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size == 0) {
+        RepairWithWrongRecords();
+        return 0;
+    }
     const File before(data, data + size);
     File file = before;
     const MXHybridRepair repair = Repair(file);
+    if (repair.state == MX_HYBRID_FAILED) std::abort();
+    const uint8_t last = data[size - 1];
+    if (last < 128) RepairWithFaults(before, last % 32);
+    if (last >= 240) RepairWithoutMemory(before, last % 8);
     if (repair.state != MX_HYBRID_REPAIRED) {
         if (file != before) std::abort();
         return 0;

@@ -178,6 +178,29 @@ def on_disk(key, answers, video, audio):
     return bytes([5, 0 if gentle else 1, 0, len(answers), *answers, key]) + calls + bytes([230])
 
 
+def codec_seeds():
+    """What codec.cpp reads: which use, which kernels, and what that use wants."""
+    for name in ("h264", "hevc", "mpeg4"):
+        frame = encode(name)[0][:1500]
+        yield f"start_codes_{name}", bytes([0, 0, 0, 0, 5]) + frame
+        yield f"convert_{name}", bytes([1, 1, 200, 0xFF, 0x3F, 0, 3]) + frame
+    yield "bits", bytes([2, 0, 12, 1, 33, 99, 110, 170, 180, 220, 230, 7, 32, 140, 200, 1, 2, 3, 4, 0]) + encode("h264")[0][:200]
+    yield "numbers", bytes([3, 0]) + b"".join(bytes([255] * 8 + [shift]) for shift in (0, 20, 30, 40, 46, 56, 63))
+    yield "fields", bytes([4, 0, 60, 0]) + b"".join(bytes([1, 2, 3, 4, 5, 6, 7, 8, 0, what]) for what in range(10))
+    keys = b"".join(bytes([kind, *range(length)]) + bytes([100, 50, *range(50), 255, 40, *range(40), 9])
+                    for kind, length in ((0, 16), (1, 24), (2, 32)))
+    yield "cipher", bytes([5, 0]) + keys + bytes([60, 7, *range(7)])
+    for name in ("aac", "mp2"):
+        yield f"sound_{name}", bytes([6, 0, 130, 0x80, 0xBB, 26 if name == "aac" else 31, 16, 2, 70, 1]) + b"".join(encode(name)[:3])
+    for how, name in ((0, "h264"), (1, "hevc"), (2, "h264"), (3, "hevc")):
+        frame = encode(name)[0]
+        parts = [frame[:700]] if how < 2 else [unit for unit in frame.replace(b"\0\0\0\1", b"\0\0\1").split(b"\0\0\1")[1:4]]
+        calls = b"".join(bytes([241 + i % 2]) + len(part[:900]).to_bytes(2, "little") + part[:900] for i, part in enumerate(parts * 2))
+        yield f"sets_{name}_{how}", bytes([7, 0, how]) + calls
+        yield f"sps_{name}_{how}", bytes([8, 0, 0]) + next(
+            unit for unit in frame.split(b"\0\0\1") if unit and (unit[0] & 31 == 7 if name == "h264" else unit[0] >> 1 == 33))
+
+
 def relayed(since_key, number, payload=b"", piece=None, origin="660da85573019bd4", step=1, more=""):
     """What relay.cpp reads of one message."""
     lines = (f"Muxora-Origin: {origin}\nMuxora-Number: {number}\nMuxora-Since-Key: {since_key}\nMuxora-Time-Scale: 90000\n"
@@ -249,6 +272,9 @@ def main():
         write("basalt", "lfs_file", bytes([2, 0, 4, 1, 2, 4, 5, 200, 0, 5, 5]) + b"words" + bytes([130, 140, 1, 10, 4]) + b"more")
         write("basalt", "registry", bytes([0, 1, 0, 2, 1, 1, 2, 129, 0, 130, 1]))
         write("basalt", "packet", bytes([1, 129, 9, 0, 1, 40, 0, 250, 3, 0, 161, 0, 0, 8, 99, 0]))
+    if not wanted or "codec" in wanted:
+        for name, data in codec_seeds():
+            write("codec", name, data)
     if not wanted or "relay" in wanted:
         for name, data in relay_seeds():
             write("relay", name, data)

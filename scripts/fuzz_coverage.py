@@ -18,7 +18,7 @@ from coverage import ROOT, count, merge, name, read_left_out, share
 OWN = {"ovx": "ovx", "iso": "iso", "avi": "containers/avi", "asf": "containers/asf", "flv": "containers/flv",
        "wav": "containers/wav", "mkv": "mkv", "ps": "mpeg2/ps", "ts": "mpeg2/ts", "rtp": "rtp", "exact_mp4": "exact",
        "xflv": "exact/xflv", "xmkv": "exact/xmkv", "xts": "exact/xts", "access_units": "units", "components": "api",
-       "basalt": "basalt"}
+       "basalt": "basalt", "codec": "codec"}
 
 
 def replay(build, target, corpora, profiles):
