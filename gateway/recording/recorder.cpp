@@ -145,7 +145,7 @@ void Recorder::Take(const FramePtr& frame) {
 
 void Recorder::Begin(const Frame& frame) {
     const std::string path = (fs::path(folder_) / FileName(frame.arrival_us / 1000)).string();
-    file_ = std::make_unique<RecordingFile>(path, stream_->HeaderInfo());
+    file_ = std::make_unique<RecordingFile>(path, stream_->HeaderInfo(), frame);
     told_ = false;
     LogInfo("recording", {{"stream", stream_->Name()}, {"file", path}});
 }

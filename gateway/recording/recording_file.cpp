@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -15,9 +17,22 @@ namespace {
 
 constexpr uint32_t kFragmentMs = 2000;
 
+// A stream that has run for longer than any clock keeps its times.
+constexpr int64_t kLatestStart = int64_t{1} << 30;
+
+// Where the difference has no number, the time as it is: the format repairs it.
+int64_t Since(int64_t start, int64_t time) {
+    int64_t since = 0;
+    return __builtin_sub_overflow(time, start, &since) ? time : since;
+}
+
 }  // namespace
 
-RecordingFile::RecordingFile(std::string path, const MXHeaderInfo& header) : path_(std::move(path)) {
+RecordingFile::RecordingFile(std::string path, const MXHeaderInfo& header, const Frame& first)
+    : path_(std::move(path)),
+      start_seconds_(first.pts / first.time_scale),
+      start_ticks_(first.pts % first.time_scale),
+      start_scale_(first.time_scale) {
     MXCreateParam param{};
     param.user = this;
     param.output = Output;
@@ -53,9 +68,17 @@ void RecordingFile::CheckTrouble() const {
     if (trouble_ != 0) throw std::runtime_error(path_ + ": " + std::strerror(trouble_));
 }
 
+// Where the file begins, on another scale: to the nearest tick, the same for all of a stream.
+int64_t RecordingFile::Start(uint32_t time_scale) const {
+    if (std::abs(start_seconds_) > kLatestStart) return 0;
+    const double rest = static_cast<double>(start_ticks_) * time_scale / start_scale_;
+    return start_seconds_ * time_scale + std::llround(rest);
+}
+
 void RecordingFile::Give(const Frame& frame) {
     MXFrameInfo info = const_cast<Tools::MediaFrame&>(frame.media).Record();
-    MXSetFrameTimes(&info, frame.time_scale, frame.dts, frame.pts, frame.duration);
+    const int64_t start = Start(frame.time_scale);
+    MXSetFrameTimes(&info, frame.time_scale, Since(start, frame.dts), Since(start, frame.pts), frame.duration);
     // A frame that the format does not take is left out; the recording goes on.
     MX_InputFrame(handle_.get(), &info);
     CheckTrouble();

@@ -12,8 +12,9 @@ namespace Orvane::Muxora::Gateway {
 
 class RecordingFile {
   public:
-    // Makes the file; throws std::runtime_error. There must be none of that name.
-    RecordingFile(std::string path, const MXHeaderInfo& header);
+    // Makes the file, whose time 0 is the presentation of `first`; throws std::runtime_error. There must be none of
+    // that name.
+    RecordingFile(std::string path, const MXHeaderInfo& header, const Frame& first);
     // Ends the file, if that was not done.
     ~RecordingFile();
     RecordingFile(const RecordingFile&) = delete;
@@ -30,8 +31,13 @@ class RecordingFile {
     static int32_t Output(const MXOutputBlock* block, void* user);
     void Write(const MXOutputBlock& block);
     void CheckTrouble() const;
+    int64_t Start(uint32_t time_scale) const;
 
     std::string path_;
+    // The presentation of the first frame: seconds, and what is left in ticks of the scale.
+    int64_t start_seconds_;
+    int64_t start_ticks_;
+    uint32_t start_scale_;
     int descriptor_ = -1;
     std::unique_ptr<void, decltype(&MX_DestroyHandle)> handle_{nullptr, MX_DestroyHandle};
     int64_t end_ = 0;

@@ -36,6 +36,12 @@ def pictures(path):
     return [one for one in found if one['codec_type'] == 'video']
 
 
+def duration(path):
+    """As a player shows it."""
+    return float(subprocess.run(['ffprobe', '-v', 'error', '-show_entries', 'format=duration', '-of', 'csv=p=0', path],
+                                check=True, capture_output=True, text=True).stdout)
+
+
 class Recording(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.mkdtemp(dir=FOLDER)
@@ -44,13 +50,19 @@ class Recording(unittest.TestCase):
         with Gateway(f'film={CLIP}', '--record', self.folder, '--segment', '2s') as gateway:
             wait_for(lambda: len(files(self.folder)) >= 4)
             self.assertEqual(gateway.stop(), 0)
-        times = []
+        counts = []
         for path in files(self.folder):
-            video = pictures(path)
+            found = packets(path, seconds=1000)[1]
+            video = [one for one in found if one['codec_type'] == 'video']
             self.assertIn('K', video[0]['flags'], path)
-            times.append(len(video))
+            counts.append(len(video))
+            # Each plays from its own beginning, picture and sound together; sound may begin a frame earlier.
+            sound = [one for one in found if one['codec_type'] == 'audio']
+            self.assertLess(float(video[0]['pts_time']), 0.03, path)
+            self.assertLess(float(sound[0]['pts_time']), 0.05, path)
+            self.assertLess(duration(path), 2.2, path)
         # Two seconds each but for the last, which the end of the gateway cut.
-        self.assertEqual(set(times[:-1]), {50})
+        self.assertEqual(set(counts[:-1]), {50})
         self.assertIn(b'moov', open(files(self.folder)[-1], 'rb').read())
 
     def test_after_a_kill_what_was_recorded_plays(self):
