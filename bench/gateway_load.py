@@ -6,7 +6,8 @@
 BUILD holds bin/muxora-serve; nginx must be installed (Debian: nginx-light), Icecast (icecast2) is left out where it is
 not. Everything stays on the loopback and ends by itself. The figures are CPU seconds of the server's own processes, so that what else the machine does
 matters less; compare the ratios. nginx is measured twice: as fast as the clients read, which is the price of the bytes alone, and at the pace of the stream
-(limit_rate: the same bytes to as many in the same time, a write a second and client). Icecast relays the same stream, live.
+(limit_rate: the same bytes to as many in the same time, a write a second and client). Icecast relays the same stream, live. What the
+stream costs that nobody watches (reading the input, packaging, the clock) stands by itself: a file has nothing like it.
 """
 
 import json
@@ -96,6 +97,8 @@ def serve(clip, count, stalled):
         seen_by(clients(server.port, '/film.flv', 1, 0, 1))  # the output exists from here on
         pids = [server.process.pid]
         memory, cpu = settled(server), cpu_of(pids)
+        time.sleep(SECONDS)
+        alone, cpu = cpu_of(pids) - cpu, cpu_of(pids)
         process = clients(server.port, '/film.flv', count, stalled, SECONDS)
         time.sleep(SECONDS * 0.8)
         most = server.memory_kib()
@@ -103,7 +106,7 @@ def serve(clip, count, stalled):
         cpu = cpu_of(pids) - cpu
         skips = sum(float(line.split()[-1]) for line in server.get('/metrics').decode().splitlines()
                     if line.startswith('muxora_skips_total'))
-        return seen, cpu, (most - memory) / (count + stalled), skips
+        return seen, cpu, alone, (most - memory) / (count + stalled), skips
 
 
 def floor(size, count, paced):
@@ -162,14 +165,14 @@ with tempfile.TemporaryDirectory(prefix='gateway-load-') as FOLDER:
     clip = gateway.make_clip(os.path.join(FOLDER, 'clip.mp4'), seconds=10, size='1920x1080' if MEGABITS > 2 else '640x360',
                              bitrate=f'{MEGABITS}M')
     print(f'{os.path.getsize(clip) * 8 / 10e6:.1f} Mbit/s; seconds of processor a gigabyte')
-    print('clients stalled   MB sent  gateway  nginx: fast  paced  ratio to paced  KiB/client  skips  least/most  icecast  least/most')
+    print('clients stalled   MB sent  gateway  unwatched  nginx: fast  paced  ratio to paced  KiB/client  skips  least/most  icecast  least/most')
     for count in COUNTS:
         for stalled in (0, STALLED):
-            seen, cpu, memory, skips = serve(clip, count, stalled)
+            seen, cpu, alone, memory, skips = serve(clip, count, stalled)
             gigabytes = seen['bytes'] / 1e9
             ours = cpu / gigabytes
             fast, paced = (floor(int(seen['bytes'] / count), count, paced) for paced in (False, True))
             other = None if stalled else icecast(clip, count)
-            print(f"{count:7} {stalled:7} {gigabytes * 1000:9.0f} {ours:8.3f} {fast:12.3f} {paced:6.3f} {ours / paced:15.2f} "
+            print(f"{count:7} {stalled:7} {gigabytes * 1000:9.0f} {ours:8.3f} {alone / gigabytes:10.3f} {fast:12.3f} {paced:6.3f} {ours / paced:15.2f} "
                   f"{memory:11.1f} {'-' if stalled else int(skips):>6} {seen['least'] / max(seen['most'], 1):11.2f} "
                   + ('      -           -' if other is None else f'{other[0]:8.3f} {other[1]:11.2f}'), flush=True)
