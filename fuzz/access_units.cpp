@@ -104,8 +104,9 @@ void GiveNals(const Stream& stream, const uint8_t* data, size_t size, size_t ste
                 if (MX_DestroyAccessUnits(nullptr) != MX_NULL_HANDLE) std::abort();
                 break;
             case 0xF5: {
-                const test::FailingAllocations failing(data[at] % 3, 2);
-                MX_PutNal(handle.get(), data + at, length);
+                const test::FailingAllocations failing(data[at + length - 1] % 3, 2);
+                const uint32_t put = MX_PutNal(handle.get(), data + at, length);
+                if (put != MX_OK && put != MX_FAILED && put != MX_NO_RESOURCES) std::abort();
                 break;
             }
             default:

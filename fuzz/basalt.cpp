@@ -66,13 +66,17 @@ struct Disk {
                 errno = EINTR;
                 return -1;
             case Answer::kNothing:
+                refused = true;
                 return 0;
             case Answer::kFull:
+                refused = true;
                 errno = ENOSPC;
                 return -1;
             case Answer::kTooLarge:
+                refused = true;
                 return Signal(SIGXFSZ, EFBIG);
             case Answer::kNoReader:
+                refused = true;
                 return Signal(SIGPIPE, EPIPE);
             default:
                 break;
@@ -95,7 +99,8 @@ struct Disk {
     uint8_t interrupted_opens = 0;
     int close_error = 0;
     size_t next = 0;
-    uint64_t taken = 0;  // bytes, in all
+    uint64_t taken = 0;    // bytes, in all
+    bool refused = false;  // a write, for good
     std::vector<uint8_t> bytes;
 };
 Disk* g_disk = nullptr;
@@ -212,14 +217,19 @@ void UseLfsFile(Input& in) {
         if (call < 120) {
             const std::vector<uint8_t> bytes = in.Bytes(in.U8());
             const uint64_t before = disk.taken;
-            // Where the bytes go one behind the other, only what follows the last ones can be written.
+            // Where the bytes go one behind the other, only what follows the last ones can be written; nowhere what
+            // ends beyond the last position.
             const bool reachable =
-                disk.positions || !model.open || static_cast<uint64_t>(model.position) == disk.bytes.size();
+                (disk.positions || !model.open || static_cast<uint64_t>(model.position) == disk.bytes.size()) &&
+                model.position <= std::numeric_limits<int64_t>::max() - std::ssize(bytes);
+            disk.refused = false;
             const size_t written = file.write(bytes.data(), bytes.size());
             Require(written == disk.taken - before && (written == 0 || (model.open && reachable)));
+            // It gives up for nothing less.
+            Require(written == bytes.size() || disk.refused || !model.open || !reachable);
             model.Write(bytes.data(), written);
         } else if (call < 124) {
-            // No block is so long; the length alone must be enough to refuse it.
+            // Past the last position the length alone must refuse the block.
             model.Seek(std::numeric_limits<int64_t>::max() - 3, Basalt::LFS_FROM_START);
             file.seek(std::numeric_limits<int64_t>::max() - 3, Basalt::LFS_FROM_START);
             Require(file.write("muxora", 6) == 0 && file.write(nullptr, 0) == 0);
@@ -237,7 +247,10 @@ void UseLfsFile(Input& in) {
             model.position = 0;
             if (model.open && (mode & Basalt::LFS_CREATE) != 0) model.bytes.clear();
             // A pipe that is opened again goes on where it was; its reader took what came before.
-            if (model.open && !disk.positions) model.bytes.clear(), disk.bytes.clear();
+            if (model.open && !disk.positions) {
+                model.bytes.clear();
+                disk.bytes.clear();
+            }
         } else if (call < 245) {
             Require(file.close() == (!model.open || disk.close_error == 0));
             model.open = false;
@@ -255,20 +268,15 @@ void UseFilePackage(Input& in) {
     Disk disk = AnyDisk(in, gentle);
     const UsesDisk uses(disk);
     const char* const key = fuzz::kFileKeys[in.U8() % std::size(fuzz::kFileKeys)].key;
+    // Formats that never go back may go into a pipe.
+    const bool forward = std::strcmp(key, "ovx") == 0 || std::strcmp(key, "fmp4") == 0;
+    if (forward && in.U8() % 2 != 0) disk.positions = false;
     CFilePackage on_disk(key);
     CFilePackage in_memory(key);
     fuzz::File file;
-    const auto write = [&file](AttributeMap& place, IMuxoraData& data) {
-        if (place["offsettype"] == MX_SEEK_ABSOLUTE) {
-            file.Put(static_cast<uint64_t>(place["fileoffset"]), data.getBuffer(), data.getLen());
-        } else {
-            file.Append(data.getBuffer(), data.getLen());
-        }
-        return true;
-    };
     const auto open = [&] {
         const bool opened = on_disk.open(kPath);
-        Require(opened == in_memory.open(write));
+        Require(opened == in_memory.open(fuzz::WriteInto(file)));
         return opened;
     };
     if (!open()) return;
@@ -277,8 +285,7 @@ void UseFilePackage(Input& in) {
         if (call < 220) {
             const AttributeMap attributes = fuzz::Attributes(in);
             const fuzz::FrameBytes bytes(in);
-            // Some formats change the frame.
-            std::vector<uint8_t> copy(bytes.data, bytes.data + bytes.size + 1);
+            std::vector<uint8_t> copy = bytes.Copy();
             const bool took = on_disk.inputFrame(bytes.data, bytes.size, attributes);
             Require(took == in_memory.inputFrame(copy.data(), bytes.size, attributes));
         } else if (call < 240) {
@@ -295,6 +302,7 @@ void UseFilePackage(Input& in) {
             break;
         }
     }
+    // Also where the system's own close reports an error.
     Require(on_disk.close() && in_memory.close());
     if (file.overflown) return;
     Require(gentle && disk.opens ? disk.bytes == file.bytes : disk.bytes.size() <= file.bytes.size());
@@ -336,36 +344,36 @@ auto WithMemory(bool enough, Action action) {
 
 void UsePacket(Input& in) {
     CPacket packet;
-    std::vector<uint8_t> model;
-    size_t capacity = 0;
+    std::vector<uint8_t> model;  // all of its buffer
+    size_t size = 0;
     while (!in.Empty()) {
         const uint8_t call = in.U8();
-        const size_t size = in.U16();
+        const size_t wanted = in.U16();
         const bool no_memory = call % 8 == 0;
         if (call < 128) {
-            const bool fits = size <= capacity || !no_memory;
-            Require(WithMemory(!no_memory, [&] { return packet.resize(size); }) == fits);
+            const bool fits = wanted <= model.size() || !no_memory;
+            Require(WithMemory(!no_memory, [&] { return packet.resize(wanted); }) == fits);
             if (!fits) continue;
-            // What stood beyond the size comes to light again; what is made anew is zero there.
-            if (size > capacity) model.resize(size);
-            capacity = std::max(capacity, size);
-            if (model.size() < size)
-                model.insert(model.end(), packet.getBuffer() + model.size(), packet.getBuffer() + size);
-            model.resize(size);
+            if (wanted > model.size()) {
+                // Made anew: only what was good comes along.
+                model.resize(size);
+                model.resize(wanted);
+            }
+            size = wanted;
         } else if (call < 160) {
-            packet = WithMemory(!no_memory, [size] { return CPacket(size); });
+            packet = WithMemory(!no_memory, [wanted] { return CPacket(wanted); });
             Require(packet.valid() == !no_memory);
-            capacity = no_memory ? 0 : size;
-            model.clear();
+            model.assign(no_memory ? 0 : wanted, 0);
+            size = 0;
         } else if (call < 200) {
             CPacket other(std::move(packet));
             Require(!packet.valid() && packet.size() == 0 && packet.capacity() == 0);
             packet = std::move(other);
         } else if (!model.empty()) {
-            const size_t at = size % model.size();
+            const size_t at = wanted % model.size();
             model[at] = packet.getBuffer()[at] = call;
         }
-        Require(packet.size() == model.size() && packet.capacity() == capacity);
+        Require(packet.size() == size && packet.capacity() == model.size());
         Require(model.empty() || std::memcmp(packet.getBuffer(), model.data(), model.size()) == 0);
     }
 }

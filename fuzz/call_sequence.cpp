@@ -202,7 +202,7 @@ void TakeBackup(void* handle, uint32_t format, Pass& pass) {
     if (!HasOutgrownEsds(snapshot)) test::IsoFile(std::move(snapshot));
 }
 
-// What a caller gets wrong is refused.
+// What a caller gets wrong is refused; RTP's parameters are nothing to other formats, right or wrong.
 void CallWrongly(void* handle, uint32_t format) {
     Require(MX_CreateHeader(nullptr, nullptr) == MX_NULL_HANDLE && MX_DestroyHandle(nullptr) == MX_NULL_HANDLE);
     MXOutputBlock block{};

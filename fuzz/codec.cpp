@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -39,15 +40,16 @@ using namespace Orvane::Muxora;
 using fuzz::Input;
 using fuzz::Require;
 
-// All that is left of an input, in memory that ends `offset` bytes ahead of a fault.
+using Bytes = std::vector<uint8_t>;
+
+// All that is left of an input, in memory whose end, `offset` bytes behind it, AddressSanitizer watches.
 struct Rest {
-    explicit Rest(Input& in) : offset(in.U8() % 32), memory((bytes = in.Bytes(SIZE_MAX)).size(), offset) {
-        data = memory.Data();
+    explicit Rest(Input& in) : Rest(in.U8() % 32, in.Bytes(SIZE_MAX)) {}
+    Rest(size_t offset, const Bytes& bytes)
+        : memory(bytes.size(), offset), data(memory.Data()), length(static_cast<uint32_t>(bytes.size())) {
         if (!bytes.empty()) std::memcpy(data, bytes.data(), bytes.size());
-        length = static_cast<uint32_t>(bytes.size());
     }
-    std::vector<uint8_t> bytes;
-    size_t offset;
+
     fuzz::FrameMemory memory;
     uint8_t* data;
     uint32_t length;
@@ -69,11 +71,13 @@ void SearchStartCodes(Input& in) {
     const uint8_t* const first_long = Search(rest.data, end, kLong);
     Require(FindStartCode(rest.data, end) == first);
     Require(FindLongStartCode(rest.data, end) == first_long);
-    std::vector<uint8_t> copy(rest.length + 1);
-    Require(CopyToStartCode(copy.data(), rest.data, end) == first);
-    Require(std::memcmp(rest.data, copy.data(), static_cast<size_t>(first - rest.data)) == 0);
-    Require(CopyToLongStartCode(copy.data(), rest.data, end) == first_long);
-    Require(std::memcmp(rest.data, copy.data(), static_cast<size_t>(first_long - rest.data)) == 0);
+    const auto copies = [&](auto copy_to, const uint8_t* place) {
+        const auto out = std::make_unique<uint8_t[]>(rest.length);
+        Require(copy_to(out.get(), rest.data, end) == place);
+        Require(std::memcmp(rest.data, out.get(), static_cast<size_t>(place - rest.data)) == 0);
+    };
+    copies(CopyToStartCode, first);
+    copies(CopyToLongStartCode, first_long);
 
     StartCode expected;
     for (uint32_t at = from; !expected && at + 3 < rest.length; ++at) {
@@ -98,11 +102,26 @@ void RequireWhole(std::span<const uint8_t> frame) {
     }
 }
 
+// What a conversion should give where there is room for it all.
+Bytes LengthPrefixed(const uint8_t* data, uint32_t length) {
+    Bytes out;
+    for (StartCode code = NextStartCode(data, length, 0); code;) {
+        const StartCode next = NextStartCode(data, length, code.Payload());
+        const uint32_t end = next ? next.position : length;
+        uint8_t head[4];
+        PutBE32(head, end - code.Payload());
+        out.insert(out.end(), std::begin(head), std::end(head));
+        out.insert(out.end(), data + code.Payload(), data + end);
+        code = next;
+    }
+    return out;
+}
+
 void Convert(Input& in) {
     const uint32_t capacity = in.Number();
     const bool null_out = in.U8() == 255;
     const Rest rest(in);
-    std::vector<uint8_t> area(std::min<uint32_t>(capacity, 1u << 16));
+    Bytes area(std::min<uint32_t>(capacity, 1u << 16));
     uint8_t* const out = null_out || area.empty() ? nullptr : area.data();
     const auto room = static_cast<uint32_t>(area.size());
     for (const auto convert : {&CAvcConvert::ConvertToLengthPrefixed, &HevcConvertToLengthPrefixed}) {
@@ -113,12 +132,18 @@ void Convert(Input& in) {
         }
         Require(out != nullptr && written <= room);
         RequireWhole({out, written});
+        const Bytes all = LengthPrefixed(rest.data, rest.length);
+        if (all.size() > room) continue;
+        Require(written == all.size() && (written == 0 || std::memcmp(out, all.data(), written) == 0));
     }
     for (const auto copy :
          {&CAvcConvert::GetSps, &CAvcConvert::GetPps, &HevcGetVps, &HevcGetSps, &HevcGetPps, &HevcGetPrefixSei}) {
         const int32_t length = copy(rest.data, rest.length, out, room);
         Require(length <= static_cast<int32_t>(room) && length >= -1);
         Require(length <= 0 || out != nullptr);
+        // What it found stands in the input, but for two bytes of length that H.265's put in front.
+        if (length > 2)
+            Require(std::search(rest.data, rest.data + rest.length, out + 2, out + length) != rest.data + rest.length);
         Require(copy(rest.data, rest.length, nullptr, 0) == -1 && copy(nullptr, 0, area.data(), 1) <= 0);
     }
     const Mpeg4Config config = FindMpeg4Config(rest.data, rest.length);
@@ -161,7 +186,7 @@ class Bits {
 };
 
 void ReadBits(Input& in) {
-    const std::vector<uint8_t> calls = in.Bytes(in.U8());
+    const Bytes calls = in.Bytes(in.U8());
     const uint32_t value = in.U32();
     for (uint32_t first = 0; first < 34; first += 3) {
         const uint32_t last = value % 40;
@@ -222,7 +247,8 @@ void WriteNumbers(Input& in) {
             Require(code[0] >> (8 - length) == 1);
             for (uint32_t i = 1; i < length; ++i)
                 read = read << 8 | code[i];
-            Require(read == value);
+            // All ones would say "unknown".
+            Require(read == value && read != (uint64_t{1} << 7 * length) - 1);
         }
         uint8_t area[4];
         const auto small = static_cast<uint32_t>(value) & 0x0FFFFFFF;
@@ -240,16 +266,16 @@ void WriteNumbers(Input& in) {
 // Fields one behind the other in an area of any size; one that does not fit is left out.
 void WriteFields(Input& in) {
     const uint32_t capacity = in.U8();
-    std::vector<uint8_t> area(capacity + 1, 0xC3);
+    Bytes area(capacity + 1, 0xC3);
     ByteCursor out(in.U8() == 255 ? nullptr : area.data(), capacity);
     const uint32_t room = out.Data() != nullptr ? capacity : 0;
-    std::vector<uint8_t> model;
+    Bytes model;
     bool ok = true;
     while (!in.Empty()) {
         const uint64_t value = WideNumber(in);
         const uint8_t what = in.U8() % 10;
         constexpr uint32_t kWidths[] = {1, 2, 3, 4, 8, 2, 4, 8, 16, 5};
-        std::vector<uint8_t> field(kWidths[what]);
+        Bytes field(kWidths[what]);
         for (size_t i = 0; i < field.size(); ++i) {
             const size_t place = what < 5 ? field.size() - 1 - i : i;
             field[i] = what == 9 ? 7 : static_cast<uint8_t>(what == 8 ? i : value >> (8 * place));
@@ -315,7 +341,7 @@ void Encrypt(Input& in) {
     while (!in.Empty()) {
         const uint8_t call = in.U8();
         if (call < 100) {
-            const std::vector<uint8_t> key = in.Bytes(call < 50 ? size_t{16} + call % 3 * 8 : in.U8());
+            const Bytes key = in.Bytes(call < 50 ? size_t{16} + call % 3 * 8 : in.U8());
             const bool usable = key.size() == 16 || key.size() == 24 || key.size() == 32;
             const bool no_key = key.empty() || key.size() >= 64 || (key.size() % 2 != 0 && key.size() != 1);
             Require(cipher.setKey(key.data(), static_cast<uint32_t>(key.size())) == usable);
@@ -326,10 +352,10 @@ void Encrypt(Input& in) {
             continue;
         }
         fuzz::UseKernels(call % 4);
-        const std::vector<uint8_t> text = in.Bytes(in.U8());
+        const Bytes text = in.Bytes(in.U8());
         const auto length = static_cast<uint32_t>(text.size());
         const uint32_t whole = length / 16 * 16;
-        std::vector<uint8_t> secret(text.size() + 1);
+        Bytes secret(text.size() + 1);
         uint32_t capacity = call == 255 ? in.U8() : length;
         const bool fits = capacity >= whole;
         const bool done = cipher.encrypt(text.data(), length, secret.data(), &capacity);
@@ -337,9 +363,12 @@ void Encrypt(Input& in) {
         Require(!cipher.encrypt(text.data(), length, secret.data(), nullptr));
         Require(!cipher.decrypt(text.data(), length, nullptr, &capacity));
         if (!done) continue;
-        // One kernel takes back what another one did.
-        Require(capacity == whole);
+        // Another kernel does the same, and takes it back.
+        Require(capacity == whole && !std::equal(text.begin(), text.begin() + whole, secret.begin()));
         fuzz::UseKernels((call + 1) % 4);
+        Bytes other(text.size());
+        Require(cipher.encrypt(text.data(), length, other.data(), &capacity) && capacity == whole);
+        Require(std::equal(other.begin(), other.begin() + whole, secret.begin()));
         Require(cipher.decrypt(secret.data(), length, secret.data(), &capacity) && capacity == whole);
         Require(std::equal(text.begin(), text.begin() + whole, secret.begin()));
         capacity = whole - 1;
@@ -384,8 +413,6 @@ void MeasureSound(Input& in) {
     Require(GetAudioFrameDuration(frame) >= 0);
 }
 
-using Bytes = std::vector<uint8_t>;
-
 template <typename Write>
 Bytes Written(uint32_t size, Write write) {
     Bytes out(size + 16);
@@ -397,7 +424,7 @@ Bytes Written(uint32_t size, Write write) {
 }
 
 // All that a decoder is told.
-Bytes Told(const CParameterSets& sets) {
+Bytes DecoderConfiguration(const CParameterSets& sets) {
     Bytes all = Written(sets.UnitsSize(), [&](ByteCursor& out) { sets.WriteAnnexB(out); });
     const Bytes prefixed = Written(sets.UnitsSize(), [&](ByteCursor& out) { sets.WriteLengthPrefixed(out); });
     RequireWhole(prefixed);
@@ -415,7 +442,7 @@ void GatherParameterSets(Input& in) {
     while (!in.Empty()) {
         const uint8_t call = in.U8();
         Bytes frame = in.Bytes(call < 240 ? size_t{call} : in.U16());
-        const Bytes before = Told(sets);
+        const Bytes before = DecoderConfiguration(sets);
         FrameNals found;
         if (how % 4 < 2) {
             found = sets.ScanAnnexB(frame);
@@ -429,11 +456,11 @@ void GatherParameterSets(Input& in) {
             found = sets.ScanLengthPrefixed(frame);
         }
         Require(found.rest <= frame.size());
-        const Bytes after = Told(sets);
+        const Bytes after = DecoderConfiguration(sets);
         if (!found.changed) Require(after == before);
         if (call % 8 == 0) {
             sets.Undo();
-            Require(Told(sets) == before);
+            Require(DecoderConfiguration(sets) == before);
         }
         sets.Details();
     }
@@ -457,9 +484,9 @@ void ReadParameterSets(Input& in) {
     }
 }
 
-constexpr void (*kUses[])(Input& in) = {SearchStartCodes, Convert, ReadBits,     WriteNumbers,
-                                        WriteFields,      Encrypt, MeasureSound, GatherParameterSets,
-                                        ReadParameterSets};
+constexpr void (*kCases[])(Input& in) = {SearchStartCodes, Convert, ReadBits,     WriteNumbers,
+                                         WriteFields,      Encrypt, MeasureSound, GatherParameterSets,
+                                         ReadParameterSets};
 
 }  // namespace
 
@@ -467,6 +494,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
     fuzz::UseKernels(data[1] % 4);
     Input in(data + 2, size - 2);
-    kUses[data[0] % std::size(kUses)](in);
+    kCases[data[0] % std::size(kCases)](in);
     return 0;
 }

@@ -55,8 +55,7 @@ class CSide {
     CSide& operator=(const CSide&) = delete;
 
     bool Give(const AttributeMap& attributes, const FrameBytes& bytes) {
-        // Some formats change the frame.
-        std::vector<uint8_t> copy(bytes.data, bytes.data + bytes.size + 1);
+        std::vector<uint8_t> copy = bytes.Copy();
         MXFrameInfo frame{};
         converter_.Fill(attributes, frame);
         frame.size = sizeof frame;
@@ -114,14 +113,7 @@ void CompareFiles(const Key& key, Input& in) {
     CSide other(key.format);
     fuzz::File file;
     CFilePackage component(key.key);
-    Require(component.open([&](AttributeMap& place, IMuxoraData& data) {
-        if (place["offsettype"] == MX_SEEK_ABSOLUTE) {
-            file.Put(static_cast<uint64_t>(place["fileoffset"]), data.getBuffer(), data.getLen());
-        } else {
-            file.Append(data.getBuffer(), data.getLen());
-        }
-        return true;
-    }));
+    Require(component.open(fuzz::WriteInto(file)));
     while (!in.Empty()) {
         const AttributeMap attributes = Attributes(in);
         FrameBytes bytes(in);

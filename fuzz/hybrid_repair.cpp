@@ -1,6 +1,6 @@
 // A hybrid MP4 of any bytes: MX_RepairHybrid completes it or leaves it as it was, reads nothing outside the file,
 // writes no gap, and finds nothing more to do in what it completed. Then again with a file that fails, which is told;
-// where memory runs out; and in records that are too short.
+// and leaves a file that can be completed; where memory runs out; and with wrong records.
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
@@ -48,37 +48,40 @@ uint32_t Cut(void* user, uint64_t length) {
     return 0;
 }
 
-MXHybridRepair Repair(File& file, uint32_t* code = nullptr) {
+MXHybridRepair Repair(File& file, uint32_t good_calls = UINT32_MAX - 1) {
+    g_calls_left = good_calls + 1;
     const MXHybridFile access{sizeof(MXHybridFile), 0, &file, file.size(), Read, Write, Cut};
     MXHybridRepair repair{};
     repair.size = sizeof repair;
     const uint32_t result = MX_RepairHybrid(&access, &repair);
     const bool done = repair.state == MX_HYBRID_REPAIRED || repair.state == MX_HYBRID_OTHER;
-    if (done != (result == MX_OK)) std::abort();
-    if (code != nullptr) *code = result;
+    const bool met = g_calls_left == 0;
+    if (done != (result == MX_OK) || met != (repair.state == MX_HYBRID_FAILED)) std::abort();
     return repair;
 }
 
-// The call behind so many good ones fails, and all that follow.
-void RepairWithFaults(File file, uint32_t good_calls) {
-    g_calls_left = good_calls + 1;
-    const MXHybridRepair repair = Repair(file);
-    const bool met = g_calls_left == 0;
-    g_calls_left = UINT32_MAX;
-    if (met != (repair.state == MX_HYBRID_FAILED)) std::abort();
+// Whatever was interrupted, the next try comes to the same file.
+void RequireRepairs(File file, const File& repaired) {
+    Repair(file);
+    if (file != repaired) std::abort();
 }
 
-void RepairWithoutMemory(File file, uint32_t good_allocations) {
-    uint32_t code = MX_OK;
-    const MXHybridFile access{sizeof(MXHybridFile), 0, &file, file.size(), Read, Write, Cut};
-    MXHybridRepair repair{};
-    repair.size = sizeof repair;
+// The call behind so many good ones fails, and all that follow.
+void RepairWithFaults(File file, uint32_t good_calls, const File& repaired) {
+    Repair(file, good_calls);
+    RequireRepairs(file, repaired);
+}
+
+// `Write` may fail to grow the file, too: then it throws, as a caller's might.
+void RepairWithoutMemory(File file, uint32_t good_allocations, const File& repaired) {
     {
-        // Writing the file here may allocate as well; that is the caller's function throwing.
         const test::FailingAllocations failing(good_allocations, UINT64_MAX);
-        code = MX_RepairHybrid(&access, &repair);
+        const MXHybridFile access{sizeof(MXHybridFile), 0, &file, file.size(), Read, Write, Cut};
+        MXHybridRepair repair{};
+        repair.size = sizeof repair;
+        MX_RepairHybrid(&access, &repair);
     }
-    if (code == MX_OK && repair.state != MX_HYBRID_REPAIRED && repair.state != MX_HYBRID_OTHER) std::abort();
+    RequireRepairs(file, repaired);
 }
 
 void RepairWithWrongRecords() {
@@ -115,10 +118,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const File before(data, data + size);
     File file = before;
     const MXHybridRepair repair = Repair(file);
-    if (repair.state == MX_HYBRID_FAILED) std::abort();
     const uint8_t last = data[size - 1];
-    if (last < 128) RepairWithFaults(before, last % 32);
-    if (last >= 240) RepairWithoutMemory(before, last % 8);
+    if (last < 128) RepairWithFaults(before, last % 32, file);
+    if (last >= 240) RepairWithoutMemory(before, last % 8, file);
     if (repair.state != MX_HYBRID_REPAIRED) {
         if (file != before) std::abort();
         return 0;

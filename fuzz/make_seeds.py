@@ -158,11 +158,11 @@ def with_attributes(video, audio):
     time = 0
     for pictures in zip(encode(video), encode(audio)):
         for data, kind, codec in ((pictures[0], 0, numbers[video]), (pictures[1], 2, numbers[audio])):
-            attributes = bytes([0, kind, 0, codec, 130, time % 256, 4, 4])
+            attributes = bytes([0, kind, 0, codec, 130]) + (1024 + time).to_bytes(2, "little") + bytes([4])
             for name, value in ((16, 10), (18, None), (2, 1), (1, 16)):
                 attributes += bytes([name, 0]) + (bytes([150, 0x40, 0x1F]) if value is None else bytes([value]))
-            time += 40
             yield attributes + min(len(data), 2999).to_bytes(2, "little") + data[:2999]
+        time += 40
 
 
 def component(mode, key, video, audio):
@@ -175,7 +175,8 @@ def on_disk(key, answers, video, audio):
     """What basalt.cpp reads of a file component: how the disk answers, then frames, and a snapshot."""
     gentle = all(answer < 3 for answer in answers)
     calls = b"".join(bytes([10]) + each for each in with_attributes(video, audio))
-    return bytes([5, 0 if gentle else 1, 0, len(answers), *answers, key]) + calls + bytes([230])
+    pipe = bytes([1] * (key in (7, 13)))
+    return bytes([5, 0 if gentle else 1, 0, len(answers), *answers, key]) + pipe + calls + bytes([230])
 
 
 def codec_seeds():
@@ -195,7 +196,7 @@ def codec_seeds():
     for how, name in ((0, "h264"), (1, "hevc"), (2, "h264"), (3, "hevc")):
         frame = encode(name)[0]
         parts = [frame[:700]] if how < 2 else [unit for unit in frame.replace(b"\0\0\0\1", b"\0\0\1").split(b"\0\0\1")[1:4]]
-        calls = b"".join(bytes([241 + i % 2]) + len(part[:900]).to_bytes(2, "little") + part[:900] for i, part in enumerate(parts * 2))
+        calls = b"".join(bytes([240 + i % 3]) + len(part[:900]).to_bytes(2, "little") + part[:900] for i, part in enumerate(parts * 2))
         yield f"sets_{name}_{how}", bytes([7, 0, how]) + calls
         yield f"sps_{name}_{how}", bytes([8, 0, 0]) + next(
             unit for unit in frame.split(b"\0\0\1") if unit and (unit[0] & 31 == 7 if name == "h264" else unit[0] >> 1 == 33))
@@ -267,7 +268,7 @@ def main():
                 if mode in (0, 2) or key in (0, 5):
                     write("components", f"mode{mode}_key{key}", component(mode, key, "h264", "aac"))
     if not wanted or "basalt" in wanted:
-        for key, answers in ((0, [1, 2, 2, 0, 1]), (7, []), (5, [0, 3, 4, 5]), (12, [0, 0, 0, 6])):
+        for key, answers in ((0, [1, 2, 2, 0, 1]), (7, [2, 1, 0, 1]), (5, [0, 3, 4, 5]), (12, [0, 0, 0, 6])):
             write("basalt", f"key{key}", on_disk(key, answers, "h264", "aac"))
         write("basalt", "lfs_file", bytes([2, 0, 4, 1, 2, 4, 5, 200, 0, 5, 5]) + b"words" + bytes([130, 140, 1, 10, 4]) + b"more")
         write("basalt", "registry", bytes([0, 1, 0, 2, 1, 1, 2, 129, 0, 130, 1]))

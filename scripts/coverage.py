@@ -119,8 +119,7 @@ def main():
         reached = print_row(folder, own, taken, f"at least {floor:.1f} %")
         failed = failed or reached < floor
         if options.missing:
-            for branch in sorted(branch for branch in own if taken[branch] == 0):
-                print(f"{branch.line:5}:", *name(branch), sep="\t")
+            print_missing(own, taken)
     print(f"{len(left_out)} branches are left out with a reason ({LEFT_OUT.name})")
     return failed
 
@@ -129,6 +128,11 @@ def print_row(folder, branches, taken, remark=""):
     reached, total, percent = share(branches, taken)
     print(f"{folder:<22}{reached:>8}{total:>8}{percent:>7.2f} %  {remark}")
     return percent
+
+
+def print_missing(branches, taken):
+    for branch in sorted(branch for branch in branches if taken[branch] == 0):
+        print(f"{branch.line:5}:", *name(branch), sep="\t")
 
 
 if __name__ == "__main__":

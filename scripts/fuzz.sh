@@ -44,7 +44,11 @@ run() {
         END { printf "%-20s %9d runs  %6d a second  %6d edges  no finding\n", name, runs, runs / seconds, edges }' "$work/log"
     if [ -n "$KEEP" ]; then
         mkdir "$work/small"
-        "$target" -merge=1 -max_len=16384 -artifact_prefix="fuzz-findings/$name-" "$work/small" "${folders[@]}" >/dev/null 2>&1
+        if ! "$target" -merge=1 -max_len=16384 -artifact_prefix="fuzz-findings/$name-" "$work/small" "${folders[@]}" \
+            >/dev/null 2>&1; then
+            echo "$name: FAILED in the merge; the input is in fuzz-findings/" >&2
+            return 1
+        fi
         mkdir -p "$KEEP"
         rm -rf "${KEEP:?}/$name"
         mv "$work/small" "$KEEP/$name"

@@ -12,7 +12,7 @@ import pathlib
 import subprocess
 import tempfile
 
-from coverage import ROOT, count, merge, name, read_left_out, share
+from coverage import ROOT, count, merge, name, print_missing, read_left_out, share
 
 # Where a target's own code is, beside what all share.
 OWN = {"ovx": "ovx", "iso": "iso", "avi": "containers/avi", "asf": "containers/asf", "flv": "containers/flv",
@@ -59,9 +59,8 @@ def main():
             print(f"{target:16}{row(taken, left_out, OWN[target])}{row(taken, left_out, '')}", flush=True)
         taken = count(merge(every, every), [build / "bin" / f"fuzz_{target}" for target in targets])
         print(f"{'all together':16}{'':24}{row(taken, left_out, '')}")
-    for branch in sorted(taken) if options.missing else []:
-        if branch.file.startswith("src/") and taken[branch] == 0 and name(branch) not in left_out:
-            print(f"{branch.file}:{branch.line}\t{branch.text}\t{branch.condition}\t{branch.outcome}")
+    if options.missing:
+        print_missing([branch for branch in taken if branch.file.startswith("src/") and name(branch) not in left_out], taken)
 
 
 if __name__ == "__main__":

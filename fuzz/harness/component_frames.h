@@ -4,9 +4,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include "Muxora.h"
 #include "MuxoraExt.h"
+#include "harness/file.h"
 #include "harness/frame_memory.h"
 #include "harness/input.h"
 
@@ -33,11 +35,26 @@ class FrameBytes {
   public:
     explicit FrameBytes(Input& in);
 
+    // With the byte behind them, for who is given the frame a second time: some formats change it.
+    std::vector<uint8_t> Copy() const { return {data, data + size + 1}; }
+
     uint8_t* data;
     unsigned size;
 
   private:
     std::optional<FrameMemory> memory_;
 };
+
+// What a file component writes, put together in `file`, which outlives the function.
+inline Orvane::Muxora::IFilePackage::WriteFunction WriteInto(File& file) {
+    return [&file](Orvane::Muxora::AttributeMap& place, Orvane::Muxora::IMuxoraData& data) {
+        if (place["offsettype"] == MX_SEEK_ABSOLUTE) {
+            file.Put(static_cast<uint64_t>(place["fileoffset"]), data.getBuffer(), data.getLen());
+        } else {
+            file.Append(data.getBuffer(), data.getLen());
+        }
+        return true;
+    };
+}
 
 }  // namespace fuzz

@@ -23,10 +23,14 @@ class LargeBlocks {
         }
         return nullptr;
     }
-    // For std::free: false where the block is not kept.
+    // In the place of std::free; false: the caller frees it.
     static bool Keep(void* block) noexcept {
         const std::size_t size = block == nullptr ? 0 : malloc_usable_size(block);
         if (size < kLarge) return false;
+        // One that is freed twice, which AddressSanitizer does not get to see here.
+        for (const Kept& kept : kept_) {
+            if (kept.block == block) std::abort();
+        }
         for (Kept& kept : kept_) {
             if (kept.block != nullptr) continue;
             kept = {block, size};

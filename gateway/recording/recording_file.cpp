@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -17,10 +16,10 @@ namespace {
 
 constexpr uint32_t kFragmentMs = 2000;
 
-// A stream that has run for longer than any clock keeps its times.
-constexpr int64_t kLatestStart = int64_t{1} << 30;
+// Seconds. What begins further away keeps its times: the format itself brings them near 0.
+constexpr int64_t kFarthestStart = int64_t{1} << 30;
 
-// Where the difference has no number, the time as it is: the format repairs it.
+// Where the difference overflows, the time as it is: the format repairs it.
 int64_t Since(int64_t start, int64_t time) {
     int64_t since = 0;
     return __builtin_sub_overflow(time, start, &since) ? time : since;
@@ -30,8 +29,8 @@ int64_t Since(int64_t start, int64_t time) {
 
 RecordingFile::RecordingFile(std::string path, const MXHeaderInfo& header, const Frame& first)
     : path_(std::move(path)),
-      start_seconds_(first.pts / first.time_scale),
-      start_ticks_(first.pts % first.time_scale),
+      start_seconds_(first.dts / first.time_scale),
+      start_ticks_(first.dts % first.time_scale),
       start_scale_(first.time_scale) {
     MXCreateParam param{};
     param.user = this;
@@ -68,9 +67,9 @@ void RecordingFile::CheckTrouble() const {
     if (trouble_ != 0) throw std::runtime_error(path_ + ": " + std::strerror(trouble_));
 }
 
-// Where the file begins, on another scale: to the nearest tick, the same for all of a stream.
+// Where the file begins, on another scale: to the nearest tick.
 int64_t RecordingFile::Start(uint32_t time_scale) const {
-    if (std::abs(start_seconds_) > kLatestStart) return 0;
+    if (start_seconds_ > kFarthestStart || start_seconds_ < -kFarthestStart) return 0;
     const double rest = static_cast<double>(start_ticks_) * time_scale / start_scale_;
     return start_seconds_ * time_scale + std::llround(rest);
 }

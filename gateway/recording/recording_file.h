@@ -12,7 +12,7 @@ namespace Orvane::Muxora::Gateway {
 
 class RecordingFile {
   public:
-    // Makes the file, whose time 0 is the presentation of `first`; throws std::runtime_error. There must be none of
+    // Makes the file, whose time 0 is the decoding of `first`; throws std::runtime_error. There must be none of
     // that name.
     RecordingFile(std::string path, const MXHeaderInfo& header, const Frame& first);
     // Ends the file, if that was not done.
@@ -34,7 +34,7 @@ class RecordingFile {
     int64_t Start(uint32_t time_scale) const;
 
     std::string path_;
-    // The presentation of the first frame: seconds, and what is left in ticks of the scale.
+    // The decoding time of the first frame: seconds, and what is left in ticks of the scale.
     int64_t start_seconds_;
     int64_t start_ticks_;
     uint32_t start_scale_;

@@ -74,8 +74,8 @@ class FeedClientTest : public ::testing::Test {
         workers_.Stop();
     }
 
-    // The client's end of a connection that is being fed. `near` becomes another descriptor of the gateway's end, which
-    // from here on is the worker's.
+    // The client's end of a connection that is being fed. `near` becomes another descriptor of the gateway's end, for
+    // the caller to close: the first one is the worker's by then.
     tcp::socket Connect(bool web_socket, int receive_buffer = 16384, int send_buffer = 16384, int* near = nullptr) {
         tcp::socket client(own_);
         client.open(tcp::v4());
