@@ -23,10 +23,12 @@ demo: ## Pack a clip into every format, read each back, print the table
 	@cmake --build --preset demo
 	@scripts/demo.py build/demo/bin build/demo/files
 
-serve-demo: setup build/release/build.ninja ## A live gateway with a clip that counts, flashes and beeps: all addresses printed (Ctrl-C ends it)
-	@cmake --build --preset release --target muxora_serve
+serve-demo: ## A live gateway with a clip that counts, flashes and beeps: all addresses printed (Ctrl-C ends it)
+	@scripts/setup.sh serve
+	@mkdir -p build && cmake --preset serve >build/serve-configure.log 2>&1 || { cat build/serve-configure.log; exit 1; }
+	@cmake --build --preset serve
 	@test -s build/serve-clip.mp4 || scripts/serve_clip.py build/serve-clip.mp4
-	@build/release/bin/muxora-serve demo=build/serve-clip.mp4
+	@build/serve/bin/muxora-serve demo=build/serve-clip.mp4
 
 page-test: build ## The gateway's page watched in Chromium for a minute; the screenshot stays in build/page
 	@MUXORA_SERVE=build/release/bin/muxora-serve PAGE_SECONDS=60 PAGE_STRICT=1 PAGE_ARTEFACTS=build/page python3 -B tests/gateway/page_test.py

@@ -3,6 +3,7 @@
 #
 #   scripts/setup.sh         to build, test and measure
 #   scripts/setup.sh demo    to build the tool and run the demo: far less
+#   scripts/setup.sh serve   beside that, what the live gateway and its page want
 #   scripts/setup.sh platforms    beside all else, the compilers and emulators of other platforms
 #   scripts/setup.sh root    beside all else, what makes a bare Debian root to test in
 set -eu
@@ -13,12 +14,15 @@ purpose=${1:-all}
 packages=(g++ cmake ninja-build make git pkg-config python3
     libcli11-dev nlohmann-json3-dev libboost1.81-dev libjpeg62-turbo-dev libssl-dev zlib1g-dev libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
     ffmpeg mediainfo mkvtoolnix imagemagick fontconfig fonts-dejavu-core)
+case "$purpose" in demo | serve) small=1 ;; *) small= ;; esac
+# The gateway.
+[ "$purpose" = demo ] || packages+=(libspdlog-dev prometheus-cpp-dev libnats-dev)
 # The tests, their other players, and the checks.
-[ "$purpose" = demo ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind
+[ -n "$small" ] || packages+=(libgtest-dev libgmock-dev libbenchmark-dev ccache valgrind
     clang clang-format clang-tidy libclang-rt-14-dev llvm-14 mold binutils
     flvmeta tshark chromium parallel
     doxygen abigail-tools dpkg-dev fish zsh bc
-    libspdlog-dev prometheus-cpp-dev libnats-dev nats-server
+    nats-server
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-bad gstreamer1.0-libav)
 
 # Other platforms, built here and run in emulators.
@@ -58,5 +62,5 @@ node_modules() {
     (cd "$2" && npm ci --loglevel=error --no-audit --no-fund >/dev/null)
     cp "$1/package-lock.json" "$2/node_modules/.installed-lock"
 }
-node_modules tests/players/browser build/browser
+[ -n "$small" ] || node_modules tests/players/browser build/browser
 node_modules gateway/share build/gateway-page
