@@ -35,7 +35,8 @@ int ReadOptions(int argc, char** argv, Options& options) {
     app.add_option("--address", options.http.address, "Address to listen on (127.0.0.1)");
     app.add_option("--port", options.http.port, "Port of HTTP and WebSocket (8080; 0: any)");
     app.add_option("--rtsp-port", options.rtsp.port, "Port of RTSP (8554; 0: any)");
-    app.add_flag_callback("--no-rtsp", [&options] { options.rtsp.on = false; }, "No RTSP");
+    app.add_flag_callback(
+        "--no-rtsp", [&options] { options.rtsp.on = false; }, "No RTSP");
     app.add_flag(
         "--plain-rtsp", options.plain_rtsp,
         "RTSP, which is never encrypted, also where --cert and a token are given and --address is no loopback");
