@@ -152,7 +152,7 @@ void Recorder::Begin(const Frame& frame) {
 
 void Recorder::Finish() {
     if (file_ == nullptr) return;
-    const std::unique_ptr<RecordingFile> file = std::move(file_);
+    const std::unique_ptr<RecordingFile> file = std::exchange(file_, nullptr);
     try {
         file->Finish();
     } catch (const std::exception& error) {
