@@ -38,7 +38,7 @@ Segments::Track::Track(const SegmentSettings& settings, uint32_t tracks, bool pa
 std::shared_ptr<Segments> Segments::Make(const StreamPtr& stream, const SegmentSettings& settings) {
     const Packager probe(CmafSettings(MX_TRACKS_VIDEO), [](const BlockPtr&) {});
     if (!probe.Good()) return nullptr;
-    const std::shared_ptr<Segments> made(new Segments(stream, settings));
+    std::shared_ptr<Segments> made(new Segments(stream, settings));
     boost::asio::post(stream->Home().Context(), [made] { made->stream_->Attach(made); });
     return made;
 }

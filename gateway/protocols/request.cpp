@@ -138,7 +138,7 @@ std::string PrintHead(const Reply& reply, std::optional<size_t> length, bool chu
     head += keep_alive ? "Connection: keep-alive\r\n" : "Connection: close\r\n";
     head += "X-Content-Type-Options: nosniff\r\n";
     for (const auto& [name, value] : reply.headers)
-        head += name + ": " + value + "\r\n";
+        head.append(name).append(": ").append(value).append("\r\n");
     return head + "\r\n";
 }
 

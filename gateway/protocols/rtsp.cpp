@@ -230,7 +230,7 @@ std::string PrintRtspReply(unsigned status, const std::string& sequence, const R
     if (!sequence.empty()) text += "CSeq: " + sequence + "\r\n";
     text += "Server: muxora\r\n";
     for (const auto& [name, value] : fields)
-        text += name + ": " + value + "\r\n";
+        text.append(name).append(": ").append(value).append("\r\n");
     if (!body.empty()) text += "Content-Length: " + std::to_string(body.size()) + "\r\n";
     return text + "\r\n" + body;
 }

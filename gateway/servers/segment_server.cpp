@@ -292,8 +292,8 @@ void SegmentServer::Answer(const StreamPtr& stream, const std::string& file, con
     const SegmentsPtr segments = Find(*stream);
     if (segments == nullptr) return respond(Reply::Text(501, "This build does not make segments.\n"));
     boost::asio::post(stream->Home().Context(),
-                      [segments, settings = settings_, file, request, answer = std::move(respond)]() mutable {
-                          AnswerHere(segments, settings, file, request, std::move(answer));
+                      [segments, settings = settings_, file, request, answer = std::move(respond)] {
+                          AnswerHere(segments, settings, file, request, answer);
                       });
 }
 
