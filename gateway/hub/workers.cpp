@@ -76,7 +76,6 @@ void Workers::Stop() {
     }
     // The second time, what handlers lean on may be gone.
     if (!ran) return;
-    // A handler that is left over would hold timers of workers that are destroyed before its own.
     for (const auto& worker : workers_)
         worker->CloseAll();
     constexpr int kRounds = 1000;
@@ -88,6 +87,10 @@ void Workers::Stop() {
             if (worker->context_.poll() != 0) any = true;
         }
     }
+    // A handler that still waits, as that of a WebSocket whose client does not answer the end, may hold timers of
+    // another worker, which is destroyed before its own.
+    for (const auto& worker : workers_)
+        worker->context_.DropHandlers();
 }
 
 }  // namespace Orvane::Muxora::Gateway

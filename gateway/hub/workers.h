@@ -34,6 +34,13 @@ class Guarded {
 };
 
 class Worker {
+  private:
+    struct WorkerContext : boost::asio::io_context {
+        WorkerContext() : io_context(1) {}
+        // Destroys the handlers that wait, and leaves the context standing for what outlives them.
+        void DropHandlers() { shutdown(); }
+    };
+
   public:
     explicit Worker(size_t index);
     Worker(const Worker&) = delete;
@@ -55,7 +62,7 @@ class Worker {
     void CloseAll();
 
     size_t index_;
-    boost::asio::io_context context_{1};
+    WorkerContext context_;
     boost::asio::executor_work_guard<boost::asio::io_context::executor_type> work_;
     boost::asio::steady_timer sweep_;
     std::list<Guarded*> watched_;
