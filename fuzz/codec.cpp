@@ -265,6 +265,11 @@ void WriteNumbers(Input& in) {
 
 // Fields one behind the other in an area of any size; one that does not fit is left out.
 void WriteFields(Input& in) {
+    constexpr uint8_t* kNowhere = nullptr;
+    constexpr uint8_t kGuid[16] = {};
+    Require(PutU8(kNowhere, 1) + PutBE16(kNowhere, 1) + PutBE24(kNowhere, 1) + PutBE32(kNowhere, 1) == 0);
+    Require(PutBE64(kNowhere, 1) + PutLE16(kNowhere, 1) + PutLE32(kNowhere, 1) + PutLE64(kNowhere, 1) == 0);
+    Require(PutGuid(kNowhere, kGuid) == 0);
     const uint32_t capacity = in.U8();
     Bytes area(capacity + 1, 0xC3);
     ByteCursor out(in.U8() == 255 ? nullptr : area.data(), capacity);
@@ -280,50 +285,38 @@ void WriteFields(Input& in) {
             const size_t place = what < 5 ? field.size() - 1 - i : i;
             field[i] = what == 9 ? 7 : static_cast<uint8_t>(what == 8 ? i : value >> (8 * place));
         }
-        uint8_t* const nowhere = nullptr;
-        uint32_t written = 0;
         switch (what) {
             case 0:
                 out.U8(static_cast<uint8_t>(value));
-                written = PutU8(nowhere, 1);
                 break;
             case 1:
                 out.BE16(static_cast<uint16_t>(value));
-                written = PutBE16(nowhere, 1);
                 break;
             case 2:
                 out.BE24(static_cast<uint32_t>(value));
-                written = PutBE24(nowhere, 1);
                 break;
             case 3:
                 out.BE32(static_cast<uint32_t>(value));
-                written = PutBE32(nowhere, 1);
                 break;
             case 4:
                 out.BE64(value);
-                written = PutBE64(nowhere, 1);
                 break;
             case 5:
                 out.LE16(static_cast<uint16_t>(value));
-                written = PutLE16(nowhere, 1);
                 break;
             case 6:
                 out.LE32(static_cast<uint32_t>(value));
-                written = PutLE32(nowhere, 1);
                 break;
             case 7:
                 out.LE64(value);
-                written = PutLE64(nowhere, 1);
                 break;
             case 8:
                 out.Guid(field.data());
-                written = PutGuid(nowhere, field.data());
                 break;
             default:
                 out.Fill(7, 5);
                 break;
         }
-        Require(written == 0);
         if (field.size() <= room - model.size()) {
             model.insert(model.end(), field.begin(), field.end());
         } else {
