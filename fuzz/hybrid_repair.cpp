@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "MuxoraExt.h"
+#include "core/clock.h"
 #include "support/allocation_counter.h"
 
 namespace {
@@ -115,6 +116,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         RepairWithWrongRecords();
         return 0;
     }
+    // The index that is written holds the time of day.
+    const Orvane::Muxora::ScopedClock clock(1700000000);
     const File before(data, data + size);
     File file = before;
     const MXHybridRepair repair = Repair(file);
