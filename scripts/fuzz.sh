@@ -36,6 +36,7 @@ run() {
             -print_final_stats=1 >/dev/null 2>>"$work/log"; then
             tail -n 60 "$work/log"
             echo "$name: FAILED; the input is in fuzz-findings/" >&2
+            for input in fuzz-findings/"$name"-*; do echo "$input, gzip and base64: $(gzip -9c "$input" | base64 -w0)"; done >&2
             return 1
         fi
     done
