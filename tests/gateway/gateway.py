@@ -6,6 +6,7 @@ import os
 import re
 import signal
 import socket
+import ssl
 import subprocess
 import sys
 import tempfile
@@ -37,6 +38,11 @@ def make_clip(path, seconds=6, video='h264', audio='aac', gop=25, size='320x180'
         command += encoders[audio] + ['-ac', '1']
     subprocess.run(command + [path], check=True, timeout=300)
     return path
+
+
+def make_certificate(certificate, key):
+    subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', certificate, '-days', '2',
+                    '-subj', '/CN=127.0.0.1'], check=True, capture_output=True)
 
 
 class Gateway:
@@ -97,7 +103,12 @@ class Gateway:
 
     def ask(self, method, path, body=None, headers=None, token=None, timeout=60):
         """Gives status, headers and body."""
-        connection = http.client.HTTPConnection('127.0.0.1', self.port, timeout=timeout)
+        if self.tls:
+            # The tests' certificates are their own.
+            connection = http.client.HTTPSConnection('127.0.0.1', self.port, timeout=timeout,
+                                                     context=ssl._create_unverified_context())  # pylint: disable=protected-access
+        else:
+            connection = http.client.HTTPConnection('127.0.0.1', self.port, timeout=timeout)
         fields = dict(headers or {})
         if token:
             fields['Authorization'] = 'Bearer ' + token

@@ -13,7 +13,7 @@ import time
 import unittest
 import urllib.request
 
-from gateway import API_TOKEN, SERVE, Gateway, free_port, make_clip, missing, numbers, packets
+from gateway import API_TOKEN, SERVE, Gateway, free_port, make_certificate, make_clip, missing, numbers, packets
 
 FORMS = ('ts', 'flv', 'mp4', 'mkv')
 FOLDER = tempfile.mkdtemp(prefix='gateway-test-')
@@ -39,11 +39,6 @@ def boxes(data):
             return
         yield kind, data[at + 8:at + size]
         at += size
-
-
-def make_certificate(certificate, key):
-    subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', certificate, '-days', '2',
-                    '-subj', '/CN=127.0.0.1'], check=True, capture_output=True)
 
 
 class Serving(unittest.TestCase):
@@ -293,7 +288,7 @@ class Security(unittest.TestCase):
         certificate, key = os.path.join(FOLDER, 'cert.pem'), os.path.join(FOLDER, 'key.pem')
         make_certificate(certificate, key)
         with Gateway(f'film={CLIP}', '--cert', certificate, '--key', key, tls=True) as gateway:
-            time.sleep(1)
+            gateway.wait_for(lambda s: s['film']['pictures'] > 0)
             streams, found, _ = packets(gateway.url('/film.ts', 'https'), more=('-tls_verify', '0'))
             self.assertEqual({one['codec_name'] for one in streams}, {'h264', 'aac'})
             self.assertGreater(len(found), 50)
