@@ -104,12 +104,13 @@ def serve(clip, count, stalled):
         pids = [server.process.pid]
         memory, cpu = settled(server), cpu_of(pids)
         time.sleep(SECONDS)
-        alone, cpu = cpu_of(pids) - cpu, cpu_of(pids)
+        alone, cpu = (cpu_of(pids) - cpu) / SECONDS, cpu_of(pids)
+        begun = time.monotonic()
         process = clients(server.port, '/film.flv', count, stalled, SECONDS, OVER)
         time.sleep(SECONDS * 0.8)
         most = server.memory_kib()
         seen = seen_by(process)
-        cpu = cpu_of(pids) - cpu
+        cpu, alone = cpu_of(pids) - cpu, alone * (time.monotonic() - begun)
         skips = sum(float(line.split()[-1]) for line in server.get('/metrics').decode().splitlines()
                     if line.startswith('muxora_skips_total'))
         return seen, cpu, alone, (most - memory) / (count + stalled), skips

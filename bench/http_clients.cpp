@@ -8,6 +8,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
+#include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
@@ -53,8 +54,9 @@ Client Ask(uint16_t port, const std::string& request, int receive_buffer) {
         asked = send(descriptor, request.data(), request.size(), MSG_NOSIGNAL) > 0;
     }
     if (!asked) {
+        SSL_free(client.tls);
         close(descriptor);
-        return client;
+        return {};
     }
     fcntl(descriptor, F_SETFL, O_NONBLOCK);
     client.descriptor = descriptor;
@@ -70,6 +72,8 @@ bool Read(Client& client) {
         return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
     }
     static char record[16384];
+    // What another client's end left there would be taken for this one's.
+    ERR_clear_error();
     int got = 0;
     while ((got = SSL_read(client.tls, record, sizeof record)) > 0)
         client.bytes += static_cast<uint64_t>(got);

@@ -18,11 +18,23 @@ export ASAN_OPTIONS=quarantine_size_mb=8:malloc_context_size=6${ASAN_OPTIONS:+:$
 # Each new input is a file: in memory, where there is one.
 [ ! -w /dev/shm ] || export TMPDIR=/dev/shm
 
+# failed NAME WHERE WORK: keeps the inputs that it found, and prints them, as a machine of CI is gone afterwards.
+failed() {
+    local input
+    echo "$1: FAILED$2; the input is in fuzz-findings/" >&2
+    for input in "$3"/found/*; do
+        [ -e "$input" ] || continue
+        echo "$1-$(basename "$input"), gzip and base64: $(gzip -9nc "$input" | base64 -w0)" >&2
+        mv "$input" "fuzz-findings/$1-$(basename "$input")"
+    done
+    return 1
+}
+
 run() {
     local target=$1 name work folders
     name=$(basename "$target")
     work=$(mktemp -d)
-    mkdir "$work/corpus"
+    mkdir "$work/corpus" "$work/found"
     folders=("$work/corpus")
     [ ! -d "fuzz/corpus/${name#fuzz_}" ] || folders+=("fuzz/corpus/${name#fuzz_}")
     [ ! -d "$KEEP/$name" ] || folders+=("$KEEP/$name")
@@ -32,12 +44,11 @@ run() {
         time=$eighth leaks=1
         [ "$length" -ne 1024 ] || time=$((seconds > 2 * eighth ? seconds - 2 * eighth : 1)) leaks=0
         if ! "$target" "${folders[@]}" -max_total_time="$time" -max_len="$length" -detect_leaks="$leaks" -entropic=0 \
-            -timeout=20 -dict=fuzz/media.dict -rss_limit_mb=2048 -artifact_prefix="fuzz-findings/$name-" \
+            -timeout=20 -dict=fuzz/media.dict -rss_limit_mb=2048 -artifact_prefix="$work/found/" \
             -print_final_stats=1 >/dev/null 2>>"$work/log"; then
             tail -n 60 "$work/log"
-            echo "$name: FAILED; the input is in fuzz-findings/" >&2
-            for input in fuzz-findings/"$name"-*; do echo "$input, gzip and base64: $(gzip -9c "$input" | base64 -w0)"; done >&2
-            return 1
+            failed "$name" "" "$work"
+            return
         fi
     done
     awk -v name="$name" -v seconds="$seconds" '/number_of_executed_units/ { runs += $2 }
@@ -45,10 +56,11 @@ run() {
         END { printf "%-20s %9d runs  %6d a second  %6d edges  no finding\n", name, runs, runs / seconds, edges }' "$work/log"
     if [ -n "$KEEP" ]; then
         mkdir "$work/small"
-        if ! "$target" -merge=1 -max_len=16384 -artifact_prefix="fuzz-findings/$name-" "$work/small" "${folders[@]}" \
-            >/dev/null 2>&1; then
-            echo "$name: FAILED in the merge; the input is in fuzz-findings/" >&2
-            return 1
+        # It goes on behind an input that fails, and ends well.
+        if ! "$target" -merge=1 -max_len=16384 -artifact_prefix="$work/found/" "$work/small" "${folders[@]}" \
+            >/dev/null 2>&1 || [ -n "$(find "$work/found" -name 'crash-*' -o -name 'leak-*' -o -name 'oom-*' -o -name 'timeout-*')" ]; then
+            failed "$name" " in the merge" "$work"
+            return
         fi
         mkdir -p "$KEEP"
         rm -rf "${KEEP:?}/$name"
@@ -56,7 +68,7 @@ run() {
     fi
     rm -rf "$work"
 }
-export -f run
+export -f failed run
 jobs=${JOBS:-$(nproc)}
 targets=()
 for target in ${TARGETS:-$(cd "$bin" && echo fuzz_*)}; do targets+=("$bin/$target"); done

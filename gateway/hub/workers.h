@@ -78,8 +78,8 @@ class Workers {
     Workers& operator=(const Workers&) = delete;
 
     void Start();
-    // Ends the threads, then closes all connections and runs what that leaves to be done, on the caller's thread. What
-    // is posted afterwards is not run.
+    // Ends the threads, then closes all connections, runs what that leaves to be done and destroys what still waits, on
+    // the caller's thread. For good: what is posted afterwards is not run.
     void Stop();
     size_t Count() const { return workers_.size(); }
     Worker& At(size_t index) { return *workers_[index]; }

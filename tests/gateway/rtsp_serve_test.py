@@ -87,9 +87,9 @@ class Rtsp(unittest.TestCase):
             for scheme in ('rtspt', 'rtspu'):  # its names for TCP and UDP
                 with self.subTest(name, scheme=scheme):
                     done = subprocess.run(
-                        ['timeout', '240', 'gst-launch-1.0', '-v', 'playbin', 'uri=' + address(name).replace('rtsp:', scheme + ':'),
+                        ['timeout', '120', 'gst-launch-1.0', '-v', 'playbin', 'uri=' + address(name).replace('rtsp:', scheme + ':'),
                          'video-sink=fakesink num-buffers=50', 'audio-sink=fakesink num-buffers=50'],
-                        capture_output=True, text=True, timeout=300, check=False)
+                        capture_output=True, text=True, timeout=150, check=False)
                     self.assertEqual(done.returncode, 0, done.stderr)
                     for decoder in decoders:
                         self.assertRegex(done.stdout, decoder + r'[^ ]*src: caps = (video|audio)/x-raw')
