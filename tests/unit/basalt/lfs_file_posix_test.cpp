@@ -10,6 +10,7 @@
 #include <ctime>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "basalt/lfs_file.h"
 #include "support/hex.h"
@@ -36,6 +37,19 @@ TEST_F(LfsFilePosix, AFullDiskIsAShortWrite) {
     EXPECT_EQ(Write("abc"), 0u);
     EXPECT_EQ(Write("abc"), 0u);
     EXPECT_TRUE(file.close());
+}
+
+TEST_F(LfsFilePosix, ANewFileIsAsOpenAsTheUmaskLetsIt) {
+    for (const auto& [mask, mode] : {std::pair<mode_t, mode_t>{0, 0666}, {022, 0644}, {077, 0600}}) {
+        ::unlink(path.c_str());
+        const mode_t before = ::umask(mask);
+        EXPECT_TRUE(file.open(path.c_str(), kMode));
+        ::umask(before);
+        EXPECT_TRUE(file.close());
+        struct stat status {};
+        ASSERT_EQ(::stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, mode) << mask;
+    }
 }
 
 // The soft limit of a file's size, for the life of the object.

@@ -195,6 +195,21 @@ TEST(ParameterSets, AvcBaselineHasNoTrailer) {
     EXPECT_EQ(Configuration(sets), Bytes("01 42 c0 0d ff e1 00 1a") + kBaselineSps + Bytes("01 00 05") + kBaselinePps);
 }
 
+// ISO/IEC 14496-15 5.3.3.1.2: profiles 66, 77 and 88 end behind the picture parameter sets, all others state the chroma
+// format and the depths.
+TEST(ParameterSets, AvcProfilesWithoutATrailer) {
+    for (const uint8_t profile : Bytes("42 4D 58 59")) {
+        ByteVector sps = kBaselineSps;
+        sps[1] = profile;
+        CParameterSets sets(NalCodec::kAvc);
+        Scan(sets, test::Units({sps, kBaselinePps}));
+        const ByteVector trailer = profile == 0x59 ? Bytes("FD F8 F8 00") : ByteVector();
+        EXPECT_EQ(Configuration(sets), ByteVector{1} + test::Slice(sps, 1, 3) + Bytes("FF E1 00 1A") + sps +
+                                           Bytes("01 00 05") + kBaselinePps + trailer)
+            << int{profile};
+    }
+}
+
 TEST(ParameterSets, HevcConfiguration) {
     CParameterSets sets(NalCodec::kHevc);
     const FrameNals found =

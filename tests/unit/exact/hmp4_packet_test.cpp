@@ -129,6 +129,9 @@ TEST_F(Hmp4Packet, IsAPlainFileInTheEnd) {
     EXPECT_EQ(file.Number("moov/trak:1/tkhd", 20, 4), 38220u);
     EXPECT_EQ(file.Number("moov/trak:1/mdia/mdhd", 16, 4), 2548u);
     EXPECT_FALSE(file.Has("moov/mvex"));
+    // What begins at 0 and is shown from its beginning needs no edits.
+    EXPECT_FALSE(file.Has("moov/trak:0/edts"));
+    EXPECT_FALSE(file.Has("moov/trak:1/edts"));
 }
 
 // The whole fragments that a walk over the boxes meets; one that is not whole fails the test.

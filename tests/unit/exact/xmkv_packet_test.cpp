@@ -42,6 +42,7 @@ TEST_F(XmkvPacket, TheTracksAreTold) {
     EXPECT_EQ(video.One(0xE0).One(0xB0).UInt(), 322u);
     EXPECT_EQ(video.One(0xE0).One(0xBA).UInt(), 242u);
     EXPECT_EQ(video.One(0xE0).One(0x7670).One(0x7675).Float(), -90.0);
+    EXPECT_TRUE(video.All(0x56AA).empty());
     const Element& audio = Track(segment, 1);
     EXPECT_EQ(audio.One(0x86).value, test::Text("A_AAC"));
     EXPECT_EQ(audio.One(0x63A2).value, Bytes("11 90"));

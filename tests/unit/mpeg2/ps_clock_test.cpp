@@ -95,6 +95,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"BackwardStepsAreOnePeriod",
              {V(kI, 1000, 180000), V(kP, 1040, 183600), V(kP, 500, 187200), V(kP, 580, 194400), V(kP, 579, 198000)}},
         Case{"BackwardStepOfAnotherRate", {V(kI, 1000, 180000, 0, 30), V(kP, 10, 182970, 0, 30)}},  // 33 ms
+        Case{"BackwardStepOfAPictureASecond", {V(kI, 1000, 180000, 0, 1), V(kP, 10, 270000, 0, 1)}},
         Case{"WrapAt32Bits", {V(kI, 47720858, 4294967220), V(kP, 47720898, 3524), V(kP, 47720938, 7124)}},
         Case{"AudioNearTheStartKeepsItsTime", {V(kI, 1000, 180000), A(1127, 191430)}},
         Case{"AudioFarFromTheStartTakesTheBase", {V(kI, 1000, 180000), A(1128, 180000)}},
