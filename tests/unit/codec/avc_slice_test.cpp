@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <utility>
 
 #include "support/avc_stream.h"
 #include "support/bits.h"
@@ -113,12 +114,12 @@ TEST(AvcParameterSets, NumbersThatNoStreamHasArePassedOver) {
     AvcParameterSets sets;
     sets.Enter({});
     sets.Enter(Bytes("09 F0"));
-    BitString far_pps;
-    far_pps.Put(0x68, 8).Ue(256).Ue(0).Put(0, 40);
-    sets.Enter(far_pps.Bytes());
-    BitString far_sps;
-    far_sps.Put(0x68, 8).Ue(0).Ue(32).Put(0, 40);
-    sets.Enter(far_sps.Bytes());
+    // Whole but for the number.
+    for (const auto& [id, sps_id] : {std::pair<uint32_t, uint32_t>{256, 0}, {0, 32}, {256, 32}}) {
+        BitString pps;
+        pps.Put(0x68, 8).Ue(id).Ue(sps_id).Put(0, 2).Ue(0).Ue(0).Ue(0).Put(0, 3).Ue(0).Ue(0).Ue(0).Put(0, 3).Put(1, 1);
+        sets.Enter(pps.Bytes());
+    }
     const ByteVector sps = test::AvcSps(false, 32);
     sets.Enter(std::span(sps).subspan(test::kStartCode.size()));
     for (const auto& set : sets.pps)
