@@ -4,7 +4,8 @@
     bench/gateway_load.py [--over http|tls|websocket] BUILD [SECONDS] [MEGABITS] [CLIENTS...]
 
 BUILD holds bin/muxora-serve; nginx must be installed (Debian: nginx-light), Icecast (icecast2) is left out where it is
-not. Over TLS nginx encrypts as well; beside WebSockets it sends the same bytes over HTTP, as it has none. Everything stays on the loopback and ends by itself. The figures are CPU seconds of the server's own processes, so that what else the machine does
+not. Over TLS nginx encrypts as well; beside WebSockets it sends the same bytes over HTTP, as it has none. Everything stays
+on the loopback and ends by itself. The figures are CPU seconds of the server's own processes, so that what else the machine does
 matters less; compare the ratios. nginx is measured twice: as fast as the clients read, which is the price of the bytes alone, and at the pace of the stream
 (limit_rate: the same bytes to as many in the same time, a write a second and client). Icecast relays the same stream, live. What the
 stream costs that nobody watches (reading the input, packaging, the clock) stands by itself: a file has nothing like it.

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Branches that the tests take: coverage.py BUILD [--only FOLDER]... [--missing]
+"""Branches that the tests take: coverage.py BUILD [--only src] [--missing]
 
 BUILD is made with MUXORA_COVERAGE=ON (clang), and its tests have run with LLVM_PROFILE_FILE=BUILD/profiles/%m.profraw.
 A branch is one outcome, true or false, of one condition of the source. Prints a row for each folder and fails where one
@@ -93,7 +93,7 @@ def share(branches, taken):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n", maxsplit=1)[0])
     parser.add_argument("build", type=pathlib.Path)
-    parser.add_argument("--only", choices=FLOORS, action="append", help="these folders alone")
+    parser.add_argument("--only", choices=FLOORS)
     parser.add_argument("--missing", action="store_true")
     options = parser.parse_args()
     build = options.build.resolve()
@@ -110,7 +110,7 @@ def main():
     counted = [branch for branch in taken if name(branch) not in left_out]
     print(f"{'folder':<22}{'taken':>8}{'of':>8}{'':4}share")
     for folder, floor in FLOORS.items():
-        if options.only and folder not in options.only:
+        if options.only not in (None, folder):
             continue
         own = [branch for branch in counted if branch.file.startswith(folder + "/")]
         if folder == "src":

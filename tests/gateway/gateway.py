@@ -42,7 +42,7 @@ def make_clip(path, seconds=6, video='h264', audio='aac', gop=25, size='320x180'
 
 def make_certificate(certificate, key):
     subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', certificate, '-days', '2',
-                    '-subj', '/CN=127.0.0.1'], check=True, capture_output=True)
+                    '-subj', '/CN=127.0.0.1', '-addext', 'subjectAltName=IP:127.0.0.1'], check=True, capture_output=True)
 
 
 class Gateway:

@@ -9,7 +9,7 @@ import threading
 import time
 import unittest
 
-from gateway import SERVE, Gateway, make_clip, numbers_of, packets
+from gateway import SERVE, Gateway, make_certificate, make_clip, numbers_of, packets
 from nats_cluster import Cluster
 
 FOLDER = tempfile.mkdtemp(prefix='gateway-relay-')
@@ -217,8 +217,7 @@ class Relay(unittest.TestCase):
     def test_tls_with_a_certificate_that_is_trusted_and_with_one_that_is_not(self):
         with tempfile.TemporaryDirectory(prefix='gateway-tls-') as folder:
             certificate, key = os.path.join(folder, 'cert.pem'), os.path.join(folder, 'key.pem')
-            subprocess.run(['openssl', 'req', '-x509', '-newkey', 'rsa:2048', '-nodes', '-keyout', key, '-out', certificate, '-days', '2',
-                            '-subj', '/CN=127.0.0.1', '-addext', 'subjectAltName=IP:127.0.0.1'], check=True, capture_output=True)
+            make_certificate(certificate, key)
             trusting = {'SSL_CERT_FILE': certificate}
             with Cluster(size=1, more=f'tls {{ cert_file: "{certificate}", key_file: "{key}" }}\n') as server:
                 url = server.url().replace('nats://', 'tls://')

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <utility>
 
 #include "support/avc_stream.h"
 #include "support/bits.h"
@@ -43,9 +42,10 @@ ByteVector Sps(uint32_t order_type, bool always_zero = false, bool fields = fals
 using Groups = std::function<void(BitString&)>;
 
 // `groups` writes what stands behind num_slice_groups_minus1.
-ByteVector Pps(bool bottom, bool redundant, uint32_t groups_minus1 = 0, const Groups& groups = nullptr) {
+ByteVector Pps(bool bottom, bool redundant, uint32_t groups_minus1 = 0, const Groups& groups = nullptr, uint32_t id = 0,
+               uint32_t sps_id = 0) {
     BitString bits;
-    bits.Put(0x68, 8).Ue(0).Ue(0).Put(0, 1).Put(bottom, 1).Ue(groups_minus1);
+    bits.Put(0x68, 8).Ue(id).Ue(sps_id).Put(0, 1).Put(bottom, 1).Ue(groups_minus1);
     if (groups) groups(bits);
     bits.Ue(0).Ue(0).Put(0, 3).Ue(0).Ue(0).Ue(0).Put(0, 2).Put(redundant, 1).Put(1, 1);
     return bits.Bytes();
@@ -115,11 +115,9 @@ TEST(AvcParameterSets, NumbersThatNoStreamHasArePassedOver) {
     sets.Enter({});
     sets.Enter(Bytes("09 F0"));
     // Whole but for the number.
-    for (const auto& [id, sps_id] : {std::pair<uint32_t, uint32_t>{256, 0}, {0, 32}, {256, 32}}) {
-        BitString pps;
-        pps.Put(0x68, 8).Ue(id).Ue(sps_id).Put(0, 2).Ue(0).Ue(0).Ue(0).Put(0, 3).Ue(0).Ue(0).Ue(0).Put(0, 3).Put(1, 1);
-        sets.Enter(pps.Bytes());
-    }
+    sets.Enter(Pps(false, false, 0, nullptr, 256, 0));
+    sets.Enter(Pps(false, false, 0, nullptr, 0, 32));
+    sets.Enter(Pps(false, false, 0, nullptr, 256, 32));
     const ByteVector sps = test::AvcSps(false, 32);
     sets.Enter(std::span(sps).subspan(test::kStartCode.size()));
     for (const auto& set : sets.pps)

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "support/hex.h"
 
 namespace Orvane::Muxora {
@@ -10,10 +12,10 @@ namespace {
 using test::Bytes;
 using test::ByteVector;
 
-ByteVector Message(const char* messages, uint32_t type) {
+std::optional<ByteVector> Message(const char* messages, uint32_t type) {
     const ByteVector bytes = Bytes(messages);
     const auto found = FindSeiMessage(bytes, type);
-    return found ? ByteVector(found->begin(), found->end()) : Bytes("EE");
+    return found ? std::optional(ByteVector(found->begin(), found->end())) : std::nullopt;
 }
 
 // ITU-T H.264 7.3.2.3.1
@@ -26,12 +28,12 @@ TEST(SeiMessages, AreFoundByTheirType) {
 
 TEST(SeiMessages, WhatIsLongerThanTheRestIsNone) {
     EXPECT_EQ(Message("06 02 AA BB", 6), Bytes("AA BB"));
-    EXPECT_EQ(Message("06 03 AA BB", 6), Bytes("EE"));
-    EXPECT_EQ(Message("06 FF 00 AA BB", 6), Bytes("EE"));
-    EXPECT_EQ(Message("05 03 AA BB", 6), Bytes("EE"));
-    EXPECT_EQ(Message("06 FF", 6), Bytes("EE"));
-    EXPECT_EQ(Message("06", 6), Bytes("EE"));
-    EXPECT_EQ(Message("", 6), Bytes("EE"));
+    EXPECT_EQ(Message("06 03 AA BB", 6), std::nullopt);
+    EXPECT_EQ(Message("06 FF 00 AA BB", 6), std::nullopt);
+    EXPECT_EQ(Message("05 03 AA BB", 6), std::nullopt);
+    EXPECT_EQ(Message("06 FF", 6), std::nullopt);
+    EXPECT_EQ(Message("06", 6), std::nullopt);
+    EXPECT_EQ(Message("", 6), std::nullopt);
 }
 
 }  // namespace
